@@ -1,0 +1,11 @@
+#include "runtime/platform/ErrorState.h"
+
+#include <cerrno>
+
+namespace VornPlatform {
+
+ErrorStateKeeper::ErrorStateKeeper() : errorNumber_(errno) {}
+
+ErrorStateKeeper::~ErrorStateKeeper() { errno = errorNumber_; }
+
+}  // namespace VornPlatform

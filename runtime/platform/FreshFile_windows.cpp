@@ -1,0 +1,85 @@
+#include "runtime/platform/FreshFile.h"
+
+#include "runtime/platform/WideText_windows.h"
+
+#include <windows.h>
+
+#include <algorithm>
+
+namespace VornPlatform {
+namespace {
+
+constexpr int kTries = 10;
+constexpr DWORD kPauseMs = 20;
+
+HANDLE native(std::intptr_t handle) { return reinterpret_cast<HANDLE>(handle); }
+
+OsError result(BOOL done) { return done ? OsError{} : OsError::last(); }
+
+// Virus scanners and indexers open a file for a moment after it was written.
+bool isHeldForAMoment(DWORD error) {
+    return error == ERROR_SHARING_VIOLATION || error == ERROR_ACCESS_DENIED;
+}
+
+BOOL rename(const std::wstring& from, const std::wstring& to) {
+    for (int left = kTries;; --left) {
+        const BOOL done = ::MoveFileExW(from.c_str(), to.c_str(),
+                                        MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH);
+        if (done || left == 0 || !isHeldForAMoment(::GetLastError())) return done;
+        ::Sleep(kPauseMs);
+    }
+}
+
+}  // namespace
+
+OsError FreshFile::create(const std::string& path) {
+    close();
+    const HANDLE file =
+        ::CreateFileW(toWide(path).c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_DELETE,
+                      nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (file == INVALID_HANDLE_VALUE) return OsError::last();
+    handle_ = reinterpret_cast<std::intptr_t>(file);
+    return {};
+}
+
+OsError FreshFile::write(std::string_view bytes) {
+    while (!bytes.empty()) {
+        DWORD count = 0;
+        const auto size = static_cast<DWORD>(std::min<std::size_t>(bytes.size(), MAXLONG));
+        if (!::WriteFile(native(handle_), bytes.data(), size, &count, nullptr)) {
+            return OsError::last();
+        }
+        bytes.remove_prefix(count);
+    }
+    return {};
+}
+
+OsError FreshFile::flushToDisk() { return result(::FlushFileBuffers(native(handle_))); }
+
+OsError FreshFile::close() {
+    if (!isOpen()) return {};
+    const BOOL done = ::CloseHandle(native(handle_));
+    handle_ = kNone;
+    return result(done);
+}
+
+OsError replaceFile(const std::string& fresh, const std::string& current,
+                    const std::string& previous) {
+    const std::wstring from = toWide(fresh);
+    const std::wstring to = toWide(current);
+    const std::wstring kept = toWide(previous);
+    // A second name, not a new one: `current` never goes away. ReplaceFile, for
+    // file systems without second names, may be stopped between its two steps.
+    ::DeleteFileW(kept.c_str());
+    if (!::CreateHardLinkW(kept.c_str(), to.c_str(), nullptr) &&
+        ::GetLastError() != ERROR_FILE_NOT_FOUND &&
+        ::ReplaceFileW(to.c_str(), from.c_str(), kept.c_str(), 0, nullptr, nullptr)) {
+        return {};
+    }
+    return result(rename(from, to));
+}
+
+std::string_view lineEnd() { return "\r\n"; }
+char pathSeparator() { return '\\'; }
+
+}  // namespace VornPlatform

@@ -1,0 +1,34 @@
+#pragma once
+
+#include "runtime/platform/Export.h"
+#include "runtime/platform/OsError.h"
+
+#include <cstdint>
+
+namespace VornPlatform {
+
+// A handle that other waiting calls of the system understand, switched on and
+// off by hand. POSIX: a descriptor that poll(2) reports readable while it is
+// on. Windows: a manual-reset event HANDLE. on() and off() may be called from
+// any thread but not at once.
+class VORN_EXPORT NativeSignal {
+public:
+    using Handle = std::intptr_t;
+    static constexpr Handle kNone = -1;
+
+    NativeSignal() = default;
+    ~NativeSignal();
+    NativeSignal(const NativeSignal&) = delete;
+    NativeSignal& operator=(const NativeSignal&) = delete;
+
+    OsError open();  // starts off; does nothing when it is open already
+    void on();       // repeated calls change nothing
+    void off();
+    Handle handle() const { return handle_; }
+
+private:
+    Handle handle_ = kNone;
+    bool on_ = false;
+};
+
+}  // namespace VornPlatform

@@ -1,0 +1,232 @@
+#include "runtime/platform/Process.h"
+
+#include "runtime/platform/CommandLine_posix.h"
+#include "runtime/platform/NativeThread.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <utility>
+#include <vector>
+
+namespace VornPlatform {
+namespace {
+
+constexpr int kGraceMs = 1000;
+constexpr int kSignalBase = 128;
+
+int native(std::intptr_t handle) { return static_cast<int>(handle); }
+
+// The C library's own declarations of these two cannot be used from C++ in
+// every version that we build with.
+int openProcess(pid_t process) {
+    return static_cast<int>(::syscall(SYS_pidfd_open, process, 0));
+}
+int sendSignal(int descriptor, int signal) {
+    return static_cast<int>(::syscall(SYS_pidfd_send_signal, descriptor, signal, nullptr, 0));
+}
+
+// poll(2) on one descriptor, whatever signals come meanwhile.
+bool isReadableWithin(int descriptor, int ms) {
+    using Clock = std::chrono::steady_clock;
+    const auto deadline = Clock::now() + std::chrono::milliseconds(ms);
+    pollfd entry{descriptor, POLLIN, 0};
+    for (int left = ms;;) {
+        const int ready = ::poll(&entry, 1, left);
+        if (ready >= 0 || errno != EINTR) return ready > 0;
+        if (ms < 0) continue;
+        const auto rest = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
+        left = rest.count() > 0 ? static_cast<int>(rest.count()) : 0;
+    }
+}
+
+int statusToCode(int status) {
+    if (WIFEXITED(status)) return WEXITSTATUS(status);
+    return kSignalBase + WTERMSIG(status);
+}
+
+// ---- children that nobody waits for any more ----
+
+struct Abandoned {
+    int descriptor;  // of the process; -1 in no entry
+    pid_t process;
+};
+
+// Takes over what comes through the pipe `argument`, and collects each child
+// when it ends. Never ends itself.
+void reap(void* argument) {
+    const int incoming = static_cast<int>(reinterpret_cast<std::intptr_t>(argument));
+    std::vector<pollfd> watched{{incoming, POLLIN, 0}};
+    std::vector<pid_t> processes{0};
+    for (;;) {
+        if (::poll(watched.data(), watched.size(), -1) < 0) continue;
+        for (std::size_t i = watched.size(); --i > 0;) {
+            if (watched[i].revents == 0) continue;
+            ::waitpid(processes[i], nullptr, 0);
+            ::close(watched[i].fd);
+            watched.erase(watched.begin() + static_cast<std::ptrdiff_t>(i));
+            processes.erase(processes.begin() + static_cast<std::ptrdiff_t>(i));
+        }
+        Abandoned added{};
+        if (watched[0].revents != 0 && ::read(incoming, &added, sizeof added) == sizeof added) {
+            watched.push_back({added.descriptor, POLLIN, 0});
+            processes.push_back(added.process);
+        }
+    }
+}
+
+// The pipe to the thread that reaps, which starts with the first use.
+int reaperPipe() {
+    static const int pipe = [] {
+        int ends[2];
+        if (::pipe2(ends, O_CLOEXEC) != 0) return -1;
+        auto* const argument = reinterpret_cast<void*>(static_cast<std::intptr_t>(ends[0]));
+        if (!startThread({.name = "ProcessReaper", .stackBytes = 64 * 1024}, &reap, argument)) {
+            return ends[1];
+        }
+        ::close(ends[0]);
+        ::close(ends[1]);
+        return -1;
+    }();
+    return pipe;
+}
+
+// ---- starting ----
+
+class SpawnSettings {
+public:
+    SpawnSettings() {
+        ::posix_spawnattr_init(&attributes);
+        ::posix_spawn_file_actions_init(&actions);
+        sigset_t none;
+        sigset_t all;
+        ::sigemptyset(&none);
+        ::sigfillset(&all);
+        ::posix_spawnattr_setsigmask(&attributes, &none);
+        ::posix_spawnattr_setsigdefault(&attributes, &all);
+        ::posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF |
+                                                    POSIX_SPAWN_SETSID);
+        ::posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+        ::posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
+        ::posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
+        ::posix_spawn_file_actions_addclosefrom_np(&actions, STDERR_FILENO + 1);
+    }
+    ~SpawnSettings() {
+        ::posix_spawn_file_actions_destroy(&actions);
+        ::posix_spawnattr_destroy(&attributes);
+    }
+    SpawnSettings(const SpawnSettings&) = delete;
+    SpawnSettings& operator=(const SpawnSettings&) = delete;
+
+    posix_spawnattr_t attributes;
+    posix_spawn_file_actions_t actions;
+};
+
+bool isProgram(const std::string& path) {
+    struct stat status {};
+    return ::stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode) &&
+           ::access(path.c_str(), X_OK) == 0;
+}
+
+OsError spawn(std::vector<std::string>& arguments, pid_t& process) {
+    std::vector<char*> texts;
+    for (std::string& argument : arguments) texts.push_back(argument.data());
+    texts.push_back(nullptr);
+    std::string program = arguments.front();
+    if (program.find('/') == std::string::npos && isProgram("./" + program)) {
+        program.insert(0, "./");
+    }
+    const SpawnSettings settings;
+    return OsError(::posix_spawnp(&process, program.c_str(), &settings.actions,
+                                  &settings.attributes, texts.data(), environ));
+}
+
+}  // namespace
+
+OsError startProcess(const std::string& commandLine, ProcessHandle& process) {
+    std::vector<std::string> arguments;
+    if (commandLine.find('\0') != std::string::npos || !splitCommandLine(commandLine, arguments) ||
+        arguments.empty() || arguments.front().empty()) {
+        return OsError(EINVAL);
+    }
+    pid_t id = 0;
+    if (const OsError error = spawn(arguments, id)) return error;
+    const int descriptor = openProcess(id);
+    if (descriptor < 0) {
+        // A child that cannot be watched is no use to anybody.
+        const OsError error = OsError::last();
+        ::kill(id, SIGKILL);
+        ::waitpid(id, nullptr, 0);
+        return error;
+    }
+    process.close();
+    process.handle_ = descriptor;
+    process.processId_ = id;
+    return {};
+}
+
+void ProcessHandle::swap(ProcessHandle& other) noexcept {
+    std::swap(handle_, other.handle_);
+    std::swap(processId_, other.processId_);
+    std::swap(exitCode_, other.exitCode_);
+    std::swap(ended_, other.ended_);
+}
+
+void ProcessHandle::close() {
+    if (!isOpen()) return;
+    ProcessHandle going;
+    going.swap(*this);
+    const Abandoned entry{native(going.handle_), static_cast<pid_t>(going.processId_)};
+    going.handle_ = kNone;
+    const bool collected = going.ended_ || ::waitpid(entry.process, nullptr, WNOHANG) != 0;
+    if (collected || ::write(reaperPipe(), &entry, sizeof entry) != sizeof entry) {
+        ::close(entry.descriptor);
+    }
+}
+
+bool ProcessHandle::wait(int ms) {
+    if (ended_) return true;
+    if (!isOpen() || !isReadableWithin(native(handle_), ms)) return false;
+    collect();
+    return true;
+}
+
+bool ProcessHandle::waitUnless(NativeSignal::Handle other) {
+    if (ended_) return true;
+    if (!isOpen()) return false;
+    pollfd entries[] = {{native(handle_), POLLIN, 0}, {native(other), POLLIN, 0}};
+    while (::poll(entries, 2, -1) < 0) {
+        if (errno != EINTR) return false;
+    }
+    if (entries[0].revents == 0) return false;
+    collect();
+    return true;
+}
+
+void ProcessHandle::collect() {
+    int status = 0;
+    const auto id = static_cast<pid_t>(processId_);
+    exitCode_ = ::waitpid(id, &status, 0) == id ? statusToCode(status) : -1;
+    ended_ = true;
+}
+
+OsError ProcessHandle::terminate(int) {
+    if (!isOpen() || ended_) return {};
+    for (const int signal : {SIGTERM, SIGKILL}) {
+        if (sendSignal(native(handle_), signal) != 0) {
+            return errno == ESRCH ? OsError{} : OsError::last();
+        }
+        if (signal == SIGTERM && isReadableWithin(native(handle_), kGraceMs)) break;
+    }
+    return {};
+}
+
+}  // namespace VornPlatform

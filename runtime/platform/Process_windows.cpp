@@ -1,0 +1,148 @@
+#include "runtime/platform/Process.h"
+
+#include "runtime/platform/WideText_windows.h"
+
+#include <windows.h>
+
+#include <memory>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace VornPlatform {
+namespace {
+
+HANDLE native(std::intptr_t handle) { return reinterpret_cast<HANDLE>(handle); }
+
+class NullDevice {
+public:
+    NullDevice() {
+        SECURITY_ATTRIBUTES inheritable{sizeof inheritable, nullptr, TRUE};
+        handle = ::CreateFileW(L"NUL", GENERIC_READ | GENERIC_WRITE,
+                               FILE_SHARE_READ | FILE_SHARE_WRITE, &inheritable, OPEN_EXISTING, 0,
+                               nullptr);
+    }
+    ~NullDevice() {
+        if (handle != INVALID_HANDLE_VALUE) ::CloseHandle(handle);
+    }
+    NullDevice(const NullDevice&) = delete;
+    NullDevice& operator=(const NullDevice&) = delete;
+
+    HANDLE handle;
+};
+
+// Names the only handles that the child may inherit, whatever else of ours
+// happens to be inheritable.
+class InheritedHandles {
+public:
+    explicit InheritedHandles(HANDLE& only) {
+        SIZE_T size = 0;
+        ::InitializeProcThreadAttributeList(nullptr, 1, 0, &size);
+        memory_.resize(size);
+        auto* const made = reinterpret_cast<LPPROC_THREAD_ATTRIBUTE_LIST>(memory_.data());
+        if (!::InitializeProcThreadAttributeList(made, 1, 0, &size)) return;
+        list_ = made;
+        good_ = ::UpdateProcThreadAttribute(list_, 0, PROC_THREAD_ATTRIBUTE_HANDLE_LIST, &only,
+                                            sizeof only, nullptr, nullptr) != 0;
+    }
+    ~InheritedHandles() {
+        if (list_ != nullptr) ::DeleteProcThreadAttributeList(list_);
+    }
+    InheritedHandles(const InheritedHandles&) = delete;
+    InheritedHandles& operator=(const InheritedHandles&) = delete;
+
+    bool good() const { return good_; }
+    LPPROC_THREAD_ATTRIBUTE_LIST list() const { return list_; }
+
+private:
+    std::vector<unsigned char> memory_;
+    LPPROC_THREAD_ATTRIBUTE_LIST list_ = nullptr;
+    bool good_ = false;
+};
+
+std::string_view trimmed(std::string_view line) {
+    constexpr std::string_view kBlanks = " \t\r\n\v\f";
+    const std::size_t begin = line.find_first_not_of(kBlanks);
+    if (begin == std::string_view::npos) return {};
+    return line.substr(begin, line.find_last_not_of(kBlanks) - begin + 1);
+}
+
+}  // namespace
+
+OsError startProcess(const std::string& commandLine, ProcessHandle& process) {
+    std::wstring line = toWide(trimmed(commandLine));
+    if (line.empty() || line.find(L'\0') != std::wstring::npos) {
+        return OsError(ERROR_INVALID_PARAMETER);
+    }
+    NullDevice null;
+    if (null.handle == INVALID_HANDLE_VALUE) return OsError::last();
+    const InheritedHandles inherited(null.handle);
+    if (!inherited.good()) return OsError::last();
+
+    STARTUPINFOEXW startup{};
+    startup.StartupInfo.cb = sizeof startup;
+    startup.StartupInfo.dwFlags = STARTF_USESTDHANDLES;
+    startup.StartupInfo.hStdInput = null.handle;
+    startup.StartupInfo.hStdOutput = null.handle;
+    startup.StartupInfo.hStdError = null.handle;
+    startup.lpAttributeList = inherited.list();
+    PROCESS_INFORMATION started{};
+    if (!::CreateProcessW(nullptr, line.data(), nullptr, nullptr, TRUE,
+                          CREATE_NO_WINDOW | EXTENDED_STARTUPINFO_PRESENT, nullptr, nullptr,
+                          &startup.StartupInfo, &started)) {
+        return OsError::last();
+    }
+    ::CloseHandle(started.hThread);
+    process.close();
+    process.handle_ = reinterpret_cast<std::intptr_t>(started.hProcess);
+    process.processId_ = started.dwProcessId;
+    return {};
+}
+
+void ProcessHandle::swap(ProcessHandle& other) noexcept {
+    std::swap(handle_, other.handle_);
+    std::swap(processId_, other.processId_);
+    std::swap(exitCode_, other.exitCode_);
+    std::swap(ended_, other.ended_);
+}
+
+void ProcessHandle::close() {
+    if (!isOpen()) return;
+    ::CloseHandle(native(handle_));
+    handle_ = kNone;
+    *this = ProcessHandle();
+}
+
+bool ProcessHandle::wait(int ms) {
+    if (ended_) return true;
+    const DWORD limit = ms < 0 ? INFINITE : static_cast<DWORD>(ms);
+    if (!isOpen() || ::WaitForSingleObject(native(handle_), limit) != WAIT_OBJECT_0) return false;
+    collect();
+    return true;
+}
+
+bool ProcessHandle::waitUnless(NativeSignal::Handle other) {
+    if (ended_) return true;
+    if (!isOpen()) return false;
+    // Of both at once the first counts.
+    const HANDLE handles[] = {native(handle_), native(other)};
+    if (::WaitForMultipleObjects(2, handles, FALSE, INFINITE) != WAIT_OBJECT_0) return false;
+    collect();
+    return true;
+}
+
+void ProcessHandle::collect() {
+    DWORD code = 0;
+    exitCode_ = ::GetExitCodeProcess(native(handle_), &code) ? static_cast<int>(code) : -1;
+    ended_ = true;
+}
+
+OsError ProcessHandle::terminate(int exitCode) {
+    if (!isOpen() || ::WaitForSingleObject(native(handle_), 0) == WAIT_OBJECT_0) return {};
+    if (::TerminateProcess(native(handle_), static_cast<UINT>(exitCode))) return {};
+    const OsError error = OsError::last();
+    // It may have ended by itself in between.
+    return ::WaitForSingleObject(native(handle_), 0) == WAIT_OBJECT_0 ? OsError{} : error;
+}
+
+}  // namespace VornPlatform

@@ -1,0 +1,46 @@
+#include "runtime/platform/ProgramSetup.h"
+
+#include "runtime/platform/WideText_windows.h"
+
+#include <cstdio>
+
+#include <windows.h>
+
+#include <shellapi.h>
+
+#include <fcntl.h>
+#include <io.h>
+
+namespace VornPlatform {
+
+std::vector<std::string> programArguments(int, char**) {
+    std::vector<std::string> arguments;
+    int count = 0;
+    wchar_t** const wide = ::CommandLineToArgvW(::GetCommandLineW(), &count);
+    if (wide == nullptr) return arguments;
+    for (int i = 1; i < count; ++i) arguments.push_back(toUtf8(wide[i]));
+    ::LocalFree(wide);
+    return arguments;
+}
+
+std::optional<std::string> environmentVariable(const char* name) {
+    const std::wstring wideName = toWide(name);
+    std::wstring value;
+    DWORD size = ::GetEnvironmentVariableW(wideName.c_str(), nullptr, 0);
+    // Another thread of a library may lengthen it in between.
+    while (size > value.size()) {
+        value.resize(size);
+        size = ::GetEnvironmentVariableW(wideName.c_str(), value.data(), size);
+    }
+    if (size == 0 && ::GetLastError() == ERROR_ENVVAR_NOT_FOUND) return std::nullopt;
+    value.resize(size);
+    return toUtf8(value);
+}
+
+void prepareStandardStreams() {
+    ::_setmode(::_fileno(stdout), _O_BINARY);
+    ::_setmode(::_fileno(stderr), _O_BINARY);
+    ::SetConsoleOutputCP(CP_UTF8);
+}
+
+}  // namespace VornPlatform

@@ -1,0 +1,7 @@
+#include "runtime/support/ModuleData.h"
+
+namespace VornSupport {
+
+ModuleData::~ModuleData() = default;
+
+}  // namespace VornSupport

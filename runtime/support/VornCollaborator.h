@@ -1,0 +1,78 @@
+#pragma once
+
+#include "runtime/platform/Export.h"
+#include "runtime/support/VornMutex.h"
+#include "runtime/support/VornNotification.h"
+
+#include <memory>
+#include <vector>
+
+namespace VornSupport {
+
+class VornCollaborator;
+
+// Is told of a collaborator's changes. Must have been removed from every
+// collaborator before it is destroyed.
+class VORN_EXPORT VornDependent {
+public:
+    VornDependent() = default;
+    VornDependent(const VornDependent&) = default;
+    VornDependent& operator=(const VornDependent&) = default;
+    virtual ~VornDependent();
+
+    // Called on the notifying thread, no lock of the collaborator held; it may
+    // add and remove dependents (itself included), notify, and let go of the
+    // source. Does nothing unless overridden.
+    virtual void handleNotification(VornCollaborator& source, const VornNotification& notification);
+};
+
+// The subject of the observer model. Does not own its dependents. Every
+// function may be called from any thread, during a notify as well.
+class VORN_EXPORT VornCollaborator {
+public:
+    VornCollaborator();
+    VornCollaborator(const VornCollaborator&);  // a copy starts without dependents
+    VornCollaborator& operator=(const VornCollaborator&) { return *this; }
+    virtual ~VornCollaborator();
+
+    // Appends; a dependent added twice is told twice. One that is added during
+    // a notify is told from the next one on.
+    void addDependent(VornDependent& dependent);
+
+    // Removes the earliest registration of `dependent`, if there is one. On
+    // return no handler of a removed registration of it is running on another
+    // thread, nor will be called again, so the dependent may be destroyed, also
+    // one that had removed itself in a handler that is still running. Waits for
+    // handlers elsewhere, never for one on the calling thread. Handlers that
+    // remove each other at one moment on several threads, whoever's dependents
+    // they are, would wait for each other: the call that would close the circle
+    // returns at once instead.
+    void removeDependent(VornDependent& dependent);
+
+    // Calls handleNotification(*this, notification) on every dependent, in the
+    // order of adding, on this thread. Those removed before their turn are
+    // passed over. A counted source stays alive until notify returns, even
+    // when a handler drops the last other reference. An exception of a handler
+    // ends the walk and passes through.
+    virtual void notify(const VornNotification& notification);
+
+private:
+    struct Registration;
+    using RegistrationPtr = std::shared_ptr<Registration>;
+    using Registrations = std::vector<RegistrationPtr>;
+    class RemovalWaits;
+
+    bool enter(Registration& registration) VORN_EXCLUDES(mutex_);
+    void leave(Registration& registration) VORN_EXCLUDES(mutex_);
+    void takeOutLocked(const VornDependent& dependent) VORN_REQUIRES(mutex_);
+    RegistrationPtr runningElsewhereLocked(const VornDependent& dependent) const
+        VORN_REQUIRES(mutex_);
+
+    mutable VornMutex mutex_;
+    // Replaced, never changed: a notify walks the list it found. Null: nobody.
+    std::shared_ptr<const Registrations> registrations_ VORN_GUARDED_BY(mutex_);
+    // Removed while their handlers were running.
+    Registrations leaving_ VORN_GUARDED_BY(mutex_);
+};
+
+}  // namespace VornSupport

@@ -1,0 +1,275 @@
+#include "runtime/support/VornLogging.h"
+
+#include "runtime/platform/ErrorState.h"
+#include "runtime/platform/PathText.h"
+#include "runtime/platform/StandardError.h"
+#include "runtime/support/VornLogFile.h"
+#include "runtime/support/VornLogRecord.h"
+#include "runtime/support/VornMutex.h"
+#include "runtime/support/VornThreadName.h"
+
+#include <algorithm>
+#include <charconv>
+#include <chrono>
+#include <filesystem>
+#include <system_error>
+#include <vector>
+
+namespace VornSupport {
+namespace {
+
+using VornPlatform::ErrorStateKeeper;
+using VornPlatform::SystemLogSeverity;
+
+constexpr int kHighestLevel = 9;
+
+// The unfinished records of one thread, the innermost last. A record whose
+// statement was left by an exception is never ended: it stays below later ones
+// until it is the oldest of too many.
+class OpenRecords {
+public:
+    VornLogRecord& push() {
+        if (count_ == kMost) {
+            std::rotate(records_.begin(), records_.begin() + 1, records_.end());
+            return records_.back();
+        }
+        if (count_ == records_.size()) records_.emplace_back();
+        return records_[count_++];
+    }
+    VornLogRecord* top() { return count_ == 0 ? nullptr : &records_[count_ - 1]; }
+
+    struct Popper {
+        OpenRecords& records;
+        ~Popper() { records.records_[--records.count_].trim(); }
+    };
+
+private:
+    static constexpr std::size_t kMost = 16;
+    std::vector<VornLogRecord> records_;  // kept for their memory
+    std::size_t count_ = 0;
+};
+
+// Plain values, so that a thread may log even while its thread-local objects
+// are being destroyed; what it opens from then on is not given back.
+thread_local OpenRecords* openRecords = nullptr;
+thread_local bool threadEnds = false;
+
+struct OpenRecordsCleaner {
+    ~OpenRecordsCleaner() {
+        delete openRecords;
+        openRecords = nullptr;
+        threadEnds = true;
+    }
+    void touch() {}
+};
+thread_local OpenRecordsCleaner cleaner;
+
+OpenRecords& openRecordsOfThread() {
+    if (openRecords == nullptr) {
+        openRecords = new OpenRecords;
+        if (!threadEnds) cleaner.touch();
+    }
+    return *openRecords;
+}
+
+SystemLogSeverity severityOf(int level) {
+    if (level == 0) return SystemLogSeverity::Error;
+    if (level <= 2) return SystemLogSeverity::Warning;
+    if (level == 3) return SystemLogSeverity::Notice;
+    return level <= 5 ? SystemLogSeverity::Information : SystemLogSeverity::Debug;
+}
+
+bool goesTo(int target, VornLogTarget wanted) {
+    const auto chosen = static_cast<VornLogTarget>(target);
+    return chosen == wanted || (chosen == VornLogTarget::FileAndStandardError &&
+                                (wanted == VornLogTarget::File ||
+                                 wanted == VornLogTarget::StandardError));
+}
+
+}  // namespace
+
+std::atomic<int> VornLogging::on_{1};
+
+struct VornLogging::Impl {
+    // The file asks for the line while it is written to, so with the lock held.
+    Impl()
+        : file([this](std::size_t lost) VORN_NO_THREAD_SAFETY_ANALYSIS { return lostLine(lost); }) {
+    }
+
+    void switchOn() VORN_REQUIRES(mutex) { on_ = allowed ? level.load() : -1; }
+    void write(VornLogRecord& record) VORN_EXCLUDES(mutex);
+    std::string lostLine(std::size_t lost) VORN_REQUIRES(mutex);
+
+    std::atomic<int> level{on_.load()};
+    std::atomic<int> target{static_cast<int>(VornLogTarget::StandardError)};
+
+    VornMutex mutex;  // innermost: nothing else is taken while it is held
+    bool allowed VORN_GUARDED_BY(mutex) = true;
+    VornLogClock clock VORN_GUARDED_BY(mutex);
+    VornLogFile file VORN_GUARDED_BY(mutex);
+    SystemWriter systemWriter VORN_GUARDED_BY(mutex) = &VornPlatform::writeSystemLog;
+};
+
+// The time is taken under the lock, so that times ascend in the file.
+void VornLogging::Impl::write(VornLogRecord& record) {
+    const int to = target;
+    VornMutexLock lock(mutex);
+    if (goesTo(to, VornLogTarget::System)) systemWriter(severityOf(record.level()), record.body());
+    const bool toFile = goesTo(to, VornLogTarget::File);
+    const bool toStandardError = goesTo(to, VornLogTarget::StandardError);
+    if (!toFile && !toStandardError) return;
+    const std::string_view line = record.line(clock.format(std::chrono::system_clock::now()));
+    if (toStandardError) VornPlatform::writeStandardError(line);
+    if (toFile) file.write(line, std::chrono::steady_clock::now());
+}
+
+std::string VornLogging::Impl::lostLine(std::size_t lost) {
+    VornLogRecord record;
+    record.begin(0, false, "VornLogging");
+    record.append(std::to_string(lost) + " records lost");
+    record.end();
+    return std::string(record.line(clock.format(std::chrono::system_clock::now())));
+}
+
+VornLogging::VornLogging() : impl_(std::make_unique<Impl>()) {}
+VornLogging::~VornLogging() = default;
+
+VornLogging& VornLogging::getInstance() {
+    static VornLogging* const instance = new VornLogging;
+    return *instance;
+}
+
+void VornLogging::setAccessAllowed(bool allowed) {
+    Impl& impl = *getInstance().impl_;
+    VornMutexLock lock(impl.mutex);
+    impl.allowed = allowed;
+    impl.switchOn();
+}
+
+int VornLogging::getLogLevel() const { return impl_->level; }
+
+void VornLogging::setLogLevel(int level) {
+    if (level < 0 || level > kHighestLevel) return;
+    VornMutexLock lock(impl_->mutex);
+    impl_->level = level;
+    impl_->switchOn();
+}
+
+int VornLogging::getTarget() const { return impl_->target; }
+
+void VornLogging::setTarget(int target) {
+    const bool known = target >= 0 && target <= static_cast<int>(VornLogTarget::System);
+    impl_->target = known ? target : static_cast<int>(VornLogTarget::None);
+}
+
+void VornLogging::setFile(const std::string& path, std::uint64_t maxBytes, int files) {
+    const ErrorStateKeeper keeper;
+    std::string absolute = path;
+    if (!path.empty()) {
+        std::error_code failed;
+        const auto full = std::filesystem::absolute(VornPlatform::pathFromUtf8(path), failed);
+        if (!failed) absolute = VornPlatform::utf8FromPath(full);
+    }
+    VornMutexLock lock(impl_->mutex);
+    impl_->file.configure(absolute, maxBytes, files);
+}
+
+void VornLogging::setSystemName(const std::string& name) {
+    const ErrorStateKeeper keeper;
+    VornMutexLock lock(impl_->mutex);
+    VornPlatform::setSystemLogName(name);
+}
+
+void VornLogging::setSystemWriterForTest(SystemWriter writer) {
+    VornMutexLock lock(impl_->mutex);
+    impl_->systemWriter = writer == nullptr ? &VornPlatform::writeSystemLog : writer;
+}
+
+void VornLogging::flush() {
+    const ErrorStateKeeper keeper;
+    VornMutexLock lock(impl_->mutex);
+    impl_->file.flush(std::chrono::steady_clock::now());
+}
+
+// Memory can run out in each of the following; a piece or a record is lost then
+// and nobody is told, which beats taking the caller down with it.
+
+VornLogging& VornLogging::operator<<(setloglevel level) {
+    const ErrorStateKeeper keeper;
+    try {
+        const bool off = level.level < 0 || !isOn(level.level) ||
+                         impl_->target == static_cast<int>(VornLogTarget::None);
+        openRecordsOfThread().push().begin(level.level, off, threadName());
+    } catch (...) {
+    }
+    return *this;
+}
+
+VornLogging& VornLogging::operator<<(VornEndRecord) {
+    const ErrorStateKeeper keeper;
+    try {
+        OpenRecords& records = openRecordsOfThread();
+        VornLogRecord* const record = records.top();
+        if (record == nullptr) return *this;
+        const OpenRecords::Popper popper{records};
+        if (record->isOff()) return *this;
+        record->end();
+        impl_->write(*record);
+    } catch (...) {
+    }
+    return *this;
+}
+
+VornLogging& VornLogging::operator<<(std::string_view text) {
+    const ErrorStateKeeper keeper;
+    try {
+        VornLogRecord* const record = openRecordsOfThread().top();
+        if (record != nullptr) record->append(text);
+    } catch (...) {
+    }
+    return *this;
+}
+
+VornLogging& VornLogging::operator<<(const std::string& text) {
+    return *this << std::string_view(text);
+}
+
+VornLogging& VornLogging::operator<<(const char* text) {
+    return *this << std::string_view(text == nullptr ? "(null)" : text);
+}
+
+VornLogging& VornLogging::operator<<(char c) { return *this << std::string_view(&c, 1); }
+
+VornLogging& VornLogging::operator<<(bool value) {
+    return *this << std::string_view(value ? "true" : "false");
+}
+
+VornLogging& VornLogging::operator<<(long long value) {
+    char digits[24];
+    const auto end = std::to_chars(digits, digits + sizeof digits, value).ptr;
+    return *this << std::string_view(digits, end);
+}
+
+VornLogging& VornLogging::operator<<(unsigned long long value) {
+    char digits[24];
+    const auto end = std::to_chars(digits, digits + sizeof digits, value).ptr;
+    return *this << std::string_view(digits, end);
+}
+
+VornLogging& VornLogging::operator<<(int value) { return *this << static_cast<long long>(value); }
+VornLogging& VornLogging::operator<<(long value) { return *this << static_cast<long long>(value); }
+VornLogging& VornLogging::operator<<(unsigned int value) {
+    return *this << static_cast<unsigned long long>(value);
+}
+VornLogging& VornLogging::operator<<(unsigned long value) {
+    return *this << static_cast<unsigned long long>(value);
+}
+
+VornLogging& VornLogging::operator<<(const void* pointer) {
+    char digits[24] = {'0', 'x'};
+    const auto value = reinterpret_cast<std::uintptr_t>(pointer);
+    const auto end = std::to_chars(digits + 2, digits + sizeof digits, value, 16).ptr;
+    return *this << std::string_view(digits, end);
+}
+
+}  // namespace VornSupport

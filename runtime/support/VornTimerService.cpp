@@ -1,0 +1,248 @@
+#include "runtime/support/VornTimerService.h"
+
+#include "runtime/platform/NativeThread.h"
+#include "runtime/support/VornLogging.h"
+#include "runtime/support/VornThreadName.h"
+
+#include <algorithm>
+#include <exception>
+#include <utility>
+
+namespace VornSupport {
+namespace {
+
+constexpr auto kWorkerIdle = std::chrono::seconds(10);
+// How long a receiver waits for a busy worker before another one is started.
+constexpr auto kPatience = std::chrono::milliseconds(2);
+// Up to here workers are started without patience.
+constexpr std::size_t kEagerWorkers = 4;
+// How long receivers wait at least when the system had no thread for one.
+constexpr auto kNoThreadDelay = std::chrono::milliseconds(100);
+
+}  // namespace
+
+struct VornTimerService::Worker {
+    StatePtr work;
+    VornCondition given;
+};
+
+VornTimerService& VornTimerService::getInstance() {
+    static VornTimerService* const instance = new VornTimerService;
+    return *instance;
+}
+
+void VornTimerService::arm(const StatePtr& state, TimerClock::duration delay,
+                           TimerClock::duration period, bool oneShot) {
+    VornMutexLock lock(mutex_);
+    state->started = true;
+    state->delay = delay;
+    state->period = period;
+    state->oneShot = oneShot;
+    startLocked(state);
+}
+
+void VornTimerService::rearm(const StatePtr& state) {
+    VornMutexLock lock(mutex_);
+    if (state->started) startLocked(state);
+}
+
+void VornTimerService::startLocked(const StatePtr& state) {
+    disarmLocked(*state);
+    if (state->stopping == 0) insertLocked(state, TimerClock::now() + state->delay);
+}
+
+void VornTimerService::stop(const StatePtr& state) {
+    VornMutexLock lock(mutex_);
+    disarmLocked(*state);
+    if (state->runner == std::this_thread::get_id()) return;
+    ++state->stopping;
+    while (state->phase == VornTimer::State::Phase::Running) state->ended.wait(mutex_);
+    --state->stopping;
+}
+
+bool VornTimerService::isOneShot(const VornTimer::State& state) {
+    VornMutexLock lock(mutex_);
+    return state.oneShot;
+}
+
+bool VornTimerService::isArmed(const VornTimer::State& state) {
+    VornMutexLock lock(mutex_);
+    return state.armed;
+}
+
+int VornTimerService::armedCount() {
+    VornMutexLock lock(mutex_);
+    return static_cast<int>(armed_.size());
+}
+
+void VornTimerService::insertLocked(const StatePtr& state, TimerClock::time_point due) {
+    if (!dispatching_) {
+        const auto error = VornPlatform::startThread(
+            {.name = "VornTimers", .stackBytes = VornThread::kClientStack}, &enterDispatcher, this);
+        dispatching_ = !error;
+        if (error) VORN_LOG(0, "VornTimer::start: no thread for the timers: " << error.text());
+    }
+    state->place = armed_.emplace(due, state);
+    state->armed = true;
+    if (state->place == armed_.begin()) earlier_.notifyOne();
+}
+
+// Also withdraws what came due and has not been begun.
+void VornTimerService::disarmLocked(VornTimer::State& state) {
+    state.pending = false;
+    if (state.phase == VornTimer::State::Phase::Queued) state.phase = VornTimer::State::Phase::Idle;
+    if (!state.armed) return;
+    state.armed = false;
+    armed_.erase(state.place);
+}
+
+// Takes the earliest timer, which is due, out of the order and sees that its
+// receiver runs. A periodic one is put back first.
+void VornTimerService::fireLocked(TimerClock::time_point now) {
+    using Phase = VornTimer::State::Phase;
+    const TimerClock::time_point due = armed_.begin()->first;
+    const StatePtr state = armed_.begin()->second;
+    armed_.erase(armed_.begin());
+    state->armed = false;
+    if (!state->oneShot) insertLocked(state, nextOnRaster(due, now, state->period));
+    if (state->phase == Phase::Running) state->pending = true;
+    if (state->phase != Phase::Idle) return;
+
+    state->phase = Phase::Queued;
+    if (!idle_.empty()) {
+        Worker* const worker = idle_.back();
+        idle_.pop_back();
+        worker->work = state;
+        worker->given.notifyOne();
+        return;
+    }
+    if (ready_.empty()) {
+        nextLook_ = workers_ < kEagerWorkers ? now : now + kPatience;
+        progress_ = false;
+    }
+    ready_.push_back(state);
+}
+
+// Receivers for which no worker is on its way.
+std::size_t VornTimerService::unservedLocked() const {
+    return ready_.size() - std::min(ready_.size(), starting_);
+}
+
+// Counts the workers to be started now as started and returns their number.
+std::size_t VornTimerService::addWorkersLocked(TimerClock::time_point now) {
+    if (unservedLocked() == 0 || now < nextLook_) return 0;
+    std::size_t count = progress_ ? 1 : workers_;
+    if (workers_ < kEagerWorkers) count = kEagerWorkers - workers_;
+    count = std::min(count, unservedLocked());
+    nextLook_ = now + kPatience;
+    progress_ = false;
+    workers_ += count;
+    starting_ += count;
+    return count;
+}
+
+void VornTimerService::startWorkers(std::size_t count) {
+    for (; count > 0; --count) {
+        const auto error = VornPlatform::startThread(
+            {.name = "VornTimerWork", .stackBytes = VornThread::kClientStack}, &enterWorker, this);
+        if (!error) continue;
+        VORN_LOG(2, "VornTimer::start: no thread for a receiver, trying again: " << error.text());
+        VornMutexLock lock(mutex_);
+        workers_ -= count;
+        starting_ -= count;
+        nextLook_ = TimerClock::now() + kNoThreadDelay;
+        return;
+    }
+}
+
+void VornTimerService::enterDispatcher(void* service) {
+    setThreadName("VornTimers");
+    static_cast<VornTimerService*>(service)->dispatch();
+}
+
+void VornTimerService::dispatch() {
+    VornMutexLock lock(mutex_);
+    for (;;) {
+        const auto now = TimerClock::now();
+        while (!armed_.empty() && armed_.begin()->first <= now) fireLocked(now);
+        if (const std::size_t count = addWorkersLocked(now); count > 0) {
+            lock.unlock();
+            startWorkers(count);
+            lock.lock();
+        } else {
+            waitForWorkLocked();
+        }
+    }
+}
+
+void VornTimerService::waitForWorkLocked() {
+    auto wake = TimerClock::time_point::max();
+    if (!armed_.empty()) wake = armed_.begin()->first;
+    if (unservedLocked() > 0) wake = std::min(wake, nextLook_);
+    if (wake == TimerClock::time_point::max()) {
+        earlier_.wait(mutex_);
+    } else {
+        earlier_.waitUntil(mutex_, wake);
+    }
+}
+
+void VornTimerService::enterWorker(void* service) {
+    setThreadName("VornTimerWork");
+    static_cast<VornTimerService*>(service)->work();
+}
+
+void VornTimerService::work() {
+    Worker self;
+    VornMutexLock lock(mutex_);
+    --starting_;
+    while (const StatePtr state = nextReceiverLocked(self)) {
+        lock.unlock();
+        runReceiver(state);
+        lock.lock();
+    }
+    --workers_;
+}
+
+// Null when the worker is no longer needed.
+VornTimerService::StatePtr VornTimerService::nextReceiverLocked(Worker& worker) {
+    if (!ready_.empty()) {
+        StatePtr state = std::move(ready_.front());
+        ready_.pop_front();
+        progress_ = true;
+        return state;
+    }
+    idle_.push_back(&worker);
+    const auto deadline = TimerClock::now() + kWorkerIdle;
+    while (!worker.work) {
+        if (worker.given.waitUntil(mutex_, deadline) || worker.work) continue;
+        idle_.erase(std::find(idle_.begin(), idle_.end(), &worker));
+        return nullptr;
+    }
+    return std::exchange(worker.work, nullptr);
+}
+
+// Between the calls of a receiver and after the last one the timer's owner may
+// be gone; only the shared state is safe to touch then.
+void VornTimerService::runReceiver(const StatePtr& state) {
+    VornMutexLock lock(mutex_);
+    if (state->phase != VornTimer::State::Phase::Queued) return;
+    state->phase = VornTimer::State::Phase::Running;
+    state->runner = std::this_thread::get_id();
+    do {
+        state->pending = false;
+        lock.unlock();
+        try {
+            state->owner.timerFired();
+        } catch (const std::exception& e) {
+            VORN_LOG(2, "VornTimer::timerFired: exception: " << e.what());
+        } catch (...) {
+            VORN_LOG(2, "VornTimer::timerFired: unknown exception");
+        }
+        lock.lock();
+    } while (state->pending);
+    state->phase = VornTimer::State::Phase::Idle;
+    state->runner = {};
+    state->ended.notifyAll();
+}
+
+}  // namespace VornSupport

@@ -1,0 +1,83 @@
+#include "tests/support/TestSupport.h"
+
+#include <algorithm>
+#include <fstream>
+#include <iterator>
+#include <random>
+#include <stdexcept>
+#include <system_error>
+#include <thread>
+
+namespace TestSupport {
+namespace {
+
+constexpr std::chrono::milliseconds kLongestPause{20};
+
+}  // namespace
+
+bool waitUntil(const std::function<bool()>& condition, std::chrono::milliseconds bound) {
+    using Clock = std::chrono::steady_clock;
+    const auto deadline = Clock::now() + bound;
+    std::chrono::milliseconds pause{1};
+    while (!condition()) {
+        if (Clock::now() >= deadline) return false;
+        std::this_thread::sleep_for(pause);
+        pause = std::min(2 * pause, kLongestPause);
+    }
+    return true;
+}
+
+std::filesystem::path toPath(std::string_view text) {
+    return std::u8string(text.begin(), text.end());
+}
+
+std::string toText(const std::filesystem::path& path) {
+    const std::u8string text = path.u8string();
+    return std::string(text.begin(), text.end());
+}
+
+TemporaryDirectory::TemporaryDirectory() {
+    static std::random_device random;
+    const auto base = std::filesystem::temp_directory_path();
+    do {
+        path_ = base / ("ruvo-test-" + std::to_string(random()) + '-' + std::to_string(random()));
+    } while (!std::filesystem::create_directory(path_));
+}
+
+TemporaryDirectory::~TemporaryDirectory() {
+    std::error_code ignored;
+    std::filesystem::remove_all(path_, ignored);
+}
+
+std::string TemporaryDirectory::file(std::string_view name) const {
+    return toText(path_ / toPath(name));
+}
+
+std::string readFile(const std::string& path) {
+    std::ifstream file(toPath(path), std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+void writeFile(const std::string& path, std::string_view content) {
+    std::ofstream file(toPath(path), std::ios::binary | std::ios::trunc);
+    file.write(content.data(), static_cast<std::streamsize>(content.size()));
+    file.close();
+    if (!file) throw std::runtime_error("cannot write " + path);
+}
+
+bool exists(const std::string& path) {
+    std::error_code ignored;
+    return std::filesystem::exists(toPath(path), ignored);
+}
+
+WorkingDirectory::WorkingDirectory(const std::string& path)
+    : previous_(std::filesystem::current_path()) {
+    std::filesystem::current_path(toPath(path));
+}
+
+WorkingDirectory::~WorkingDirectory() {
+    std::error_code ignored;
+    std::filesystem::current_path(previous_, ignored);
+}
+
+}  // namespace TestSupport
