@@ -1,0 +1,45 @@
+#pragma once
+
+#include "runtime/net/VornDeliveryChannel.h"
+#include "runtime/platform/Export.h"
+
+#include <memory>
+#include <vector>
+
+namespace VornNet {
+
+// Gathers the deliveries of the thread that makes it, for as long as it lives:
+// bytes for one client are held until 16 KiB are, or until settle() or flush().
+// Nothing waits for a client but settle() and flush(), so a lock may be held
+// around the deliveries themselves. One at a time a thread; the destructor
+// flushes.
+class VORN_EXPORT VornDeliveryGathering {
+public:
+    VornDeliveryGathering();
+    ~VornDeliveryGathering();
+    VornDeliveryGathering(const VornDeliveryGathering&) = delete;
+    VornDeliveryGathering& operator=(const VornDeliveryGathering&) = delete;
+
+    // Waits until every client that holds more than 16 KiB back has taken its
+    // bytes or has had them for "ruvod.limits.delivery-ms"; all of them at
+    // once, so any number of clients that do not read costs that time once.
+    // Call it after each event, no lock held.
+    void settle();
+    // Sends everything held, waiting as settle() does. Call it when nothing
+    // more is to be delivered for now.
+    void flush();
+
+    // The calling thread's gathering, or null.
+    static VornDeliveryGathering* current();
+
+private:
+    friend class VornDeliveryChannel;
+    using Channels = std::vector<std::shared_ptr<VornDeliveryChannel>>;
+
+    void addStalled(std::shared_ptr<VornDeliveryChannel> channel);
+
+    Channels held_;     // have unsent bytes
+    Channels stalled_;  // of those, the ones over the limit
+};
+
+}  // namespace VornNet

@@ -1,0 +1,88 @@
+#include "runtime/net/VornProxyDependentContainer.h"
+
+#include "runtime/net/VornDeliveryChannel.h"
+
+#include <algorithm>
+#include <functional>
+
+namespace VornNet {
+
+using VornSupport::VornCriticalSection;
+
+std::size_t VornProxyDependentContainer::KeyHash::operator()(const Key& key) const {
+    return std::hash<std::string>()(key.remoteName) * 31 + std::hash<std::int32_t>()(key.handle);
+}
+
+VornProxyDependentContainer::VornProxyDependentContainer() = default;
+
+VornProxyDependentContainer& VornProxyDependentContainer::getInstance() {
+    static VornProxyDependentContainer* const instance = new VornProxyDependentContainer;
+    return *instance;
+}
+
+void VornProxyDependentContainer::add(Entry proxy) {
+    VornCriticalSection lock(lock_);
+    byKey_[{proxy->getRemoteName(), proxy->getHandle()}].push_back(nextNumber_);
+    places_.push_back({nextNumber_, std::move(proxy)});
+    ++nextNumber_;
+    size_.store(static_cast<int>(places_.size()), std::memory_order_release);
+}
+
+std::size_t VornProxyDependentContainer::indexLocked(std::uint64_t number) const {
+    const auto found =
+        std::lower_bound(places_.begin(), places_.end(), number,
+                         [](const Place& place, std::uint64_t n) { return place.number < n; });
+    return static_cast<std::size_t>(found - places_.begin());
+}
+
+VornProxyDependentContainer::Entry VornProxyDependentContainer::lookup(
+    const std::string& remoteName, std::int32_t handle) const {
+    VornCriticalSection lock(lock_);
+    const auto found = byKey_.find({remoteName, handle});
+    return found == byKey_.end() ? nullptr : places_[indexLocked(found->second.front())].proxy;
+}
+
+void VornProxyDependentContainer::remove(const std::string& remoteName, std::int32_t handle) {
+    VornCriticalSection lock(lock_);
+    const auto found = byKey_.find({remoteName, handle});
+    if (found == byKey_.end()) return;
+    const Entry removed = takeLocked(found, 0);
+    lock.unlock();
+    removed->retire();
+}
+
+bool VornProxyDependentContainer::remove(const VornProxyDependent& proxy) {
+    VornCriticalSection lock(lock_);
+    const auto found = byKey_.find({proxy.getRemoteName(), proxy.getHandle()});
+    if (found == byKey_.end()) return false;
+    const auto& numbers = found->second;
+    for (std::size_t i = 0; i < numbers.size(); ++i) {
+        if (places_[indexLocked(numbers[i])].proxy.get() != &proxy) continue;
+        const Entry removed = takeLocked(found, i);
+        lock.unlock();
+        removed->retire();
+        return true;
+    }
+    return false;
+}
+
+VornProxyDependentContainer::Entry VornProxyDependentContainer::takeLocked(
+    ByKey::iterator key, std::size_t which) {
+    auto& numbers = key->second;
+    const std::size_t index = indexLocked(numbers[which]);
+    Entry taken = std::move(places_[index].proxy);
+    places_.erase(places_.begin() + static_cast<std::ptrdiff_t>(index));
+    size_.store(static_cast<int>(places_.size()), std::memory_order_release);
+    numbers.erase(numbers.begin() + static_cast<std::ptrdiff_t>(which));
+    if (numbers.empty()) byKey_.erase(key);
+    return taken;
+}
+
+const VornProxyDependentContainer::Entry& VornProxyDependentContainer::operator[](
+    int index) const {
+    static const Entry none;
+    const auto at = static_cast<std::size_t>(index);
+    return index >= 0 && at < places_.size() ? places_[at].proxy : none;
+}
+
+}  // namespace VornNet

@@ -1,0 +1,73 @@
+#pragma once
+
+#include "runtime/net/VornProxyDependent.h"
+#include "runtime/platform/Export.h"
+#include "runtime/support/VornCriticalSection.h"
+#include "runtime/support/VornSmartPointer.h"
+
+#include <atomic>
+#include <cstdint>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+namespace VornNet {
+
+// The process-wide registry of proxy dependents, in the order of registration.
+// add, lookup and remove lock inside and may be called from any thread at any
+// time after the library is loaded. Who walks by index holds getlock() for the
+// whole walk. Nothing is pruned: an entry stays until it is removed.
+class VORN_EXPORT VornProxyDependentContainer {
+public:
+    using Entry = VornSupport::VornSmartPointer<VornProxyDependent>;
+
+    static VornProxyDependentContainer& getInstance();
+
+    void add(Entry proxy);
+    // The first entry with that remote name and handle, or null.
+    Entry lookup(const std::string& remoteName, std::int32_t handle) const;
+    // Removes that first entry; does nothing when there is none. What is held
+    // for it is sent first, within "ruvod.limits.delivery-ms"; after the return
+    // it is told nothing more. The delivery connection of a remote name is
+    // closed with its last registration.
+    void remove(const std::string& remoteName, std::int32_t handle);
+    // Removes one entry, wherever it stands; false when it is not in here.
+    bool remove(const VornProxyDependent& proxy);
+
+    int size() const { return size_.load(std::memory_order_acquire); }
+    // The entry at `index` (0 to size() - 1); null outside. The caller holds
+    // getlock(), for as long as it uses the result.
+    const Entry& operator[](int index) const VORN_REQUIRES(lock_);
+    VornSupport::VornCriticalSectionObject& getlock() const VORN_RETURN_CAPABILITY(lock_) {
+        return lock_;
+    }
+
+private:
+    struct Key {
+        std::string remoteName;
+        std::int32_t handle;
+        bool operator==(const Key&) const = default;
+    };
+    struct KeyHash {
+        std::size_t operator()(const Key& key) const;
+    };
+    struct Place {
+        std::uint64_t number;  // grows with every add
+        Entry proxy;
+    };
+
+    // Numbers of the places with one key, the earliest first.
+    using ByKey = std::unordered_map<Key, std::vector<std::uint64_t>, KeyHash>;
+
+    VornProxyDependentContainer();
+    std::size_t indexLocked(std::uint64_t number) const VORN_REQUIRES(lock_);
+    Entry takeLocked(ByKey::iterator key, std::size_t which) VORN_REQUIRES(lock_);
+
+    mutable VornSupport::VornCriticalSectionObject lock_;
+    std::vector<Place> places_ VORN_GUARDED_BY(lock_);  // by number, so searched by halving
+    ByKey byKey_ VORN_GUARDED_BY(lock_);
+    std::atomic<int> size_{0};  // of places_; changed under lock_
+    std::uint64_t nextNumber_ VORN_GUARDED_BY(lock_) = 0;
+};
+
+}  // namespace VornNet

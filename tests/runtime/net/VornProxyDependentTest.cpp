@@ -1,0 +1,316 @@
+#include "runtime/net/VornProxyDependent.h"
+
+#include "runtime/net/VornDeliveryGathering.h"
+#include "runtime/net/VornNetLimits.h"
+#include "runtime/net/VornProxyDependentContainer.h"
+#include "runtime/net/WireCodec.h"
+#include "runtime/support/VornException.h"
+#include "tests/runtime/net/TestProxy.h"
+#include "tests/support/TestListener.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <thread>
+#include <vector>
+
+using TestSupport::readBytes;
+using TestSupport::TcpListener;
+using VornNet::VornDeliveryGathering;
+using VornNet::VornProxyDependentContainer;
+using VornPlatform::Socket;
+using VornSupport::makeCounted;
+using VornSupport::VornException;
+using Clock = std::chrono::steady_clock;
+
+namespace {
+
+std::string delivery(std::int32_t handle, const std::string& text) {
+    std::string bytes;
+    VornNet::appendInt(bytes, handle);
+    return bytes + text;
+}
+
+// A port at which nobody listens.
+std::uint16_t deadPort() {
+    TcpListener listener;
+    return listener.port();
+}
+
+std::string messageOf(TestProxy& proxy) {
+    try {
+        proxy.tell();
+    } catch (const VornException& e) {
+        return e.getMessage();
+    }
+    return "";
+}
+
+class VornProxyDependentTest : public ::testing::Test {
+protected:
+    void SetUp() override { limits().deliveryMs = 20000; }
+    void TearDown() override { limits().deliveryMs = 2000; }
+    static VornNet::VornNetLimits& limits() { return VornNet::VornNetLimits::getInstance(); }
+};
+
+}  // namespace
+
+TEST_F(VornProxyDependentTest, DeliversTheHandleAndThenTheContent) {
+    TcpListener listener;
+    const auto proxy = makeCounted<TestProxy>(listener.remoteName(), -7, "hello");
+    proxy->tell();
+    EXPECT_EQ(readBytes(listener.accept(), 9), delivery(-7, "hello"));
+}
+
+TEST_F(VornProxyDependentTest, KeepsOneConnectionForAllRegistrationsOfAName) {
+    TcpListener listener;
+    const auto one = makeCounted<TestProxy>(listener.remoteName(), 1, "a");
+    const auto two = makeCounted<TestProxy>(listener.remoteName(), 2, "b");
+    one->tell();
+    two->tell();
+    one->tell();
+    const Socket client = listener.accept();
+    EXPECT_EQ(readBytes(client, 15), delivery(1, "a") + delivery(2, "b") + delivery(1, "a"));
+    EXPECT_FALSE(listener.hasCaller());
+}
+
+TEST_F(VornProxyDependentTest, ClosesTheConnectionWithTheLastRegistrationOfTheName) {
+    TcpListener listener;
+    auto& container = VornProxyDependentContainer::getInstance();
+    container.add(makeCounted<TestProxy>(listener.remoteName(), 1, "a"));
+    container.add(makeCounted<TestProxy>(listener.remoteName(), 2, "b"));
+    dynamic_cast<TestProxy&>(*container.lookup(listener.remoteName(), 1)).tell();
+    const Socket client = listener.accept();
+    EXPECT_EQ(readBytes(client, 5), delivery(1, "a"));
+    container.remove(listener.remoteName(), 1);
+    EXPECT_FALSE(VornPlatform::isPeerClosed(client.handle()));
+    container.remove(listener.remoteName(), 2);
+    EXPECT_EQ(readBytes(client, 1), "");  // the end of the stream
+}
+
+TEST_F(VornProxyDependentTest, ConnectsAnewToAListenerThatHasClosedItsConnection) {
+    TcpListener listener;
+    const auto proxy = makeCounted<TestProxy>(listener.remoteName(), 1, "x");
+    proxy->tell();
+    {
+        const Socket client = listener.accept();
+        EXPECT_EQ(readBytes(client, 5), delivery(1, "x"));
+    }
+    proxy->tell();
+    EXPECT_EQ(readBytes(listener.accept(), 5), delivery(1, "x"));
+}
+
+TEST_F(VornProxyDependentTest, ReportsAClientThatCannotBeReachedAndBacksOff) {
+    const auto port = deadPort();
+    const auto proxy =
+        makeCounted<TestProxy>("tcp:127.0.0.1:" + std::to_string(port), 1, "x");
+    EXPECT_NE(messageOf(*proxy).find("failed"), std::string::npos);
+    EXPECT_NE(messageOf(*proxy).find("back-off"), std::string::npos);
+
+    TcpListener listener(port);
+    const auto start = Clock::now();
+    while (!messageOf(*proxy).empty()) {
+        ASSERT_LT(Clock::now() - start, std::chrono::seconds(30)) << "never tried again";
+        std::this_thread::yield();
+    }
+    EXPECT_EQ(readBytes(listener.accept(), 5), delivery(1, "x"));
+}
+
+TEST_F(VornProxyDependentTest, RefusesANameThatCannotBeRead) {
+    const auto proxy = makeCounted<TestProxy>("somewhere", 1, "x");
+    EXPECT_NE(messageOf(*proxy).find("somewhere"), std::string::npos);
+}
+
+TEST_F(VornProxyDependentTest, LooksUpAHostName) {
+    TcpListener listener;
+    const auto proxy =
+        makeCounted<TestProxy>("tcp:localhost:" + std::to_string(listener.port()), 1, "x");
+    proxy->tell();
+    EXPECT_EQ(readBytes(listener.accept(), 5), delivery(1, "x"));
+}
+
+TEST_F(VornProxyDependentTest, ReportsAHostNameThatDoesNotExist) {
+    const auto proxy = makeCounted<TestProxy>("tcp:no-such-host.invalid:80", 1, "x");
+    EXPECT_NE(messageOf(*proxy).find("no-such-host.invalid"), std::string::npos);
+}
+
+TEST_F(VornProxyDependentTest, DeliversNothingOfAContentThatFailed) {
+    TcpListener listener;
+    const auto broken = makeCounted<TestProxy>(
+        listener.remoteName(), 1, [](VornNet::VornConnection& connection) {
+            connection.writeInt(1);
+            throw VornException("half way");
+        });
+    const auto whole = makeCounted<TestProxy>(listener.remoteName(), 2, "b");
+    EXPECT_EQ(messageOf(*broken), "half way");
+    whole->tell();
+    EXPECT_EQ(readBytes(listener.accept(), 5), delivery(2, "b"));
+}
+
+TEST_F(VornProxyDependentTest, FailsAListenerThatDoesNotTakeItsBytesInTime) {
+    limits().deliveryMs = 200;
+    TcpListener listener;
+    const auto proxy =
+        makeCounted<TestProxy>(listener.remoteName(), 1, std::string(8 << 20, 'x'));
+    const auto start = Clock::now();
+    std::string message;
+    for (int i = 0; i < 100 && message.empty(); ++i) message = messageOf(*proxy);
+    EXPECT_NE(message.find("200 ms"), std::string::npos) << message;
+    EXPECT_GE(Clock::now() - start, std::chrono::milliseconds(200));
+    EXPECT_NE(messageOf(*proxy).find("back-off"), std::string::npos);
+}
+
+TEST_F(VornProxyDependentTest, SendsADeliveryOverUdpAsOneDatagram) {
+    Socket receiver;
+    ASSERT_FALSE(VornPlatform::bindUdp(0, "127.0.0.1", receiver));
+    VornPlatform::SocketAddress address;
+    VornPlatform::localAddress(receiver.handle(), address);
+    const auto proxy =
+        makeCounted<TestProxy>("udp:" + address.text(), 3, std::string(59996, 'u'));
+    proxy->tell();
+    TestSupport::awaitReadable(receiver);
+    std::string bytes(70000, '\0');
+    VornPlatform::SocketAddress from;
+    VornPlatform::SocketAddress to;
+    const auto got =
+        VornPlatform::receiveFrom(receiver.handle(), bytes.data(), bytes.size(), from, to);
+    bytes.resize(got.count);
+    EXPECT_EQ(bytes, delivery(3, std::string(59996, 'u')));
+
+    const auto tooLarge =
+        makeCounted<TestProxy>("udp:" + address.text(), 3, std::string(59997, 'u'));
+    EXPECT_NE(messageOf(*tooLarge), "");
+}
+
+TEST_F(VornProxyDependentTest, FindsOutAnOverlongDatagramWhoseWriterSwallowsTheError) {
+    const auto proxy = makeCounted<TestProxy>(
+        "udp:127.0.0.1:9", 1, [](VornNet::VornConnection& connection) {
+            try {
+                connection.writeString(std::string(60000, 'x'));
+            } catch (const VornException&) {
+            }
+        });
+    EXPECT_NE(messageOf(*proxy).find("too large"), std::string::npos);
+}
+
+TEST_F(VornProxyDependentTest, DeliversNothingOfAContentWhoseWriterGaveUp) {
+    TcpListener listener;
+    const auto broken = makeCounted<TestProxy>(listener.remoteName(), 1,
+                                               [](VornNet::VornConnection& connection) {
+                                                   connection.writeInt(1);
+                                                   connection.abort();
+                                               });
+    EXPECT_NE(messageOf(*broken), "");
+    makeCounted<TestProxy>(listener.remoteName(), 2, "b")->tell();
+    EXPECT_EQ(readBytes(listener.accept(), 5), delivery(2, "b"));
+}
+
+TEST_F(VornProxyDependentTest, CheckEventOfTheBaseDoesNothing) {
+    const auto proxy = makeCounted<TestProxy>("somewhere", 1, "x");
+    EXPECT_FALSE(proxy->checkEvent(VornSupport::VornNotification()));
+}
+
+using VornDeliveryGatheringTest = VornProxyDependentTest;
+
+TEST_F(VornDeliveryGatheringTest, HoldsDeliveriesBackUntilItIsFlushed) {
+    TcpListener listener;
+    const auto proxy = makeCounted<TestProxy>(listener.remoteName(), 1, "x");
+    VornDeliveryGathering gathering;
+    proxy->tell();
+    proxy->tell();
+    gathering.settle();
+    EXPECT_FALSE(listener.hasCaller());
+    gathering.flush();
+    EXPECT_EQ(readBytes(listener.accept(), 10), delivery(1, "x") + delivery(1, "x"));
+}
+
+TEST_F(VornDeliveryGatheringTest, SendsWhenSixteenKibibytesAreHeld) {
+    TcpListener listener;
+    const auto proxy = makeCounted<TestProxy>(listener.remoteName(), 1, std::string(5000, 'x'));
+    VornDeliveryGathering gathering;
+    for (int i = 0; i < 3; ++i) proxy->tell();
+    EXPECT_FALSE(listener.hasCaller());
+    proxy->tell();
+    const Socket client = listener.accept();
+    gathering.settle();
+    EXPECT_EQ(readBytes(client, 4 * 5004).size(), 4u * 5004u);
+}
+
+TEST_F(VornDeliveryGatheringTest, FlushesAtItsEnd) {
+    TcpListener listener;
+    const auto proxy = makeCounted<TestProxy>(listener.remoteName(), 1, "x");
+    {
+        VornDeliveryGathering gathering;
+        EXPECT_EQ(VornDeliveryGathering::current(), &gathering);
+        proxy->tell();
+    }
+    EXPECT_EQ(VornDeliveryGathering::current(), nullptr);
+    EXPECT_EQ(readBytes(listener.accept(), 5), delivery(1, "x"));
+}
+
+TEST_F(VornDeliveryGatheringTest, SendsWhatIsHeldForARegistrationBeforeItIsGone) {
+    TcpListener listener;
+    auto& container = VornProxyDependentContainer::getInstance();
+    container.add(makeCounted<TestProxy>(listener.remoteName(), 1, "x"));
+    VornDeliveryGathering gathering;
+    dynamic_cast<TestProxy&>(*container.lookup(listener.remoteName(), 1)).tell();
+    container.remove(listener.remoteName(), 1);
+    const Socket client = listener.accept();
+    EXPECT_EQ(readBytes(client, 5), delivery(1, "x"));
+    EXPECT_EQ(VornPlatform::bytesAvailable(client.handle()), 0u);
+}
+
+// Two listeners that never read, each fed until its channel is stuck, cost the
+// time-out once together, and a third one is served all the same.
+TEST_F(VornDeliveryGatheringTest, WaitsForAllStalledListenersAtOnce) {
+    limits().deliveryMs = 1000;
+    std::vector<TcpListener> stalled(2);
+    TcpListener reading;
+    const std::string block(512 * 1024, 'x');
+    std::vector<VornSupport::VornSmartPointer<TestProxy>> proxies;
+    for (const auto& listener : stalled) {
+        proxies.push_back(makeCounted<TestProxy>(listener.remoteName(), 1, block));
+    }
+    const auto good = makeCounted<TestProxy>(reading.remoteName(), 2, "good");
+
+    VornDeliveryGathering gathering;
+    std::vector<bool> failed(2, false);
+    auto start = Clock::now();
+    int events = 0;
+    while (!(failed[0] && failed[1])) {
+        ASSERT_LT(++events, 1000);
+        for (std::size_t i = 0; i < 2; ++i) {
+            if (!failed[i] && messageOf(*proxies[i]) != "") failed[i] = true;
+        }
+        if (events == 1) good->tell();
+        gathering.settle();
+    }
+    const auto took = Clock::now() - start;
+    EXPECT_GE(took, std::chrono::milliseconds(1000));
+    gathering.flush();
+    EXPECT_EQ(readBytes(reading.accept(), 8), delivery(2, "good"));
+}
+
+TEST_F(VornDeliveryGatheringTest, ASlowReaderGetsEverythingInOrder) {
+    TcpListener listener;
+    constexpr int kDeliveries = 2000;
+    const std::string text(3000, 'x');
+    std::string received;
+    std::thread reader([&] {
+        const Socket client = listener.accept();
+        received = readBytes(client, kDeliveries * (4 + text.size()));
+    });
+    {
+        VornDeliveryGathering gathering;
+        for (int i = 0; i < kDeliveries; ++i) {
+            makeCounted<TestProxy>(listener.remoteName(), i, text)->tell();
+            gathering.settle();
+        }
+    }
+    reader.join();
+    ASSERT_EQ(received.size(), kDeliveries * (4 + text.size()));
+    for (int i = 0; i < kDeliveries; ++i) {
+        const auto at = static_cast<std::size_t>(i) * (4 + text.size());
+        ASSERT_EQ(VornNet::decode32(received.data() + at), static_cast<std::uint32_t>(i));
+    }
+}
