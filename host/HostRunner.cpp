@@ -1,0 +1,88 @@
+#include "host/HostRunner.h"
+
+#include "host/HostCommandLine.h"
+#include "runtime/platform/Signals.h"
+#include "runtime/platform/StandardError.h"
+
+#include <atomic>
+#include <cstdio>
+#include <cstdlib>
+#include <sstream>
+
+namespace RuvoHost {
+namespace {
+
+constexpr int kThreadPatienceMs = 5000;
+
+// What the signals act on. Null until there is a module.
+std::atomic<const RuvoHostApi*> running{nullptr};
+std::atomic<bool> stopCameEarly{false};
+
+void stop() {
+    stopCameEarly = true;
+    if (const RuvoHostApi* const module = running) module->stop();
+}
+
+void reload() {
+    if (const RuvoHostApi* const module = running) module->reload();
+}
+
+void say(const std::string& line) {
+    std::fputs((line + "\n").c_str(), stdout);
+    std::fflush(stdout);
+}
+
+// Whoever started us waits for the last of these lines.
+void announce(void* context) {
+    const auto& module = *static_cast<const RuvoHostApi*>(context);
+    char addresses[4096];
+    module.addresses(addresses, sizeof addresses);
+    std::istringstream lines(addresses);
+    for (std::string line; std::getline(lines, line);) say("ruvohost: listening on " + line);
+    say("ruvohost: ready");
+}
+
+}  // namespace
+
+void complain(const std::string& text) {
+    VornPlatform::writeStandardError("ruvohost: " + text + "\n");
+}
+
+void listenToSignals() {
+    if (const auto error = VornPlatform::watchSignals({.stop = &stop, .reload = &reload})) {
+        complain("signals are not listened to: " + error.text());
+    }
+}
+
+int runService(const RuvoHostApi& module, const std::string& properties) {
+    running = &module;
+    if (stopCameEarly) module.stop();
+
+    char error[1024] = "";
+    int status = kSuccess;
+    if (module.create(properties.c_str(), "", error, sizeof error) != 0) {
+        complain(error);
+        status = kFailure;
+    } else {
+        // The table is not changed through the pointer.
+        void* const context = const_cast<RuvoHostApi*>(&module);
+        if (module.run(&announce, context, error, sizeof error) != 0) {
+            complain(error);
+            status = kFailure;
+        }
+        if (module.destroy(kThreadPatienceMs) != 0) {
+            // Exit handlers would take from under a thread what it still uses.
+            std::fflush(stdout);
+            std::_Exit(status);
+        }
+    }
+    VornPlatform::tellStopped();
+    return status;
+}
+
+int checkProperties(const RuvoHostApi& module, const std::string& properties) {
+    const auto print = [](void*, const char* line) { say(line); };
+    return module.check(properties.c_str(), print, nullptr) == 0 ? kSuccess : kFailure;
+}
+
+}  // namespace RuvoHost

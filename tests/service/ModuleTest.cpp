@@ -1,0 +1,81 @@
+#include "service/Module.h"
+
+#include "runtime/monitor/VornEventMonitorManager.h"
+#include "runtime/support/VornException.h"
+#include "tests/service/TestMonitor.h"
+#include "tests/support/LogCapture.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace ServiceTests {
+namespace {
+
+using RuvoService::Module;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using VornMonitor::VornEventMonitorManager;
+
+const char* const kMonitors[] = {"TCPServer", "UDPServer", "Notifier", "JobStatus"};
+
+bool isKnown(const char* name) { return VornEventMonitorManager::getInstance().isKnown(name); }
+
+TEST(Module, MakesItsMonitorsKnownFromAttachToDetach) {
+    const TestSupport::LogCapture log;
+    Module module;
+    EXPECT_TRUE(module.isAttachedAtOnce());
+    for (const char* name : kMonitors) EXPECT_FALSE(isKnown(name)) << name;
+    module.attach();
+    for (const char* name : kMonitors) EXPECT_TRUE(isKnown(name)) << name;
+    module.detach();
+    for (const char* name : kMonitors) EXPECT_FALSE(isKnown(name)) << name;
+    EXPECT_TRUE(log.has(9, "ruvos::Module::detach: entering"));
+    EXPECT_EQ(log.texts(9).back(), "ruvos::Module::detach: exiting");
+}
+
+TEST(Module, CanBeAttachedAgain) {
+    Module module;
+    module.attach();
+    module.attach();
+    module.detach();
+    module.attach();
+    EXPECT_TRUE(isKnown("JobStatus"));
+}
+
+TEST(Module, DetachesWhenItIsDestroyed) {
+    {
+        Module module;
+        module.attach();
+    }
+    EXPECT_FALSE(isKnown("TCPServer"));
+    const TestSupport::LogCapture log;
+    { Module never; }
+    EXPECT_THAT(log.texts(), IsEmpty());
+}
+
+TEST(Module, MakesNoMonitorWhenANameIsTaken) {
+    Module module;
+    {
+        const TestMonitor inTheWay("JobStatus", &answerNext);
+        EXPECT_THROW(module.attach(), VornSupport::VornException);
+        EXPECT_FALSE(isKnown("TCPServer"));
+        EXPECT_FALSE(isKnown("Notifier"));
+    }
+    module.attach();
+    EXPECT_TRUE(isKnown("JobStatus"));
+}
+
+TEST(Module, TellsWhereItsListenersListen) {
+    Module module;
+    EXPECT_THAT(module.listenerAddresses(), IsEmpty());
+    module.attach();
+    EXPECT_THAT(module.listenerAddresses(), IsEmpty());
+    auto properties = VornSupport::makeCounted<VornEventMonitorManager::Properties>();
+    properties->setProperty("ruvod.tcp-server.port", "0");
+    VornEventMonitorManager::getInstance().startMonitors(properties);
+    EXPECT_THAT(module.listenerAddresses(), ElementsAre(::testing::StartsWith("tcp:")));
+    VornEventMonitorManager::getInstance().stopMonitors();
+}
+
+}  // namespace
+}  // namespace ServiceTests
