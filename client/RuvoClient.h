@@ -1,0 +1,84 @@
+#pragma once
+
+#include "client/RuvoClientError.h"
+#include "client/RuvoRequest.h"
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace Ruvo {
+
+class ClientCore;
+
+struct RuvoClientOptions {
+    std::string host = "127.0.0.1";  // a name or a numeric address
+    std::uint16_t port = 0;          // 0: the default port
+    bool useUdp = false;
+    // Zero or less: no limit.
+    std::chrono::milliseconds connectTimeout{5000};  // connecting and the opening together
+    std::chrono::milliseconds timeout{10000};        // each answer, and each sending
+    // A longer answer is not the daemon's and ends the conversation.
+    std::uint32_t maxStringBytes = 1048576;
+    std::uint32_t maxBlockBytes = 67108864;
+};
+
+// One conversation with the daemon. Belongs to one thread at a time. Every call
+// blocks for at most its time-out and throws RuvoClientError on failure; after
+// any but Declined and Argument the conversation is over, for nobody knows then
+// where in the stream of answers it is.
+class RUVO_API RuvoClient {
+public:
+    // Connects and opens the conversation.
+    explicit RuvoClient(const RuvoClientOptions& options = {});
+    ~RuvoClient();  // closes
+    RuvoClient(RuvoClient&&) noexcept;
+    RuvoClient& operator=(RuvoClient&&) noexcept;
+
+    // Sends one request and reads the integer that answers it. Declined when
+    // the engine does not know the command. For a request that is not answered
+    // by one integer: Argument.
+    std::int32_t call(const RuvoRequest& request);
+    // Several requests in one count: one integer each, in their order; of those
+    // without an answer 0. What the integers mean is left to the caller.
+    std::vector<std::int32_t> call(std::span<const RuvoRequest> batch);
+
+    // Sends requests, 65535 at most, in one count; their answers are then read,
+    // in order, with the calls below.
+    void send(std::span<const RuvoRequest> batch);
+    void send(const RuvoRequest& request) { send(std::span(&request, 1)); }
+    std::int32_t readInt();
+    std::uint32_t readUnsigned();
+    std::string readString();
+    std::string readBytes(std::size_t size);
+    // What is there, at least one byte; empty when nothing came for `quiet` or
+    // the daemon has closed.
+    std::string readSome(std::chrono::milliseconds quiet);
+
+    void acknowledge();
+    void logOff();
+    // Asks the daemon to stop and, over TCP, waits until it closes the
+    // connection: TimedOut when it does not.
+    void stopDaemon();
+
+    void setTimeout(std::chrono::milliseconds timeout);
+    void close() noexcept;
+    bool isOpen() const;
+    // Looks whether the daemon has ended the conversation. Does not wait. Over
+    // UDP this may only show after the next request.
+    bool isDaemonGone();
+    // "tcp:127.0.0.1:27610".
+    const std::string& address() const;
+    // The socket, for waiting beside a RuvoListener; -1 when closed.
+    std::intptr_t nativeHandle() const;
+
+private:
+    std::unique_ptr<ClientCore> core_;  // never null but in a moved-from object
+};
+
+}  // namespace Ruvo

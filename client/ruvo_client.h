@@ -1,0 +1,180 @@
+#ifndef RUVO_CLIENT_H
+#define RUVO_CLIENT_H
+
+/* The C interface of the client library: talks to the daemon's engines and
+ * receives what the daemon delivers. Link libruvoclient.so (ruvoclient.dll).
+ *
+ * Results. Functions return RUVO_OK or say what went wrong; ruvo_error_text()
+ * and ruvo_error_code() then tell more, for the calling thread, until its next
+ * call of this library. Results given through pointers are left alone on
+ * failure. No C++ exception leaves a function.
+ *
+ * Threads. A ruvo_client, ruvo_batch or ruvo_listener belongs to one thread at
+ * a time; different ones are independent of each other. ruvo_listener_wake()
+ * alone may be called on a listener that another thread waits in.
+ *
+ * Texts are UTF-8 and end in a zero byte where no size goes with them. Null
+ * pointers are refused with RUVO_ARGUMENT, except where they are mentioned;
+ * the free and close functions take them and do nothing.
+ */
+
+#include <stddef.h>
+#include <stdint.h>
+
+#if defined(_WIN32) && defined(RUVO_CLIENT_BUILD)
+#define RUVO_API __declspec(dllexport)
+#elif defined(__GNUC__) && !defined(_WIN32)
+#define RUVO_API __attribute__((visibility("default")))
+#else
+#define RUVO_API
+#endif
+
+#define RUVO_DEFAULT_TCP_PORT 27610
+#define RUVO_DEFAULT_UDP_PORT 27611
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+typedef enum ruvo_status {
+    RUVO_OK = 0,
+    RUVO_TIMED_OUT = 1,      /* nothing came in time */
+    RUVO_DECLINED = 2,       /* the daemon's answer is no: ruvo_error_code() has it */
+    RUVO_UNREACHABLE = 3,    /* no daemon could be reached there */
+    RUVO_ACCESS_REFUSED = 4, /* it closed without answering: this user may not use it */
+    RUVO_CLOSED = 5,         /* the conversation has ended */
+    RUVO_PROTOCOL = 6,       /* what came is no answer of this daemon */
+    RUVO_ARGUMENT = 7,       /* the call makes no sense */
+    RUVO_WOKEN = 8,          /* ruvo_listener_wake() ended the wait */
+    RUVO_NO_MEMORY = 9,
+    RUVO_INTERNAL = 10
+} ruvo_status;
+
+/* Why the calling thread's last call failed; "" when it did not. */
+RUVO_API const char* ruvo_error_text(void);
+/* RUVO_DECLINED: the daemon's answer, such as -1. RUVO_UNREACHABLE: the
+ * system's error number. Else 0. */
+RUVO_API int32_t ruvo_error_code(void);
+/* "1.0.0". */
+RUVO_API const char* ruvo_version(void);
+
+/* ---- conversation ------------------------------------------------------- */
+
+typedef struct ruvo_client ruvo_client;
+
+typedef struct ruvo_client_options {
+    const char* host;       /* null: "127.0.0.1" */
+    uint16_t port;          /* 0: the default port */
+    int use_udp;            /* 0: TCP */
+    int connect_timeout_ms; /* for connecting and the opening; 0: 5000; negative: no limit */
+    int timeout_ms;         /* for each answer; 0: 10000; negative: no limit */
+} ruvo_client_options;
+
+/* Connects and opens the conversation. `options` may be null: the defaults. */
+RUVO_API ruvo_status ruvo_client_open(const ruvo_client_options* options, ruvo_client** client);
+/* Closes the connection. */
+RUVO_API void ruvo_client_close(ruvo_client* client);
+/* The same limit as ruvo_client_options.timeout_ms, from the next call on. */
+RUVO_API ruvo_status ruvo_client_set_timeout(ruvo_client* client, int timeout_ms);
+/* 1 when the daemon has ended the conversation, 0 while it goes on. Over UDP
+ * this may only be found out by the next request. */
+RUVO_API int ruvo_client_is_gone(ruvo_client* client);
+
+/* Tells that the client is alive; over UDP, silence of 30 s ends a conversation. */
+RUVO_API ruvo_status ruvo_client_acknowledge(ruvo_client* client);
+RUVO_API ruvo_status ruvo_client_log_off(ruvo_client* client);
+/* Asks the daemon to stop, and waits until it closes the connection (TCP). */
+RUVO_API ruvo_status ruvo_client_stop_daemon(ruvo_client* client);
+
+/* ---- requests of any monitor, alone or several at once ------------------ */
+
+typedef struct ruvo_batch ruvo_batch;
+
+RUVO_API ruvo_status ruvo_batch_create(ruvo_batch** batch);
+RUVO_API void ruvo_batch_free(ruvo_batch* batch);
+/* Begins a request; the add functions give it its arguments, in order. At most
+ * 65535 requests. */
+RUVO_API ruvo_status ruvo_batch_begin(ruvo_batch* batch, const char* monitor, const char* command);
+RUVO_API ruvo_status ruvo_batch_add_int(ruvo_batch* batch, int32_t value);
+RUVO_API ruvo_status ruvo_batch_add_string(ruvo_batch* batch, const void* text, size_t size);
+RUVO_API ruvo_status ruvo_batch_add_bytes(ruvo_batch* batch, const void* bytes, size_t size);
+/* Sends all of them. Their answers are then read one after the other. */
+RUVO_API ruvo_status ruvo_client_send(ruvo_client* client, const ruvo_batch* batch);
+RUVO_API ruvo_status ruvo_client_read_int(ruvo_client* client, int32_t* value);
+/* `text` becomes a copy, with a zero byte behind its `size` bytes, to be given
+ * to ruvo_free(). `size` may be null. */
+RUVO_API ruvo_status ruvo_client_read_string(ruvo_client* client, char** text, size_t* size);
+RUVO_API ruvo_status ruvo_client_read_bytes(ruvo_client* client, void* bytes, size_t size);
+RUVO_API void ruvo_free(void* memory);
+
+/* ---- JobStatus ---------------------------------------------------------- */
+
+/* RUVO_DECLINED: -1 the name is taken, 0 the table is full. */
+RUVO_API ruvo_status ruvo_job_create(ruvo_client* client, const char* name,
+                                     const char* description, int32_t* id);
+/* Replaces the job's list of numbers. `numbers` may be null when count is 0.
+ * RUVO_DECLINED, here and below: -1, there is no such job. */
+RUVO_API ruvo_status ruvo_job_map(ruvo_client* client, int32_t id, const int32_t* numbers,
+                                  size_t count);
+RUVO_API ruvo_status ruvo_job_lookup(ruvo_client* client, const char* name, int32_t* id);
+RUVO_API ruvo_status ruvo_job_delete(ruvo_client* client, int32_t id);
+RUVO_API ruvo_status ruvo_job_set_progress(ruvo_client* client, int32_t id, int32_t progress);
+/* 0 as well when there is no such job: the daemon does not tell them apart. */
+RUVO_API ruvo_status ruvo_job_get_progress(ruvo_client* client, int32_t id, int32_t* progress);
+RUVO_API ruvo_status ruvo_job_cancel(ruvo_client* client, int32_t id);
+/* The daemon takes this request and never answers it; nor is it waited for. */
+RUVO_API ruvo_status ruvo_job_request_all_progress(ruvo_client* client);
+
+/* ---- Notifier ----------------------------------------------------------- */
+
+/* From now on, events whose name the regular expression `signature` matches are
+ * delivered to `remote_name`, under `handle`. A signature that is no regular
+ * expression is accepted and matches nothing. RUVO_DECLINED: -2, it is empty. */
+RUVO_API ruvo_status ruvo_notifier_register(ruvo_client* client, const char* signature,
+                                            const char* remote_name, int32_t handle);
+/* RUVO_DECLINED: -3, there is no such registration. */
+RUVO_API ruvo_status ruvo_notifier_unregister(ruvo_client* client, const char* remote_name,
+                                              int32_t handle);
+/* RUVO_DECLINED: -2, the event name is empty. `data` may be null when data_size is 0. */
+RUVO_API ruvo_status ruvo_notifier_notify(ruvo_client* client, const char* sender,
+                                          const char* event, const char* message,
+                                          const void* data, size_t data_size);
+
+/* ---- deliveries --------------------------------------------------------- */
+
+typedef struct ruvo_listener ruvo_listener;
+
+typedef struct ruvo_delivery {
+    int32_t handle;      /* the one given when registering */
+    const char* sender;  /* each text ends in a zero byte that its size leaves out */
+    size_t sender_size;
+    const char* event;
+    size_t event_size;
+    const char* message;
+    size_t message_size;
+    const void* data;
+    size_t data_size;
+} ruvo_delivery;
+
+/* Listens on a free loopback port. */
+RUVO_API ruvo_status ruvo_listener_open(int use_udp, ruvo_listener** listener);
+RUVO_API void ruvo_listener_close(ruvo_listener* listener);
+/* "tcp:127.0.0.1:4711", for ruvo_notifier_register(); lives as long as the listener. */
+RUVO_API const char* ruvo_listener_remote_name(const ruvo_listener* listener);
+/* A handle that nobody guesses. From the first call on, deliveries under other
+ * handles than those made here are thrown away. */
+RUVO_API ruvo_status ruvo_listener_new_handle(ruvo_listener* listener, int32_t* handle);
+/* The next delivery, to be given to ruvo_delivery_free(). Waits at most
+ * `timeout_ms` (negative: for ever; 0: looks once). Call it often: what the
+ * system cannot hold for a listener the daemon drops after 2 s. */
+RUVO_API ruvo_status ruvo_listener_next(ruvo_listener* listener, int timeout_ms,
+                                        ruvo_delivery** delivery);
+/* Ends the wait under way, or the next one, with RUVO_WOKEN. Any thread. */
+RUVO_API ruvo_status ruvo_listener_wake(ruvo_listener* listener);
+RUVO_API void ruvo_delivery_free(ruvo_delivery* delivery);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

@@ -1,0 +1,71 @@
+#pragma once
+
+#include "client/RuvoClient.h"
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <ostream>
+#include <stdexcept>
+#include <string>
+
+namespace Ruvoctl {
+
+// The program's exit statuses.
+inline constexpr int kDone = 0;
+inline constexpr int kRefused = 1;      // the daemon said no, or it was not found or in time
+inline constexpr int kBadUsage = 2;
+inline constexpr int kUnreachable = 3;
+
+// What a run of the program needs from outside, so that tests can do without a
+// process. Borrowed; outlives the run.
+struct Surroundings {
+    std::ostream& out;
+    std::ostream& err;
+    std::function<std::optional<std::string>(const char*)> variable;  // of the environment
+    std::function<void()> catchInterrupts;  // from then on Ctrl-C only shows in:
+    std::function<bool()> isInterrupted;
+    // Over UDP the daemon forgets a conversation after 30 s of silence.
+    std::chrono::milliseconds signOfLife{10000};
+};
+
+// Arguments that parse but make no sense. Ends the program with kBadUsage.
+class UsageError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+// Ends the program with `status` after its message has been shown.
+class Failure : public std::runtime_error {
+public:
+    Failure(int status, const std::string& message)
+        : std::runtime_error(message), status_(status) {}
+    int status() const { return status_; }
+
+private:
+    int status_;
+};
+
+// One run: the options that every command takes, and the command to be run when
+// all arguments have been read.
+struct Session {
+    explicit Session(Surroundings& around) : surroundings(around) {}
+
+    // Opens the conversation that the options describe.
+    Ruvo::RuvoClient connect() const;
+    std::ostream& out() const { return surroundings.out; }
+
+    Surroundings& surroundings;
+    std::string host = "127.0.0.1";
+    std::uint16_t port = 0;  // 0: RUVO_PORT, else the default port
+    bool useUdp = false;
+    double timeoutSeconds = 10;
+    bool json = false;
+    std::function<int()> command;
+};
+
+// At least a millisecond; throws UsageError for what is no number of seconds.
+std::chrono::milliseconds durationOf(double seconds);
+
+}  // namespace Ruvoctl

@@ -1,0 +1,71 @@
+#pragma once
+
+#include "client/ruvoctl/Ruvoctl.h"
+
+#include <atomic>
+#include <chrono>
+#include <map>
+#include <mutex>
+#include <ostream>
+#include <sstream>
+#include <streambuf>
+#include <string>
+#include <vector>
+
+namespace ClientTest {
+
+// A stream's memory that another thread may look at while it is written.
+class SharedText : public std::streambuf {
+public:
+    std::string text() const {
+        const std::lock_guard lock(mutex_);
+        return text_;
+    }
+    // From then on every write fails, as to a pipe that nobody reads.
+    void breakOff() { broken_ = true; }
+
+protected:
+    int_type overflow(int_type c) override {
+        if (broken_) return traits_type::eof();
+        const std::lock_guard lock(mutex_);
+        text_ += static_cast<char>(c);
+        return c;
+    }
+    std::streamsize xsputn(const char* text, std::streamsize size) override {
+        if (broken_) return 0;
+        const std::lock_guard lock(mutex_);
+        text_.append(text, static_cast<std::size_t>(size));
+        return size;
+    }
+
+private:
+    mutable std::mutex mutex_;
+    std::string text_;
+    std::atomic<bool> broken_{false};
+};
+
+// One run of ruvoctl without a process.
+struct RuvoctlRun {
+    int run(const std::vector<std::string>& arguments) {
+        std::ostream outStream(&out);
+        std::ostream errStream(&err);
+        Ruvoctl::Surroundings surroundings{
+            outStream, errStream,
+            [this](const char* name) -> std::optional<std::string> {
+                const auto found = variables.find(name);
+                if (found == variables.end()) return std::nullopt;
+                return found->second;
+            },
+            [this] { catching = true; }, [this] { return interrupted.load(); }, signOfLife};
+        return Ruvoctl::run(arguments, surroundings);
+    }
+
+    SharedText out;
+    SharedText err;
+    std::map<std::string, std::string> variables;
+    std::atomic<bool> interrupted{false};
+    std::atomic<bool> catching{false};
+    std::chrono::milliseconds signOfLife{10000};
+};
+
+}  // namespace ClientTest
