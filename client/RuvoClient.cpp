@@ -132,6 +132,7 @@ std::int32_t RuvoClient::call(const RuvoRequest& request) {
     send(request);
     const std::int32_t answer = readInt();
     if (answer == kUnknownCommand) {
+        if (request.hasArguments()) close();
         throw RuvoClientError(RuvoProblem::Declined, "the daemon does not know this command",
                               answer);
     }

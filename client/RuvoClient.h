@@ -40,12 +40,14 @@ public:
     RuvoClient(RuvoClient&&) noexcept;
     RuvoClient& operator=(RuvoClient&&) noexcept;
 
-    // Sends one request and reads the integer that answers it. Declined when
-    // the engine does not know the command. For a request that is not answered
-    // by one integer: Argument.
+    // Sends one request and reads the integer that answers it. For a request
+    // that is not answered by one integer: Argument. Declined when the engine
+    // does not know the command; if that had arguments the conversation is over,
+    // for the daemon takes them for what comes next.
     std::int32_t call(const RuvoRequest& request);
     // Several requests in one count: one integer each, in their order; of those
-    // without an answer 0. What the integers mean is left to the caller.
+    // without an answer 0. What the integers mean is left to the caller, an
+    // unknown command (-999) as well.
     std::vector<std::int32_t> call(std::span<const RuvoRequest> batch);
 
     // Sends requests, 65535 at most, in one count; their answers are then read,

@@ -22,6 +22,7 @@ RuvoRequest::RuvoRequest(std::string_view monitor, std::string_view command, Ans
     answer_ = answer;
     addString(monitor);
     addString(command);
+    headSize_ = bytes_.size();
 }
 
 RuvoRequest RuvoRequest::acknowledgement() { return RuvoRequest(kAcknowledgement); }

@@ -2,6 +2,7 @@
 
 #include "client/ruvo_client.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -30,12 +31,14 @@ public:
     RuvoRequest& addBytes(std::string_view bytes);
 
     Answer answer() const { return answer_; }
+    bool hasArguments() const { return bytes_.size() > headSize_; }
     const std::string& bytes() const { return bytes_; }
 
 private:
     explicit RuvoRequest(std::uint16_t code);
 
     std::string bytes_;
+    std::size_t headSize_ = 0;  // of bytes_: what precedes the arguments
     Answer answer_ = Answer::None;
 };
 

@@ -1,5 +1,7 @@
 #include "runtime/monitor/EventSpool.h"
 
+#include "runtime/platform/AppendFile.h"
+#include "runtime/platform/OsError.h"
 #include "runtime/platform/PathText.h"
 #include "runtime/support/VornLogging.h"
 
@@ -10,8 +12,6 @@
 
 namespace VornMonitor {
 namespace {
-
-namespace fs = std::filesystem;
 
 // Cuts a stream of bytes into lines of bounded length.
 class LineCutter {
@@ -40,17 +40,18 @@ private:
     std::string line_;
 };
 
-void logFailure(const char* what, const fs::path& file, const std::error_code& error) {
+void logFailure(const char* what, const std::string& file, const std::string& reason) {
     VORN_LOG(2, "VornEventMonitorManager::processEvents: cannot "
-                    << what << " " << VornPlatform::utf8FromPath(file) << ": " << error.message());
+                    << what << " " << file << ": " << reason);
 }
 
-void readTaken(const std::string& fileName, const fs::path& taken,
+// Offers what the taken file of the spool file `fileName` holds.
+void readTaken(const std::string& fileName, const std::string& takenName,
                const std::function<void(const VornEventData&)>& offer) {
     {
-        std::ifstream in(taken, std::ios::binary);
+        std::ifstream in(VornPlatform::pathFromUtf8(takenName), std::ios::binary);
         if (!in) {
-            logFailure("read", taken, std::make_error_code(std::errc::io_error));
+            logFailure("read", takenName, "it cannot be opened");
             return;
         }
         LineCutter cutter(fileName, offer);
@@ -60,28 +61,26 @@ void readTaken(const std::string& fileName, const fs::path& taken,
         }
         cutter.endLine();
     }
-    std::error_code error;
-    fs::remove(taken, error);
-    if (error) logFailure("delete", taken, error);
+    const VornPlatform::OsError failed = VornPlatform::removeFile(takenName);
+    if (failed) logFailure("delete", takenName, failed.text());
 }
 
 }  // namespace
 
 void EventSpool::process(const std::string& fileName,
                          const std::function<void(const VornEventData&)>& offer) {
-    const fs::path file = VornPlatform::pathFromUtf8(fileName);
-    const fs::path taken = VornPlatform::pathFromUtf8(fileName + ".taken");
-    std::error_code error;
-    if (fs::exists(taken, error)) readTaken(fileName, taken, offer);
-    if (fs::exists(taken, error)) return;  // would be overwritten
+    const std::string takenName = fileName + ".taken";
+    const auto taken = VornPlatform::pathFromUtf8(takenName);
+    std::error_code ignored;
+    if (std::filesystem::exists(taken, ignored)) readTaken(fileName, takenName, offer);
+    if (std::filesystem::exists(taken, ignored)) return;  // would be overwritten
 
-    fs::rename(file, taken, error);
-    if (error == std::errc::no_such_file_or_directory) return;
-    if (error) {
-        logFailure("take", file, error);
-        return;
+    const VornPlatform::OsError failed = VornPlatform::renameFile(fileName, takenName);
+    if (!failed) {
+        readTaken(fileName, takenName, offer);
+    } else if (failed.condition() != VornPlatform::OsCondition::NotFound) {
+        logFailure("take", fileName, failed.text());
     }
-    readTaken(fileName, taken, offer);
 }
 
 }  // namespace VornMonitor

@@ -4,6 +4,7 @@
 #include "runtime/net/VornSocketConnection.h"
 #include "runtime/support/VornException.h"
 
+#include <algorithm>
 #include <new>
 #include <utility>
 
@@ -22,7 +23,8 @@ constexpr int kPauseMs = 100;  // after a failure that may last
 
 VornServerSocket::VornServerSocket(int port, int backlog, const std::string& address) {
     const auto wanted = static_cast<std::uint16_t>(port);
-    OsError error = VornPlatform::listenTcp(wanted, backlog, address, listener_);
+    OsError error =
+        VornPlatform::listenTcp(wanted, std::max(backlog, kLeastBacklog), address, listener_);
     if (!error) error = VornPlatform::localAddress(listener_.handle(), address_);
     if (error) {
         throw VornSupport::VornException(
@@ -65,21 +67,20 @@ VornSmartPointer<VornConnection> VornServerSocket::waitForClient(bool wait) {
     const EndpointGate::Visit visit(gate_);
     if (!visit) return nullptr;
     while (!gate_.isClosed()) {
-        Socket socket;
-        SocketAddress peer;
-        const OsError error = VornPlatform::accept(listener_.handle(), socket, peer);
-        if (!error) {
-            try {
+        try {
+            Socket socket;
+            SocketAddress peer;
+            const OsError error = VornPlatform::accept(listener_.handle(), socket, peer);
+            const OsCondition condition = error.condition();
+            if (!error) {
                 if (auto connection = welcome(std::move(socket), peer)) return connection;
-            } catch (const std::bad_alloc&) {
-                failures_.write(2, "VornServerSocket::waitForClient: no memory for a client");
+            } else if (condition != OsCondition::WouldBlock) {
+                afterFailure(error);
             }
-        } else if (error.condition() == OsCondition::WouldBlock) {
-            if (!wait) return nullptr;
-            gate_.wait(listener_.handle(), -1);
-        } else if (error.condition() != OsCondition::Interrupted) {
-            afterFailure(error);
-            if (!wait) return nullptr;
+            if (error && !wait) return nullptr;
+            if (condition == OsCondition::WouldBlock) gate_.wait(listener_.handle(), -1);
+        } catch (const std::bad_alloc&) {
+            failures_.write(2, "VornServerSocket::waitForClient: no memory for a client");
         }
     }
     return nullptr;

@@ -14,6 +14,11 @@ namespace VornNet {
 // VornNetLimits::clients allows, a new one is closed at once and logged.
 class VORN_EXPORT VornServerSocket : public VornIPCServer {
 public:
+    // The system queues at least kLeastBacklog clients that come at once, and
+    // more with a larger `backlog`: one that it turns away tries again only
+    // after a second, so that a short queue costs a burst of clients minutes.
+    static constexpr int kLeastBacklog = 1024;
+
     // Of `port` the low 16 bits count; 0 takes a free port. `address` is a
     // numeric local address, or "*" for all of them.
     VornServerSocket(int port, int backlog, const std::string& address = "*");

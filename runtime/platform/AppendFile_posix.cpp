@@ -57,7 +57,8 @@ std::optional<AppendFile::Identity> AppendFile::identityOf(std::intptr_t handle)
 
 bool AppendFile::isAt(const std::string& path) const {
     struct stat status {};
-    return ::stat(path.c_str(), &status) == 0 && identity_ == Identity{status.st_dev, status.st_ino};
+    return ::stat(path.c_str(), &status) == 0 &&
+           identity_ == Identity{status.st_dev, status.st_ino};
 }
 
 OsError renameFile(const std::string& from, const std::string& to) {

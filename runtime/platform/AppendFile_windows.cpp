@@ -21,9 +21,9 @@ AppendFile::~AppendFile() { close(); }
 
 OsError AppendFile::open(const std::string& path) {
     close();
-    const HANDLE file = ::CreateFileW(
-        toWide(path).c_str(), FILE_APPEND_DATA | FILE_READ_ATTRIBUTES | SYNCHRONIZE, kShareAll,
-        nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+    const HANDLE file =
+        ::CreateFileW(toWide(path).c_str(), FILE_APPEND_DATA | FILE_READ_ATTRIBUTES | SYNCHRONIZE,
+                      kShareAll, nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
     if (file == INVALID_HANDLE_VALUE) return OsError::last();
     handle_ = reinterpret_cast<std::intptr_t>(file);
     identity_ = identityOf(handle_);
@@ -77,12 +77,10 @@ bool AppendFile::isAt(const std::string& path) const {
 }
 
 OsError renameFile(const std::string& from, const std::string& to) {
-    return result(::MoveFileExW(toWide(from).c_str(), toWide(to).c_str(),
-                                MOVEFILE_REPLACE_EXISTING));
+    return result(
+        ::MoveFileExW(toWide(from).c_str(), toWide(to).c_str(), MOVEFILE_REPLACE_EXISTING));
 }
 
-OsError removeFile(const std::string& path) {
-    return result(::DeleteFileW(toWide(path).c_str()));
-}
+OsError removeFile(const std::string& path) { return result(::DeleteFileW(toWide(path).c_str())); }
 
 }  // namespace VornPlatform

@@ -13,8 +13,7 @@ std::optional<std::string> getEnv(const std::string& name) {
 }
 
 OsError setEnv(const std::string& name, const std::optional<std::string>& value) {
-    const int status =
-        value ? ::setenv(name.c_str(), value->c_str(), 1) : ::unsetenv(name.c_str());
+    const int status = value ? ::setenv(name.c_str(), value->c_str(), 1) : ::unsetenv(name.c_str());
     return status == 0 ? OsError{} : OsError::last();
 }
 

@@ -61,9 +61,8 @@ OsError changeDirectory(const std::string& path) {
 }
 
 std::string executablePath() {
-    return toUtf8(read([](wchar_t* buffer, DWORD size) {
-        return ::GetModuleFileNameW(nullptr, buffer, size);
-    }));
+    return toUtf8(read(
+        [](wchar_t* buffer, DWORD size) { return ::GetModuleFileNameW(nullptr, buffer, size); }));
 }
 
 }  // namespace VornPlatform

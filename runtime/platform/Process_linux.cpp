@@ -27,9 +27,7 @@ int native(std::intptr_t handle) { return static_cast<int>(handle); }
 
 // The C library's own declarations of these two cannot be used from C++ in
 // every version that we build with.
-int openProcess(pid_t process) {
-    return static_cast<int>(::syscall(SYS_pidfd_open, process, 0));
-}
+int openProcess(pid_t process) { return static_cast<int>(::syscall(SYS_pidfd_open, process, 0)); }
 int sendSignal(int descriptor, int signal) {
     return static_cast<int>(::syscall(SYS_pidfd_send_signal, descriptor, signal, nullptr, 0));
 }
@@ -112,8 +110,8 @@ public:
         ::sigfillset(&all);
         ::posix_spawnattr_setsigmask(&attributes, &none);
         ::posix_spawnattr_setsigdefault(&attributes, &all);
-        ::posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF |
-                                                    POSIX_SPAWN_SETSID);
+        ::posix_spawnattr_setflags(
+            &attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSID);
         ::posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
         ::posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
         ::posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);

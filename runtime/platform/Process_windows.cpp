@@ -18,9 +18,9 @@ class NullDevice {
 public:
     NullDevice() {
         SECURITY_ATTRIBUTES inheritable{sizeof inheritable, nullptr, TRUE};
-        handle = ::CreateFileW(L"NUL", GENERIC_READ | GENERIC_WRITE,
-                               FILE_SHARE_READ | FILE_SHARE_WRITE, &inheritable, OPEN_EXISTING, 0,
-                               nullptr);
+        handle =
+            ::CreateFileW(L"NUL", GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE,
+                          &inheritable, OPEN_EXISTING, 0, nullptr);
     }
     ~NullDevice() {
         if (handle != INVALID_HANDLE_VALUE) ::CloseHandle(handle);

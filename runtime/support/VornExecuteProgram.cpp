@@ -4,8 +4,8 @@
 
 namespace VornSupport {
 
-bool VornExecuteProgram(const std::string& commandLine, bool wait,
-                        VornProcessHandle* processHandle, int* exitCode) {
+bool VornExecuteProgram(const std::string& commandLine, bool wait, VornProcessHandle* processHandle,
+                        int* exitCode) {
     VornProcessHandle process;
     if (VornPlatform::startProcess(commandLine, process)) return false;
     if (wait) {

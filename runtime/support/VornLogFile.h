@@ -51,8 +51,8 @@ public:
     static constexpr std::chrono::seconds kRetry{1};
     static constexpr int kMostFiles = 1000;
 
-    explicit VornLogFile(LostLine lostLine,
-                         std::unique_ptr<VornLogStorage> storage = std::make_unique<VornLogStorage>());
+    explicit VornLogFile(LostLine lostLine, std::unique_ptr<VornLogStorage> storage =
+                                                std::make_unique<VornLogStorage>());
     ~VornLogFile();
 
     // Names the file, which is opened at the next write; until then, and with

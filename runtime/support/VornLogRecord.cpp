@@ -8,7 +8,7 @@
 namespace VornSupport {
 namespace {
 
-constexpr std::size_t kMicroseconds = 20;     // where they stand in the time
+constexpr std::size_t kMicroseconds = 20;  // where they stand in the time
 constexpr std::size_t kKeptCapacity = 4096;
 
 bool isControl(char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7F; }
@@ -87,7 +87,8 @@ std::string_view VornLogClock::format(std::chrono::system_clock::time_point mome
         text_ = text(VornPlatform::toLocalTime(moment));
         second_ = second;
     }
-    putDigits(text_.data() + kMicroseconds, 6, duration_cast<microseconds>(moment - second).count());
+    putDigits(text_.data() + kMicroseconds, 6,
+              duration_cast<microseconds>(moment - second).count());
     return text_;
 }
 

@@ -36,12 +36,9 @@ public:
         if (count_ == records_.size()) records_.emplace_back();
         return records_[count_++];
     }
-    VornLogRecord* top() { return count_ == 0 ? nullptr : &records_[count_ - 1]; }
-
-    struct Popper {
-        OpenRecords& records;
-        ~Popper() { records.records_[--records.count_].trim(); }
-    };
+    VornLogRecord& top() { return records_[count_ - 1]; }
+    void pop() { records_[--count_].trim(); }
+    bool isEmpty() const { return count_ == 0; }
 
 private:
     static constexpr std::size_t kMost = 16;
@@ -50,27 +47,44 @@ private:
 };
 
 // Plain values, so that a thread may log even while its thread-local objects
-// are being destroyed; what it opens from then on is not given back.
+// are being destroyed; from then on nothing is kept between records.
 thread_local OpenRecords* openRecords = nullptr;
 thread_local bool threadEnds = false;
 
+void dropOpenRecords() {
+    delete openRecords;
+    openRecords = nullptr;
+}
+
 struct OpenRecordsCleaner {
     ~OpenRecordsCleaner() {
-        delete openRecords;
-        openRecords = nullptr;
         threadEnds = true;
+        dropOpenRecords();
     }
     void touch() {}
 };
 thread_local OpenRecordsCleaner cleaner;
 
-OpenRecords& openRecordsOfThread() {
+VornLogRecord& openRecord() {
     if (openRecords == nullptr) {
         openRecords = new OpenRecords;
         if (!threadEnds) cleaner.touch();
     }
-    return *openRecords;
+    return openRecords->push();
 }
+
+// The record that pieces go into, or null.
+VornLogRecord* innermostRecord() {
+    return openRecords == nullptr || openRecords->isEmpty() ? nullptr : &openRecords->top();
+}
+
+// Gives up the innermost record at the end of the scope.
+struct RecordCloser {
+    ~RecordCloser() {
+        openRecords->pop();
+        if (threadEnds && openRecords->isEmpty()) dropOpenRecords();
+    }
+};
 
 SystemLogSeverity severityOf(int level) {
     if (level == 0) return SystemLogSeverity::Error;
@@ -81,9 +95,9 @@ SystemLogSeverity severityOf(int level) {
 
 bool goesTo(int target, VornLogTarget wanted) {
     const auto chosen = static_cast<VornLogTarget>(target);
-    return chosen == wanted || (chosen == VornLogTarget::FileAndStandardError &&
-                                (wanted == VornLogTarget::File ||
-                                 wanted == VornLogTarget::StandardError));
+    return chosen == wanted ||
+           (chosen == VornLogTarget::FileAndStandardError &&
+            (wanted == VornLogTarget::File || wanted == VornLogTarget::StandardError));
 }
 
 }  // namespace
@@ -199,7 +213,7 @@ VornLogging& VornLogging::operator<<(setloglevel level) {
     try {
         const bool off = level.level < 0 || !isOn(level.level) ||
                          impl_->target == static_cast<int>(VornLogTarget::None);
-        openRecordsOfThread().push().begin(level.level, off, threadName());
+        openRecord().begin(level.level, off, threadName());
     } catch (...) {
     }
     return *this;
@@ -208,10 +222,9 @@ VornLogging& VornLogging::operator<<(setloglevel level) {
 VornLogging& VornLogging::operator<<(VornEndRecord) {
     const ErrorStateKeeper keeper;
     try {
-        OpenRecords& records = openRecordsOfThread();
-        VornLogRecord* const record = records.top();
+        VornLogRecord* const record = innermostRecord();
         if (record == nullptr) return *this;
-        const OpenRecords::Popper popper{records};
+        const RecordCloser closer;
         if (record->isOff()) return *this;
         record->end();
         impl_->write(*record);
@@ -223,7 +236,7 @@ VornLogging& VornLogging::operator<<(VornEndRecord) {
 VornLogging& VornLogging::operator<<(std::string_view text) {
     const ErrorStateKeeper keeper;
     try {
-        VornLogRecord* const record = openRecordsOfThread().top();
+        VornLogRecord* const record = innermostRecord();
         if (record != nullptr) record->append(text);
     } catch (...) {
     }

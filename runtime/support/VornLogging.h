@@ -12,7 +12,13 @@
 namespace VornSupport {
 
 // Where records go.
-enum class VornLogTarget { None = 0, StandardError = 1, File = 2, FileAndStandardError = 3, System = 4 };
+enum class VornLogTarget {
+    None = 0,
+    StandardError = 1,
+    File = 2,
+    FileAndStandardError = 3,
+    System = 4
+};
 
 // Opens a record of a level (0 to 9); streamed into the log first.
 struct setloglevel {

@@ -16,9 +16,8 @@ namespace {
 // Names of locales end up in file names, so only plain letters and digits pass.
 bool isSubtag(std::string_view text, std::size_t least, std::size_t most) {
     return text.size() >= least && text.size() <= most &&
-           std::all_of(text.begin(), text.end(), [](unsigned char c) {
-               return c < 0x80 && std::isalnum(c) != 0;
-           });
+           std::all_of(text.begin(), text.end(),
+                       [](unsigned char c) { return c < 0x80 && std::isalnum(c) != 0; });
 }
 
 std::string changed(std::string_view text, int (*change)(int)) {

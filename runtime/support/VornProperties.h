@@ -63,8 +63,8 @@ public:
     std::vector<std::string> keys() const;
     // Visits the entries of this moment, in ascending order of the keys; the
     // table may be used and changed meanwhile.
-    void forEach(const std::function<void(const std::string& key, const std::string& value)>&
-                     visit) const;
+    void forEach(
+        const std::function<void(const std::string& key, const std::string& value)>& visit) const;
 
 private:
     using Entries = std::map<std::string, std::string, std::less<>>;

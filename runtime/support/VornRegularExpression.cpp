@@ -53,8 +53,8 @@ struct VornRegularExpression<std::string>::Plain {
 
     std::size_t find(std::string_view in, std::size_t start) const {
         if (atBegin) {
-            const bool found = start == 0 && in.starts_with(text) &&
-                               (!atEnd || in.size() == text.size());
+            const bool found =
+                start == 0 && in.starts_with(text) && (!atEnd || in.size() == text.size());
             return found ? 0 : npos;
         }
         if (!atEnd) return in.find(text, start);

@@ -191,6 +191,20 @@ TEST(RuvoClient, TellsThatACommandIsUnknownAndGoesOn) {
     EXPECT_EQ(client.call(lookup()), 5);
 }
 
+TEST(RuvoClient, EndsTheConversationWhenTheArgumentsOfAnUnknownCommandAreInTheWay) {
+    const std::string request = engineRequest("JobStatus", "RUVO_JS_NONE", i32(1));
+    ScriptedDaemon daemon([&](ScriptedPeer& peer) {
+        peer.open();
+        peer.serve(request, i32(-999));
+        peer.awaitClose();
+    });
+    RuvoClient client(daemon.options());
+    const auto error =
+        errorOf([&] { client.call(RuvoRequest("JobStatus", "RUVO_JS_NONE").addInt(1)); });
+    EXPECT_EQ(error.code(), -999);
+    EXPECT_FALSE(client.isOpen());
+}
+
 TEST(RuvoClient, EndsTheConversationWhenAnAnswerDoesNotComeInTime) {
     ScriptedDaemon daemon([](ScriptedPeer& peer) {
         peer.open();

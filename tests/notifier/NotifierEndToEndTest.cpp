@@ -88,13 +88,14 @@ TEST_F(NotifierEndToEnd, DeliversOnlyWhatTheSignatureSelects) {
 }
 
 TEST_F(NotifierEndToEnd, DeliversEventsToEveryClientInTheOrderTheyWereRaised) {
+    constexpr int kEvents = 100;
     const TcpListener listeners[2];
     engine_.enroll(".*", listeners[0].remoteName(), 1);
     engine_.enroll(".*", listeners[1].remoteName(), 2);
-    for (int i = 0; i < 300; ++i) engine_.raise("event " + std::to_string(i), std::string(100, 'x'));
+    for (int i = 0; i < kEvents; ++i) engine_.raise("event " + std::to_string(i), std::string(100, 'x'));
     for (int l = 0; l < 2; ++l) {
         const Socket client = listeners[l].accept();
-        for (int i = 0; i < 300; ++i) {
+        for (int i = 0; i < kEvents; ++i) {
             ASSERT_EQ(readDelivery(client), deliveryOf(l + 1, "event " + std::to_string(i),
                                                        std::string(100, 'x')));
         }

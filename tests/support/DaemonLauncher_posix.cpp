@@ -87,7 +87,9 @@ HostProcess::HostProcess(const std::vector<std::string>& arguments, const std::s
     : outputFile_(directory + "/output.txt"), errorsFile_(directory + "/errors.txt") {
     std::vector<std::string> line;
     if (isEmulated()) line.push_back(environment("RUVO_EMULATOR"));
-    line.push_back(environment("RUVO_BIN") + "/ruvohost");
+    const std::string folder = environment("RUVO_BIN");
+    if (folder.empty()) throw std::runtime_error("RUVO_BIN names the folder of the programs");
+    line.push_back(folder + "/ruvohost");
     line.insert(line.end(), arguments.begin(), arguments.end());
     id_ = spawn(line, outputFile_, errorsFile_);
 }

@@ -13,8 +13,7 @@ inline constexpr std::chrono::milliseconds kPatience{20'000};
 
 // Waits until `condition` holds. False when it did not within `bound`. Looks
 // often at first and every 20 ms later; no test sleeps anywhere else.
-bool waitUntil(const std::function<bool()>& condition,
-               std::chrono::milliseconds bound = kPatience);
+bool waitUntil(const std::function<bool()>& condition, std::chrono::milliseconds bound = kPatience);
 
 // Text of a path and back, UTF-8.
 std::filesystem::path toPath(std::string_view text);

@@ -81,7 +81,7 @@ std::string rubbish(int kind, std::mt19937& random) {
 
 class Daemon {
 public:
-    Daemon() : server(0, 128), thread_([this] { run(); }) {}
+    Daemon() : server(0, 5), thread_([this] { run(); }) {}
     ~Daemon() {
         server.close();
         thread_.join();

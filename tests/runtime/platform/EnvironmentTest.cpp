@@ -20,8 +20,12 @@ protected:
 
 TEST_F(EnvironmentTest, ReadsWhatWasSet) {
     EXPECT_EQ(getEnv(kName), std::nullopt);
-    ASSERT_FALSE(setEnv(kName, "gr\xC3\xBC\xC3\x9F" "e"));
-    EXPECT_EQ(getEnv(kName), "gr\xC3\xBC\xC3\x9F" "e");
+    ASSERT_FALSE(setEnv(kName,
+                        "gr\xC3\xBC\xC3\x9F"
+                        "e"));
+    EXPECT_EQ(getEnv(kName),
+              "gr\xC3\xBC\xC3\x9F"
+              "e");
     ASSERT_FALSE(setEnv(kName, "other"));
     EXPECT_EQ(getEnv(kName), "other");
     ASSERT_FALSE(setEnv(kName, std::nullopt));

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <cstdint>
 
 using namespace VornPlatform;
 using namespace std::chrono;
@@ -41,6 +42,66 @@ TEST(LocalTime, CountsMonthsAndDaysFromOne) {
     EXPECT_EQ(local.year, 2026);
     EXPECT_EQ(local.month, 7);
     EXPECT_NEAR(local.day, 15, 1);
+}
+
+std::int64_t secondsOf(const CalendarTime& fields) {
+    const auto date = year(fields.year) / month(static_cast<unsigned>(fields.month)) /
+                      day(static_cast<unsigned>(fields.day));
+    EXPECT_TRUE(date.ok());
+    return (sys_days(date) + hours(fields.hour) + minutes(fields.minute) + seconds(fields.second))
+        .time_since_epoch()
+        .count();
+}
+
+TEST(LocalTime, ShowsUtcForEveryMomentOfTheThirtyTwoBits) {
+    for (std::int64_t moment = INT32_MIN; moment <= INT32_MAX; moment += 999'983) {
+        const CalendarTime utc = toUtc(moment);
+        ASSERT_EQ(secondsOf(utc), moment);
+        ASSERT_LT(utc.hour, 24);
+        ASSERT_LT(utc.minute, 60);
+        ASSERT_LT(utc.second, 60);
+    }
+    const CalendarTime leap = toUtc(951'827'696);
+    EXPECT_EQ(leap.year, 2000);
+    EXPECT_EQ(leap.month, 2);
+    EXPECT_EQ(leap.day, 29);
+    EXPECT_EQ(leap.hour, 12);
+    EXPECT_EQ(leap.minute, 34);
+    EXPECT_EQ(leap.second, 56);
+}
+
+// Whatever the zone: in both halves of the year the same offset counts.
+TEST(LocalTime, LeavesSummerTimeAsideOnTheWayBack) {
+    const auto offsetAt = [](const CalendarTime& fields) {
+        return fromLocalStandardTime(fields) - secondsOf(fields);
+    };
+    const std::int64_t winter = offsetAt({2026, 1, 15, 12, 0, 0});
+    EXPECT_EQ(offsetAt({2026, 7, 15, 12, 0, 0}), winter);
+    EXPECT_LE(winter, 14 * 3600);
+    EXPECT_GE(winter, -14 * 3600);
+}
+
+TEST(LocalTime, CarriesWhatIsOutOfRange) {
+    const auto at = [](int y, int mo, int d, int h, int mi, int s) {
+        return fromLocalStandardTime({y, mo, d, h, mi, s});
+    };
+    EXPECT_EQ(at(2024, 13, 1, 0, 0, 0), at(2025, 1, 1, 0, 0, 0));
+    EXPECT_EQ(at(2024, 0, 1, 0, 0, 0), at(2023, 12, 1, 0, 0, 0));
+    EXPECT_EQ(at(2024, 2, 30, 0, 0, 0), at(2024, 3, 1, 0, 0, 0));
+    EXPECT_EQ(at(2024, 3, 0, 0, 0, 0), at(2024, 2, 29, 0, 0, 0));
+    EXPECT_EQ(at(2024, 1, 1, 25, 61, 61), at(2024, 1, 2, 2, 2, 1));
+    EXPECT_EQ(at(2024, 1, 1, 0, -1, 0), at(2023, 12, 31, 23, 59, 0));
+}
+
+TEST(LocalTime, SurvivesEveryValue) {
+    for (const int value : {INT32_MIN, INT32_MIN + 1, -1, 0, INT32_MAX}) {
+        fromLocalStandardTime({value, value, value, value, value, value});
+        fromLocalStandardTime({value, 1, 1, 0, 0, 0});
+        fromLocalStandardTime({2024, value, 1, 0, 0, 0});
+    }
+    EXPECT_EQ(
+        fromLocalStandardTime({INT32_MAX, INT32_MAX, INT32_MAX, INT32_MAX, INT32_MAX, INT32_MAX}),
+        -1);
 }
 
 }  // namespace

@@ -12,7 +12,10 @@ using namespace VornPlatform;
 namespace {
 
 TEST(PathText, LeadsThereAndBack) {
-    for (const std::string text : {"", "plain", "gr\xC3\xB6\xC3\x9F" "e/\xE2\x82\xAC", "\xF0\x9F\x98\x80"}) {
+    for (const std::string text : {"", "plain",
+                                   "gr\xC3\xB6\xC3\x9F"
+                                   "e/\xE2\x82\xAC",
+                                   "\xF0\x9F\x98\x80"}) {
         EXPECT_EQ(utf8FromPath(pathFromUtf8(text)), text);
     }
 }

@@ -8,6 +8,7 @@
 
 #include <chrono>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -56,18 +57,42 @@ TEST_F(ProcessTest, WaitsNoLongerThanAsked) {
     EXPECT_EQ(process.exitCode(), 0);
 }
 
+TEST_F(ProcessTest, WaitsForTheEndOrForASignal) {
+    NativeSignal signal;
+    ASSERT_FALSE(signal.open());
+    ProcessHandle process;
+    EXPECT_FALSE(process.waitUnless(signal.handle()));
+
+    ASSERT_FALSE(startProcess(childCommand("exit 7"), process));
+    EXPECT_TRUE(process.waitUnless(signal.handle()));
+    EXPECT_EQ(process.exitCode(), 7);
+    EXPECT_TRUE(process.waitUnless(signal.handle()));
+
+    ASSERT_FALSE(startProcess(
+        childCommand("touch " + fileArgument("go") + " " + fileArgument("done")), process));
+    std::jthread other([&] { signal.on(); });
+    EXPECT_FALSE(process.waitUnless(signal.handle()));
+    EXPECT_EQ(process.exitCode(), -1);
+    // It goes on, and can be waited for again.
+    TestSupport::writeFile(directory_.file("go"), "");
+    EXPECT_TRUE(process.wait(kPatienceMs));
+    EXPECT_EQ(process.exitCode(), 0);
+    EXPECT_TRUE(TestSupport::exists(directory_.file("done")));
+}
+
 TEST_F(ProcessTest, HandsOverArguments) {
-    EXPECT_EQ(run("args " + fileArgument("out") + "  one \"two  three\" \"\" gr\xC3\xBC\xC3\x9F"
+    EXPECT_EQ(run("args " + fileArgument("out") +
+                  "  one \"two  three\" \"\" gr\xC3\xBC\xC3\x9F"
                   "e a\"b c\"d \"with \\\" quote\"  \n"),
               0);
     EXPECT_EQ(TestSupport::readFile(directory_.file("out")),
-              "one\ntwo  three\n\ngr\xC3\xBC\xC3\x9F" "e\nab cd\nwith \" quote\n");
+              "one\ntwo  three\n\ngr\xC3\xBC\xC3\x9F"
+              "e\nab cd\nwith \" quote\n");
 }
 
 TEST_F(ProcessTest, DoesNotLetAShellReadTheLine) {
     EXPECT_EQ(run("args " + fileArgument("out") + " $HOME %PATH% * > x.txt & ;"), 0);
-    EXPECT_EQ(TestSupport::readFile(directory_.file("out")),
-              "$HOME\n%PATH%\n*\n>\nx.txt\n&\n;\n");
+    EXPECT_EQ(TestSupport::readFile(directory_.file("out")), "$HOME\n%PATH%\n*\n>\nx.txt\n&\n;\n");
 }
 
 TEST_F(ProcessTest, RefusesWhatIsNoCommandLine) {
@@ -101,11 +126,15 @@ TEST_F(ProcessTest, GivesTheNullDeviceAsStandardStreams) {
 }
 
 TEST_F(ProcessTest, InheritsTheWorkingDirectoryAndTheEnvironment) {
-    ASSERT_FALSE(setEnv("RUVO_PROCESS_TEST", "gr\xC3\xBC\xC3\x9F" "e"));
+    ASSERT_FALSE(setEnv("RUVO_PROCESS_TEST",
+                        "gr\xC3\xBC\xC3\x9F"
+                        "e"));
     const TestSupport::WorkingDirectory inDirectory(directory_.text());
     EXPECT_EQ(run("env RUVO_PROCESS_TEST out"), 0);
     setEnv("RUVO_PROCESS_TEST", std::nullopt);
-    EXPECT_EQ(TestSupport::readFile(directory_.file("out")), "gr\xC3\xBC\xC3\x9F" "e");
+    EXPECT_EQ(TestSupport::readFile(directory_.file("out")),
+              "gr\xC3\xBC\xC3\x9F"
+              "e");
 }
 
 TEST_F(ProcessTest, TerminatesAProcess) {
@@ -137,9 +166,8 @@ TEST_F(ProcessTest, RunsOnWhenTheHandleIsClosed) {
         ASSERT_FALSE(startProcess(childCommand("touch " + files), process));
     }
     TestSupport::writeFile(directory_.file("go"), "");
-    EXPECT_TRUE(TestSupport::waitUntil([&] {
-        return TestSupport::exists(directory_.file("done"));
-    }));
+    EXPECT_TRUE(
+        TestSupport::waitUntil([&] { return TestSupport::exists(directory_.file("done")); }));
 }
 
 TEST_F(ProcessTest, HandleMayBeMoved) {

@@ -119,8 +119,7 @@ TEST(ProcessPosix, SaysWhyAProgramCannotBeStarted) {
     ProcessHandle process;
     EXPECT_EQ(startProcess(directory.file("missing"), process).condition(), OsCondition::NotFound);
     TestSupport::writeFile(directory.file("text"), "x");
-    EXPECT_EQ(startProcess(directory.file("text"), process).condition(),
-              OsCondition::AccessDenied);
+    EXPECT_EQ(startProcess(directory.file("text"), process).condition(), OsCondition::AccessDenied);
 }
 
 TEST(ProcessPosix, TellsOfTheSignalThatEndedIt) {
@@ -132,9 +131,8 @@ TEST(ProcessPosix, KillsWhatDoesNotHeedTheRequest) {
     const TestSupport::TemporaryDirectory directory;
     const std::string ready = directory.file("ready");
     ProcessHandle process;
-    ASSERT_FALSE(startProcess("sh -c \"trap '' TERM; : > " + ready +
-                                  "; while :; do sleep 1; done\"",
-                              process));
+    ASSERT_FALSE(startProcess(
+        "sh -c \"trap '' TERM; : > " + ready + "; while :; do sleep 1; done\"", process));
     ASSERT_TRUE(TestSupport::waitUntil([&] { return TestSupport::exists(ready); }));
     EXPECT_FALSE(process.terminate(0));
     EXPECT_TRUE(process.wait(kPatienceMs));
@@ -145,9 +143,8 @@ TEST(ProcessPosix, LetsAProcessEndInGoodOrder) {
     const TestSupport::TemporaryDirectory directory;
     const std::string ready = directory.file("ready");
     ProcessHandle process;
-    ASSERT_FALSE(startProcess("sh -c \"trap 'exit 12' TERM; : > " + ready +
-                                  "; while :; do sleep 0.01; done\"",
-                              process));
+    ASSERT_FALSE(startProcess(
+        "sh -c \"trap 'exit 12' TERM; : > " + ready + "; while :; do sleep 0.01; done\"", process));
     ASSERT_TRUE(TestSupport::waitUntil([&] { return TestSupport::exists(ready); }));
     EXPECT_FALSE(process.terminate(0));
     EXPECT_TRUE(process.wait(kPatienceMs));
@@ -196,7 +193,9 @@ TEST(ProcessPosix, StartsWithDefaultSignalHandlingInASessionOfItsOwn) {
     ::signal(SIGPIPE, previous);
 
     const std::string status = TestSupport::readFile(out);
-    const auto mask = [&](const char* name) { return std::stoull(field(status, name), nullptr, 16); };
+    const auto mask = [&](const char* name) {
+        return std::stoull(field(status, name), nullptr, 16);
+    };
     EXPECT_EQ(mask("SigIgn") & (1ull << (SIGPIPE - 1)), 0u) << status;
     EXPECT_EQ(mask("SigBlk"), 0u) << status;
     // "pid (name) state parent group session ..."

@@ -21,8 +21,8 @@ TEST(ProcessWindows, InheritsNoHandle) {
     const TestSupport::TemporaryDirectory directory;
     const auto path = TestSupport::toPath(directory.file("open"));
     SECURITY_ATTRIBUTES inheritable{sizeof inheritable, nullptr, TRUE};
-    const HANDLE file = ::CreateFileW(path.c_str(), GENERIC_WRITE, 0, &inheritable, CREATE_ALWAYS,
-                                      0, nullptr);
+    const HANDLE file =
+        ::CreateFileW(path.c_str(), GENERIC_WRITE, 0, &inheritable, CREATE_ALWAYS, 0, nullptr);
     ASSERT_NE(file, INVALID_HANDLE_VALUE);
     ProcessHandle process;
     const std::string go = directory.file("go");

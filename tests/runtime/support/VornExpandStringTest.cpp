@@ -30,8 +30,8 @@ TEST(VornExpandString, PutsValuesInPlaceOfReferences) {
 
 TEST(VornExpandString, LeavesOtherTextAlone) {
     const auto properties = table({{"a", "1"}});
-    for (const char* text : {"", "plain", "$", "$a", "{a}", "a}", "$ {a}", "${", "${a", "$}{", "x${}y",
-                             "100% ${a \n"}) {
+    for (const char* text : {"", "plain", "$", "$a", "{a}", "a}", "$ {a}", "${", "${a", "$}{",
+                             "x${}y", "100% ${a \n"}) {
         EXPECT_EQ(VornExpandString(text, properties), text);
     }
 }

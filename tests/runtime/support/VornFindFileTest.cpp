@@ -18,14 +18,17 @@ using Names = std::vector<std::string>;
 class VornFindFileTest : public testing::Test {
 protected:
     VornFindFileTest() {
-        for (const char* name : {"b.txt", "a.txt", "c.log", ".hidden", "gr\xC3\xB6\xC3\x9F" "e.txt"}) {
+        for (const char* name : {"b.txt", "a.txt", "c.log", ".hidden",
+                                 "gr\xC3\xB6\xC3\x9F"
+                                 "e.txt"}) {
             TestSupport::writeFile(directory_.file(name), "x");
         }
         std::filesystem::create_directory(TestSupport::toPath(directory_.file("folder.txt")));
         TestSupport::writeFile(directory_.file("folder.txt") + "/inner.txt", "x");
     }
 
-    Names find(std::string_view pattern, VornFindFile::Entries entries = VornFindFile::Entries::Files) {
+    Names find(std::string_view pattern,
+               VornFindFile::Entries entries = VornFindFile::Entries::Files) {
         return all(VornFindFile(directory_.file(pattern), entries));
     }
     static Names all(VornFindFile find) {
@@ -40,10 +43,13 @@ protected:
 };
 
 TEST_F(VornFindFileTest, ListsMatchingFilesInOrder) {
-    EXPECT_EQ(find("*.txt"), (Names{"a.txt", "b.txt", "gr\xC3\xB6\xC3\x9F" "e.txt"}));
+    EXPECT_EQ(find("*.txt"), (Names{"a.txt", "b.txt",
+                                    "gr\xC3\xB6\xC3\x9F"
+                                    "e.txt"}));
     EXPECT_EQ(find("?.*"), (Names{"a.txt", "b.txt", "c.log"}));
     EXPECT_EQ(find("c.log"), Names{"c.log"});
-    EXPECT_EQ(find("gr??e.txt"), Names{"gr\xC3\xB6\xC3\x9F" "e.txt"});
+    EXPECT_EQ(find("gr??e.txt"), Names{"gr\xC3\xB6\xC3\x9F"
+                                       "e.txt"});
 }
 
 TEST_F(VornFindFileTest, ListsNamesThatBeginWithAPoint) {
@@ -54,7 +60,8 @@ TEST_F(VornFindFileTest, ListsNamesThatBeginWithAPoint) {
 TEST_F(VornFindFileTest, ListsDirectoriesWhenAsked) {
     EXPECT_EQ(find("*", VornFindFile::Entries::All),
               (Names{".", "..", ".hidden", "a.txt", "b.txt", "c.log", "folder.txt",
-                     "gr\xC3\xB6\xC3\x9F" "e.txt"}));
+                     "gr\xC3\xB6\xC3\x9F"
+                     "e.txt"}));
     EXPECT_EQ(find("folder*", VornFindFile::Entries::All), Names{"folder.txt"});
     EXPECT_EQ(find("folder*"), Names{});
 }

@@ -49,7 +49,8 @@ TEST(VornHex, IgnoresALoneLastDigit) {
 
 TEST(VornHex, EndsAtTheFirstPairThatIsNotDigits) {
     unsigned char bytes[4] = {9, 9, 9, 9};
-    for (const char* bad : {"01zz02", "01 02", "010x", "01:2", "01/0", "01@A", "01G0", "01`a", "01g0"}) {
+    for (const char* bad :
+         {"01zz02", "01 02", "010x", "01:2", "01/0", "01@A", "01G0", "01`a", "01g0"}) {
         EXPECT_EQ(VornHexToBytes(bytes, sizeof bytes, bad), 1u) << bad;
         EXPECT_EQ(bytes[1], 9) << bad;
     }

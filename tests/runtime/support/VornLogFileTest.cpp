@@ -12,11 +12,11 @@
 #include <string>
 
 using namespace VornSupport;
-using VornPlatform::OsCondition;
-using VornPlatform::OsError;
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 using TestSupport::readFile;
+using VornPlatform::OsCondition;
+using VornPlatform::OsError;
 
 namespace {
 

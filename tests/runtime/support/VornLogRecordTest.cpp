@@ -21,8 +21,7 @@ std::string lineOf(std::string_view text) {
 }
 
 TEST(VornLogRecord, IsOneLine) {
-    EXPECT_EQ(lineOf("RuvoService::go: entering"),
-              kTime + " [main] 5 RuvoService::go: entering\n");
+    EXPECT_EQ(lineOf("RuvoService::go: entering"), kTime + " [main] 5 RuvoService::go: entering\n");
     EXPECT_EQ(lineOf(""), kTime + " [main] 5 \n");
 }
 
@@ -59,7 +58,8 @@ TEST(VornLogRecord, SaysHowMuchOfALongTextIsMissing) {
     record.append("bcd");
     record.append("e");
     record.end();
-    EXPECT_EQ(record.line(kTime), kTime + " [t] 1 " + std::string(VornLogRecord::kMostText - 1, 'a') +
+    EXPECT_EQ(record.line(kTime), kTime + " [t] 1 " +
+                                      std::string(VornLogRecord::kMostText - 1, 'a') +
                                       "b... (3 bytes more)\n");
 }
 

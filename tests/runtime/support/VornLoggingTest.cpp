@@ -57,7 +57,8 @@ protected:
 using Records = std::vector<std::string>;
 
 TEST_F(VornLoggingTest, WritesTimeThreadLevelAndText) {
-    VORN_LOG(5, "RuvoService::go: " << "entering");
+    VORN_LOG(5, "RuvoService::go: "
+                    << "entering");
     const auto all = lines();
     ASSERT_EQ(all.size(), 1u);
     EXPECT_TRUE(std::regex_match(
@@ -87,8 +88,8 @@ TEST_F(VornLoggingTest, WritesEveryKindOfPiece) {
     VORN_LOG(1, -1 << ' ' << 2u << ' ' << -3L << ' ' << 4UL << ' ' << -5LL << ' ' << 6ULL << ' '
                    << short{-7} << ' ' << std::uint8_t{8});
     VORN_LOG(1, INT64_MIN << ' ' << INT64_MAX << ' ' << UINT64_MAX);
-    VORN_LOG(1, static_cast<const void*>(&value) << ' ' << &value << ' '
-                                                 << static_cast<void*>(nullptr));
+    VORN_LOG(1, static_cast<const void*>(&value)
+                    << ' ' << &value << ' ' << static_cast<void*>(nullptr));
     EXPECT_EQ(records(),
               (Records{"[main] 1 string view chars buffer (null) c true false",
                        "[main] 1 -1 2 -3 4 -5 6 -7 8",
@@ -104,8 +105,8 @@ TEST_F(VornLoggingTest, WritesRecordsUpToTheLevel) {
         VORN_LOG(level, level);
         log_ << setloglevel(level) << "untested" << endrecord;
     }
-    EXPECT_EQ(records(), (Records{"[main] 0 0", "[main] 0 untested", "[main] 3 3",
-                                  "[main] 3 untested"}));
+    EXPECT_EQ(records(),
+              (Records{"[main] 0 0", "[main] 0 untested", "[main] 3 3", "[main] 3 untested"}));
 }
 
 TEST_F(VornLoggingTest, IgnoresLevelsThatDoNotExist) {
@@ -199,8 +200,8 @@ TEST_F(VornLoggingTest, NeverMixesTheRecordsOfManyThreads) {
         threads.emplace_back([t] {
             setThreadName("thread" + std::to_string(t));
             for (int i = 0; i < kRecords; ++i) {
-                VORN_LOG(1, i << ' ' << std::string(static_cast<std::size_t>(i % 97), 'x') << ' '
-                              << t);
+                VORN_LOG(
+                    1, i << ' ' << std::string(static_cast<std::size_t>(i % 97), 'x') << ' ' << t);
             }
         });
     }
@@ -286,9 +287,8 @@ TEST_F(VornLoggingTest, SystemTargetGetsSeverityAndTextWithoutTime) {
     log_.setTarget(static_cast<int>(VornLogTarget::System));
     for (int level = 0; level <= 9; ++level) VORN_LOG(level, "a\nb");
     using enum SystemLogSeverity;
-    const std::vector<SystemLogSeverity> severities{Error,       Warning,     Warning, Notice,
-                                                    Information, Information, Debug,   Debug,
-                                                    Debug,       Debug};
+    const std::vector<SystemLogSeverity> severities{
+        Error, Warning, Warning, Notice, Information, Information, Debug, Debug, Debug, Debug};
     ASSERT_EQ(entries.size(), severities.size());
     for (std::size_t i = 0; i < entries.size(); ++i) {
         EXPECT_EQ(entries[i].first, severities[i]) << i;

@@ -66,7 +66,9 @@ protected:
 };
 
 TEST_F(VornMessageSetTest, ReadsTexts) {
-    write(".msg", "\xEF\xBB\xBF# comment\nruvod.service-description = Gr\xC3\xB6\xC3\x9F" "e: 5 = 5\r\n");
+    write(".msg",
+          "\xEF\xBB\xBF# comment\nruvod.service-description = Gr\xC3\xB6\xC3\x9F"
+          "e: 5 = 5\r\n");
     EXPECT_EQ(get("", "ruvod.service-description"), L"Gr\u00F6\u00DFe: 5 = 5");
 }
 

@@ -138,7 +138,9 @@ TEST_F(VornPropertiesTest, TellsWhichFileCannotBeOpened) {
 }
 
 TEST_F(VornPropertiesTest, OpensFilesWithAnyName) {
-    const std::string name = directory_.file("gr\xC3\xB6\xC3\x9F" "e \xE2\x82\xAC.properties");
+    const std::string name = directory_.file(
+        "gr\xC3\xB6\xC3\x9F"
+        "e \xE2\x82\xAC.properties");
     TestSupport::writeFile(name, "a=1");
     Properties properties;
     properties.loadProperties(name);
@@ -179,8 +181,8 @@ TEST(VornPropertiesText, NumbersLinesAndShowsThoseWithoutKey) {
     visitPropertyLines("# one\n\n a = 3 \n oops \r\n=x\n#six\nb=7", "=", [&](const auto& line) {
         seen.push_back({line.number, std::string(line.key), std::string(line.value)});
     });
-    EXPECT_EQ(seen, (std::vector<Seen>{
-                        {3, "a", "3"}, {4, "", "oops"}, {5, "", "=x"}, {7, "b", "7"}}));
+    EXPECT_EQ(seen,
+              (std::vector<Seen>{{3, "a", "3"}, {4, "", "oops"}, {5, "", "=x"}, {7, "b", "7"}}));
 }
 
 TEST(VornProperties, MissingKeyLeavesTheValueAlone) {

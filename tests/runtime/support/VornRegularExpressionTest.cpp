@@ -138,8 +138,8 @@ TEST(VornRegularExpression, SearchesFromAPosition) {
 }
 
 TEST(VornRegularExpression, SaysWhyAPatternIsRefused) {
-    for (const char* pattern : {"[abc", "(", "a)", "*", "a**", "x{2,1}", "\\", "abc\\", "(?<name>a)",
-                                "a(?=b)", "(a)\\1", "[z-a]"}) {
+    for (const char* pattern : {"[abc", "(", "a)", "*", "a**", "x{2,1}", "\\", "abc\\",
+                                "(?<name>a)", "a(?=b)", "(a)\\1", "[z-a]"}) {
         Expression expression = of("good");
         EXPECT_FALSE(expression.setPattern(pattern)) << pattern;
         EXPECT_NE(expression.getErrorText(), "") << pattern;
@@ -194,7 +194,10 @@ TEST(VornRegularExpression, TakesLinearTime) {
 }
 
 TEST(VornRegularExpression, TakesAnyBytesInTexts) {
-    const std::string text("\x80\0\xFF" "disk\xC3", 8);
+    const std::string text(
+        "\x80\0\xFF"
+        "disk\xC3",
+        8);
     for (const char* pattern : {"disk", "d.sk", "[d]isk"}) {
         EXPECT_EQ(find(pattern, text), (Match{3, 4})) << pattern;
     }
@@ -203,11 +206,18 @@ TEST(VornRegularExpression, TakesAnyBytesInTexts) {
 }
 
 TEST(VornRegularExpression, MatchesByCharactersWhenThePatternHoldsSome) {
-    EXPECT_EQ(find("gr\xC3\xB6\xC3\x9F" "e", "die gr\xC3\xB6\xC3\x9F" "e"), (Match{4, 7}));
+    EXPECT_EQ(find("gr\xC3\xB6\xC3\x9F"
+                   "e",
+                   "die gr\xC3\xB6\xC3\x9F"
+                   "e"),
+              (Match{4, 7}));
     EXPECT_EQ(find("[\xC3\xA4\xC3\xB6]x", "\xC3\xB6x"), (Match{0, 3}));
     EXPECT_EQ(find("[\xC3\xA4\xC3\xB6]x", "\xB6x"), kNoMatch);
     EXPECT_EQ(find("^.\xC3\xA4.$", "\xC3\xB6\xC3\xA4\xC3\xBC"), (Match{0, 6}));
-    EXPECT_EQ(find("\xC3\xA4.*", "\xC3\xA4" "a\xC3\xB6\xFF"), (Match{0, 5}));
+    EXPECT_EQ(find("\xC3\xA4.*",
+                   "\xC3\xA4"
+                   "a\xC3\xB6\xFF"),
+              (Match{0, 5}));
     EXPECT_EQ(find("^..$", "\xC3\xA4"), (Match{0, 2})) << "a pattern of ASCII counts bytes";
 }
 
@@ -253,8 +263,8 @@ TEST(VornRegularExpression, MayBeUsedByManyThreads) {
             for (int i = 0; i < 500; ++i) {
                 const std::string text = "VornRAEvent:" + std::to_string(i);
                 EXPECT_EQ(expression.isNonEmptyFoundIn(text), i % 10 == 7);
-                EXPECT_TRUE(of("x[0-9]+y" + std::to_string(i % 5)).isFoundIn(
-                    "x12y" + std::to_string(i % 5)));
+                EXPECT_TRUE(of("x[0-9]+y" + std::to_string(i % 5))
+                                .isFoundIn("x12y" + std::to_string(i % 5)));
             }
         });
     }
@@ -321,9 +331,9 @@ TEST(VornRequiredText, NeverHidesAMatch) {
     const auto pick = [&random](int below) {
         return static_cast<std::size_t>(random() % static_cast<unsigned>(below));
     };
-    static const char* const kPieces[] = {"a",   "b",    "c",   "ab",   "a*",    "b+",  "c?",
-                                          "[ab]", "[^a]", "(a)", "(a|b)", "(bc)*", "a{2}", "b{0,1}",
-                                          ".",   "\\.",  "^",   "$",    "|",     "\\b", "(?:ab)?"};
+    static const char* const kPieces[] = {
+        "a",     "b",    "c",      "ab", "a*",  "b+", "c?", "[ab]", "[^a]", "(a)",    "(a|b)",
+        "(bc)*", "a{2}", "b{0,1}", ".",  "\\.", "^",  "$",  "|",    "\\b",  "(?:ab)?"};
     int good = 0;
     for (int round = 0; round < 20'000; ++round) {
         std::string pattern;

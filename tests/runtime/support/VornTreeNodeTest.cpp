@@ -2,14 +2,13 @@
 
 #include "runtime/support/VornThread.h"
 #include "tests/runtime/platform/NativeProbe.h"
+#include "tests/runtime/support/AllocationCount.h"
 #include "tests/runtime/support/CoreTestTools.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <functional>
-#include <new>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -18,29 +17,6 @@
 using namespace VornSupport;
 using namespace std::string_view_literals;
 using CoreTest::LogCapture;
-
-namespace {
-
-thread_local std::size_t allocations = 0;
-thread_local std::size_t allocatedBytes = 0;
-
-void* allocateCounted(std::size_t size) {
-    ++allocations;
-    allocatedBytes += size;
-    return std::malloc(size == 0 ? 1 : size);
-}
-
-}  // namespace
-
-void* operator new(std::size_t size) {
-    if (void* const memory = allocateCounted(size)) return memory;
-    throw std::bad_alloc();
-}
-void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-    return allocateCounted(size);
-}
-void operator delete(void* memory) noexcept { std::free(memory); }
-void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
 
 namespace {
 
@@ -415,12 +391,12 @@ TEST(VornTreeNodeMemory, IsAtMostFourHundredBytesANode) {
     constexpr int kNodes = 10'000;
     std::string path;
     path.reserve(40);
-    const std::size_t before = allocatedBytes;
+    const std::size_t before = AllocationCount::ofThisThread().bytes;
     for (int i = 0; i < kNodes; ++i) {
         path = "t" + std::to_string(i % 100) + ":" + std::to_string(i);
         root.add(makeCounted<VornTreeNode>("short"), path);
     }
-    const std::size_t bytes = allocatedBytes - before;
+    const std::size_t bytes = AllocationCount::ofThisThread().bytes - before;
     EXPECT_LE(bytes / kNodes, 400u);
     if (NativeProbe::replacesAllocationEverywhere()) {
         EXPECT_GE(bytes / kNodes, sizeof(VornTreeNode));
@@ -434,18 +410,18 @@ TEST(VornTreeNodeMemory, IsNotTouchedForWhatExists) {
     VornTreeNode root("root");
     const std::string path = "a rather long first component:and a second one,and a third";
     const NodePointer child = node("child");
-    std::size_t before = allocations;
+    std::size_t before = AllocationCount::ofThisThread().calls;
     root.add(child, path);
     if (NativeProbe::replacesAllocationEverywhere()) {
-        EXPECT_GT(allocations, before);
+        EXPECT_GT(AllocationCount::ofThisThread().calls, before);
     }
-    before = allocations;
+    before = AllocationCount::ofThisThread().calls;
     for (int i = 0; i < 100; ++i) {
         root.add(child, path);
         root.add(child, path.c_str());
         root.find(path);
     }
-    EXPECT_EQ(allocations, before);
+    EXPECT_EQ(AllocationCount::ofThisThread().calls, before);
 }
 
 TEST(VornTreeNodeThreads, PutOneNodeAtEachPlace) {

@@ -12,8 +12,9 @@ const std::wstring kBad = L"\xFFFD";
 const std::string kBadUtf8 = "\xEF\xBF\xBD";
 
 TEST(VornWideText, LeadsThereAndBack) {
-    const std::string utf8 = "a\x7F\xC2\x80\xC3\xA4\xDF\xBF\xE0\xA0\x80\xE2\x82\xAC\xEF\xBF\xBF"
-                             "\xF0\x90\x80\x80\xF4\x8F\xBF\xBF";
+    const std::string utf8 =
+        "a\x7F\xC2\x80\xC3\xA4\xDF\xBF\xE0\xA0\x80\xE2\x82\xAC\xEF\xBF\xBF"
+        "\xF0\x90\x80\x80\xF4\x8F\xBF\xBF";
     const std::wstring wide = L"a\x7F\x80\u00E4\u07FF\u0800\u20AC\xFFFF\U00010000\U0010FFFF";
     EXPECT_EQ(wideFromUtf8(utf8), wide);
     EXPECT_EQ(utf8FromWide(wide), utf8);

@@ -46,7 +46,10 @@ TEST(VornWildcard, QuestionMarkStandsForOneCharacter) {
     EXPECT_TRUE(matches("\xF0\x9F\x98\x80x", "?x"));
     EXPECT_FALSE(matches("\xC3\xA4", "??"));
     EXPECT_TRUE(matches("\xFF\xC3", "??")) << "bytes of no character count one each";
-    EXPECT_TRUE(matches("\xC3" "a", "??"));
+    EXPECT_TRUE(
+        matches("\xC3"
+                "a",
+                "??"));
     EXPECT_TRUE(matches("abc", "?*?"));
     EXPECT_FALSE(matches("a", "?*?"));
 }

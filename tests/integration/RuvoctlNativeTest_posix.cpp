@@ -1,0 +1,111 @@
+// What only a native client and daemon can be asked: signals and other users.
+
+#include "client/RuvoJobs.h"
+#include "tests/support/ClientLauncher.h"
+#include "tests/support/DaemonLauncher.h"
+
+#include <gtest/gtest.h>
+
+#include <signal.h>
+#include <sys/fsuid.h>
+#include <unistd.h>
+
+#include <optional>
+#include <thread>
+
+namespace IntegrationTests {
+
+using namespace TestSupport;
+
+namespace {
+
+// How often the last registration was taken back.
+int unregistrations(const Daemon& daemon) {
+    const std::string log = daemon.log();
+    const std::string text = "RUVO_NN_UNREGISTER::handleClient: nconsumers=0\n";
+    int count = 0;
+    for (auto at = log.find(text); at != std::string::npos; at = log.find(text, at + 1)) ++count;
+    return count;
+}
+
+}  // namespace
+
+TEST(RuvoctlNative, UnregistersWhenItIsInterrupted) {
+    Daemon daemon({.logLevel = 9});
+    const std::string port = std::to_string(daemon.tcpPort());
+    int rounds = 0;
+    for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
+        ++rounds;
+        ClientProcess watcher(ruvoctlLine({"--port", port, "watch", "."}));
+        ASSERT_TRUE(watcher.complains("watching")) << watcher.errors();
+        watcher.signal(number);
+        EXPECT_EQ(watcher.waitForExit(), 0) << watcher.errors();
+        EXPECT_TRUE(waitUntil([&] { return unregistrations(daemon) == rounds; }));
+    }
+}
+
+TEST(RuvoctlNative, UnregistersWhenNobodyReadsItsOutput) {
+    Daemon daemon({.logLevel = 9});
+    const std::string port = std::to_string(daemon.tcpPort());
+    std::string line;
+    for (const std::string& word : ruvoctlLine({"--port", port, "watch", "."})) line += word + " ";
+    ClientProcess shell({"sh", "-c", line + "| read -r first"});
+    ASSERT_TRUE(shell.complains("watching")) << shell.errors();
+    // The second event meets nobody.
+    EXPECT_TRUE(waitUntil([&] {
+        EXPECT_EQ(runRuvoctl({"--port", port, "notify", "event"}).status, 0);
+        return shell.waitForExit(std::chrono::milliseconds(0)).has_value();
+    }));
+    EXPECT_TRUE(waitUntil([&] { return unregistrations(daemon) == 1; }));
+}
+
+TEST(RuvoctlNative, GoesOnWhenAnotherWatcherIsKilled) {
+    Daemon daemon;
+    const std::string port = std::to_string(daemon.tcpPort());
+    ClientProcess killed(ruvoctlLine({"--port", port, "watch", "."}));
+    ASSERT_TRUE(killed.complains("watching")) << killed.errors();
+    ClientProcess watcher(ruvoctlLine({"--port", port, "watch", ".", "--count", "2"}));
+    ASSERT_TRUE(watcher.complains("watching")) << watcher.errors();
+    EXPECT_EQ(runRuvoctl({"--port", port, "notify", "first"}).status, 0);
+    EXPECT_TRUE(killed.outputs("first"));
+    killed.signal(SIGKILL);
+    EXPECT_EQ(killed.waitForExit(), 128 + SIGKILL);
+    EXPECT_EQ(runRuvoctl({"--port", port, "notify", "second"}).status, 0);
+    EXPECT_EQ(watcher.waitForExit(), 0) << watcher.errors();
+}
+
+TEST(RuvoctlNative, NoticesADaemonThatIsKilled) {
+    Daemon daemon;
+    const std::string port = std::to_string(daemon.tcpPort());
+    ClientProcess watcher(ruvoctlLine({"--port", port, "watch", "."}));
+    ASSERT_TRUE(watcher.complains("watching")) << watcher.errors();
+    daemon.kill();
+    EXPECT_EQ(watcher.waitForExit(), 3);
+}
+
+TEST(RuvoctlNative, AdmitsTheOwnerAndRefusesOtherUsers) {
+    Daemon daemon;
+    Ruvo::RuvoClientOptions options;
+    options.port = daemon.tcpPort();
+    std::optional<Ruvo::RuvoProblem> problem;
+    const bool asNobody = ::geteuid() == 0;
+    std::thread user([&] {
+        // The system notes the owner of a socket from an id that each thread has.
+        if (asNobody) ::setfsuid(65534);
+        try {
+            Ruvo::RuvoClient client(options);
+            EXPECT_FALSE(Ruvo::RuvoJobs(client).lookup("none"));
+        } catch (const Ruvo::RuvoClientError& error) {
+            problem = error.problem();
+        }
+    });
+    user.join();
+    if (asNobody) {
+        EXPECT_EQ(problem, Ruvo::RuvoProblem::AccessRefused);
+    } else {
+        EXPECT_EQ(problem, std::nullopt);
+    }
+    EXPECT_TRUE(daemon.serves());
+}
+
+}  // namespace IntegrationTests
