@@ -9,6 +9,7 @@
 #include <sys/prctl.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
+#include <time.h>
 
 #include <cerrno>
 #include <chrono>
@@ -28,6 +29,12 @@ constexpr int kPatienceMs = 10000;
     ::dup2(errors, STDERR_FILENO);
     ::execv(arguments[0], arguments);
     ::_exit(127);
+}
+
+double secondsOf(clockid_t clock) {
+    timespec time{};
+    if (::clock_gettime(clock, &time) != 0) throwErrno("clock_gettime");
+    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
 }
 
 }  // namespace
@@ -125,5 +132,16 @@ double processorMs(pid_t pid) {
     }
     return (user + system) * 1000.0 / static_cast<double>(::sysconf(_SC_CLK_TCK));
 }
+
+double processorSeconds(pid_t pid) {
+    clockid_t clock{};
+    if (const int failed = ::clock_getcpuclockid(pid, &clock); failed != 0) {
+        errno = failed;
+        throwErrno("clock_getcpuclockid");
+    }
+    return secondsOf(clock);
+}
+
+double ownProcessorSeconds() { return secondsOf(CLOCK_THREAD_CPUTIME_ID); }
 
 }  // namespace RuvoBench

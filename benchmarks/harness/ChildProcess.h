@@ -41,5 +41,9 @@ private:
 double residentKiB(pid_t pid);
 // Of /proc/PID/stat: processor time in milliseconds, user and system.
 double processorMs(pid_t pid);
+// The same in seconds and to the nanosecond, of the process's own clock.
+double processorSeconds(pid_t pid);
+// Of the calling thread.
+double ownProcessorSeconds();
 
 }  // namespace RuvoBench

@@ -143,7 +143,7 @@ std::size_t UDPPort::peerCount() const {
 void UDPPort::sendDatagram(Peer& peer, std::string_view datagram) {
     const auto deadline = Clock::now() + kTake;
     for (;;) {
-        VornSupport::VornReadLock lock(sending_);
+        VornMutexLock lock(sending_);
         if (!socket_) throw VornException("UDPPort: the endpoint was closed");
         const IoResult sent =
             VornPlatform::sendTo(socket_.handle(), datagram, peer.address, peer.local);
@@ -188,7 +188,7 @@ void UDPPort::close() {
         }
         peers_.clear();
     }
-    VornSupport::VornWriteLock lock(sending_);
+    VornMutexLock lock(sending_);
     socket_.close();
 }
 

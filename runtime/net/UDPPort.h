@@ -90,7 +90,7 @@ private:
 
     mutable VornSupport::VornMutex mutex_;
     std::unordered_map<VornPlatform::SocketAddress, PeerPointer> peers_ VORN_GUARDED_BY(mutex_);
-    VornSupport::VornSharedMutex sending_;  // held in exclusion to close the socket
+    VornSupport::VornMutex sending_;  // held to send and to close the socket
     VornPlatform::Socket socket_;
 };
 

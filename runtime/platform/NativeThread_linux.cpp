@@ -24,6 +24,12 @@ constexpr std::size_t kLeastStack = 64 * 1024;
 
 constexpr std::size_t kShownName = 15;  // the kernel keeps 16 bytes, the last one 0
 
+void copyShown(const char* name, char (&shown)[kShownName + 1]) {
+    const std::size_t length = std::min(std::strlen(name), kShownName);
+    std::memcpy(shown, name, length);
+    shown[length] = '\0';
+}
+
 struct Start {
     void (*body)(void*);
     void* argument;
@@ -65,8 +71,8 @@ OsError startThread(const ThreadOptions& options, void (*body)(void*), void* arg
 ThreadId currentThreadId() { return static_cast<ThreadId>(::syscall(SYS_gettid)); }
 
 void nameCurrentThread(const char* name) {
-    char shown[kShownName + 1] = {};
-    std::strncpy(shown, name, kShownName);
+    char shown[kShownName + 1];
+    copyShown(name, shown);
     ::pthread_setname_np(::pthread_self(), shown);
 }
 

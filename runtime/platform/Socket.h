@@ -4,6 +4,7 @@
 #include "runtime/platform/OsError.h"
 #include "runtime/platform/SocketAddress.h"
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <span>
@@ -129,15 +130,17 @@ struct SocketWait {
 VORN_EXPORT IoResult waitReady(std::span<SocketWait> sockets, int ms);
 
 // Ends another thread's waitReady: its handle(), wanted for reading, is ready
-// from wake() on until clear().
+// from wake() on until clear(). A wake() during clear() may be cleared with it,
+// so look at what there is to be done after clear(), not before.
 class VORN_EXPORT SocketWaker {
 public:
     OsError open();  // once, before the other calls
     SocketHandle handle() const { return receiver_.handle(); }
-    void wake();   // any thread
+    void wake();   // any thread; cheap while the handle is ready already
     void clear();  // the waiting thread
 
 private:
+    std::atomic<bool> ready_{false};
     Socket receiver_;
     Socket sender_;  // not on every platform
 };

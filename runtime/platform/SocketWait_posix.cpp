@@ -60,14 +60,15 @@ OsError SocketWaker::open() {
 }
 
 void SocketWaker::wake() {
+    if (ready_.exchange(true, std::memory_order_acq_rel)) return;
     const char one = 1;
-    // A full pipe is as good: it is readable.
     [[maybe_unused]] const auto written = ::write(fd(sender_.handle()), &one, 1);
 }
 
 void SocketWaker::clear() {
     char buffer[64];
     while (::read(fd(receiver_.handle()), buffer, sizeof buffer) == sizeof buffer) {}
+    ready_.exchange(false, std::memory_order_acq_rel);
 }
 
 }  // namespace VornPlatform

@@ -55,6 +55,7 @@ OsError SocketWaker::open() {
 }
 
 void SocketWaker::wake() {
+    if (ready_.exchange(true, std::memory_order_acq_rel)) return;
     const char one = 1;
     send(receiver_.handle(), &one, 1);
 }
@@ -62,6 +63,7 @@ void SocketWaker::wake() {
 void SocketWaker::clear() {
     char buffer[64];
     while (!receive(receiver_.handle(), buffer, sizeof buffer).error) {}
+    ready_.exchange(false, std::memory_order_acq_rel);
 }
 
 }  // namespace VornPlatform

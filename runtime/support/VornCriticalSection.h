@@ -1,9 +1,8 @@
 #pragma once
 
 #include "runtime/platform/Export.h"
+#include "runtime/platform/NativeLock.h"
 #include "runtime/platform/ThreadAnnotations.h"
-
-#include <mutex>
 
 namespace VornSupport {
 
@@ -19,7 +18,7 @@ public:
     void unlock() VORN_RELEASE() { mutex_.unlock(); }
 
 private:
-    std::recursive_mutex mutex_;
+    VornPlatform::NativeRecursiveMutex mutex_;
 };
 
 // Holds a VornCriticalSectionObject for a scope. Belongs to the thread that

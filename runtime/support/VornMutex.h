@@ -3,12 +3,8 @@
 // The locks of the runtime, annotated for clang's thread-safety analysis. The
 // order in which locks are taken is written in docs/threading.md.
 
+#include "runtime/platform/NativeLock.h"
 #include "runtime/platform/ThreadAnnotations.h"
-
-#include <chrono>
-#include <condition_variable>
-#include <mutex>
-#include <shared_mutex>
 
 namespace VornSupport {
 
@@ -25,7 +21,7 @@ public:
 
 private:
     friend class VornCondition;
-    std::mutex mutex_;
+    VornPlatform::NativeMutex mutex_;
 };
 
 // Holds a VornMutex for a scope.
@@ -56,25 +52,18 @@ private:
 // test the condition in a loop. Times are of the steady clock.
 class VornCondition {
 public:
-    using TimePoint = std::chrono::steady_clock::time_point;
+    using TimePoint = VornPlatform::NativeCondition::TimePoint;
 
-    void wait(VornMutex& mutex) VORN_REQUIRES(mutex) {
-        std::unique_lock<std::mutex> lock(mutex.mutex_, std::adopt_lock);
-        condition_.wait(lock);
-        lock.release();
-    }
+    void wait(VornMutex& mutex) VORN_REQUIRES(mutex) { condition_.wait(mutex.mutex_); }
     // False when `deadline` has passed.
     bool waitUntil(VornMutex& mutex, TimePoint deadline) VORN_REQUIRES(mutex) {
-        std::unique_lock<std::mutex> lock(mutex.mutex_, std::adopt_lock);
-        const bool inTime = condition_.wait_until(lock, deadline) == std::cv_status::no_timeout;
-        lock.release();
-        return inTime;
+        return condition_.waitUntil(mutex.mutex_, deadline);
     }
-    void notifyOne() { condition_.notify_one(); }
-    void notifyAll() { condition_.notify_all(); }
+    void notifyOne() { condition_.notifyOne(); }
+    void notifyAll() { condition_.notifyAll(); }
 
 private:
-    std::condition_variable condition_;
+    VornPlatform::NativeCondition condition_;
 };
 
 // Many readers or one writer. Not recursive in either form.
@@ -86,7 +75,7 @@ public:
     void unlock_shared() VORN_RELEASE_SHARED() { mutex_.unlock_shared(); }
 
 private:
-    std::shared_mutex mutex_;
+    VornPlatform::NativeSharedMutex mutex_;
 };
 
 class VORN_SCOPED_CAPABILITY VornReadLock {

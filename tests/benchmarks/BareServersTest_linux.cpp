@@ -91,7 +91,26 @@ TEST(BareServer, StopsWhenTold) {
     EXPECT_GT(server.startMs(), 0);
     EXPECT_GT(residentKiB(server.pid()), 100);
     EXPECT_GE(processorMs(server.pid()), 0);
+    EXPECT_GT(processorSeconds(server.pid()), 0);
     EXPECT_GE(server.stop(), 0);
+}
+
+TEST(ChildProcess, CountsItsProcessorTimeAlone) {
+    const TemporaryFolder folder;
+    ChildProcess child({"/bin/sh", "-c", "echo ready; while :; do :; done"}, serverProcessor(),
+                       folder.path("errors"));
+    EXPECT_EQ("ready", child.readLine());
+    const double own = ownProcessorSeconds();
+    while (processorSeconds(child.pid()) < 0.02) continue;
+    EXPECT_GT(ownProcessorSeconds(), own);
+    EXPECT_GE(processorMs(child.pid()), 10);
+}
+
+TEST(ChildProcess, WithoutAProcessHasNoFigures) {
+    constexpr pid_t kNobody = 0x0FFFFFFF;
+    EXPECT_THROW(residentKiB(kNobody), std::runtime_error);
+    EXPECT_THROW(processorMs(kNobody), std::runtime_error);
+    EXPECT_THROW(processorSeconds(kNobody), std::runtime_error);
 }
 
 TEST(BareServer, AnUnknownModeIsAnError) {

@@ -10,6 +10,8 @@
 #include <sys/fsuid.h>
 #include <unistd.h>
 
+#include <cstdlib>
+#include <filesystem>
 #include <optional>
 #include <thread>
 
@@ -72,6 +74,33 @@ TEST(RuvoctlNative, GoesOnWhenAnotherWatcherIsKilled) {
     EXPECT_EQ(killed.waitForExit(), 128 + SIGKILL);
     EXPECT_EQ(runRuvoctl({"--port", port, "notify", "second"}).status, 0);
     EXPECT_EQ(watcher.waitForExit(), 0) << watcher.errors();
+}
+
+TEST(RuvoctlNative, ShowsItselfInADemonstration) {
+    const std::string demo = std::string(std::getenv("RUVO_SOURCE_DIR")) + "/client/demo.sh";
+    const ClientRun shown = runProgram({demo, std::getenv("RUVO_BIN")});
+    EXPECT_EQ(shown.status, 0) << shown.errors;
+    for (const char* line :
+         {"VornJSEvent:nightly-backup created", "VornJSEvent:nightly-backup progress",
+          "VornJSEvent:nightly-backup cancelled", "VornJSEvent:nightly-backup completed",
+          "disk.failed", "the daemon has gone", "Everything happened as it should."}) {
+        EXPECT_NE(shown.output.find(line), std::string::npos) << line << '\n' << shown.output;
+    }
+}
+
+TEST(RuvoctlNative, SaysWhatWentWrongInADemonstration) {
+    const std::string demo = std::string(std::getenv("RUVO_SOURCE_DIR")) + "/client/demo.sh";
+    const TemporaryDirectory bin;
+    for (const char* name : {"ruvohost", "ruvoctl"}) {
+        writeFile(bin.file(name), "#!/bin/sh\nexit 1\n");
+        std::filesystem::permissions(bin.path() / name, std::filesystem::perms::owner_all);
+    }
+    const ClientRun failed = runProgram({demo, bin.text()});
+    EXPECT_EQ(failed.status, 1);
+    EXPECT_NE(failed.errors.find("demo: FAILED: the daemon does not listen"), std::string::npos)
+        << failed.errors;
+    EXPECT_EQ(runProgram({demo}).status, 2);
+    EXPECT_EQ(runProgram({demo, "/no/such/folder"}).status, 2);
 }
 
 TEST(RuvoctlNative, NoticesADaemonThatIsKilled) {

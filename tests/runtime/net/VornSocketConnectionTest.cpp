@@ -79,7 +79,6 @@ TEST(VornSocketConnection, ReportsAResetAsALostConnection) {
     pair->flush();
     awaitReadable(pair.client);
     pair.client.close();  // with unread bytes: a reset
-    EXPECT_TRUE(waitUntil([&] { return pair->isPeerGone(); }));
     try {
         pair->readInt();
         FAIL();

@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <string>
 
 using namespace VornPlatform;
@@ -70,12 +71,15 @@ TEST(ModuleLoader, UnloadsWhenClosed) {
 }
 
 TEST(ModuleLoader, KeepsTheLibraryWhenAsked) {
-    const TestSupport::TemporaryDirectory directory;
+    // A library of its own, as it stays to the end and other tests look at unloading.
+    static const TestSupport::TemporaryDirectory directory;
+    const std::string path = directory.file(moduleFileName("kept"));
+    std::filesystem::copy_file(TestSupport::toPath(pluginPath()), TestSupport::toPath(path));
     std::string error;
     int (*add)(int, int) = nullptr;
     {
         ModuleLoader loader;
-        ASSERT_TRUE(loader.open(pluginPath(), error)) << error;
+        ASSERT_TRUE(loader.open(path, error)) << error;
         add = loader.function<int(int, int)>("pluginAdd");
         loader.keep();
         EXPECT_FALSE(loader.isOpen());

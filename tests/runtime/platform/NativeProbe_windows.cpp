@@ -7,6 +7,7 @@
 #include <tlhelp32.h>
 
 #include <algorithm>
+#include <cstdint>
 
 namespace NativeProbe {
 
@@ -91,10 +92,14 @@ int countThreads() {
     return count;
 }
 
+// By trying them: the system's own count is always 0 in an emulator.
 int countHandles() {
-    DWORD count = 0;
-    ::GetProcessHandleCount(::GetCurrentProcess(), &count);
-    return static_cast<int>(count);
+    int count = 0;
+    for (std::uintptr_t value = 4; value < 0x10000; value += 4) {
+        DWORD flags = 0;
+        if (::GetHandleInformation(reinterpret_cast<HANDLE>(value), &flags)) ++count;
+    }
+    return count;
 }
 
 // Each DLL was linked to the operator new of the runtime library.

@@ -7,22 +7,25 @@
 using namespace NetTest;
 using namespace VornPlatform;
 
-// Wine knows the connection and does not tell its process: that must be told
-// from "no such connection", and it must never become somebody else.
-TEST(PeerOwner, FindsTheOwnerOfAStreamWhereTheSystemTellsIt) {
+// An emulator tells the process of a socket only after the process has used it,
+// as a client does that has spoken.
+TEST(PeerOwner, FindsTheOwnerOfAStream) {
     for (const char* host : {"127.0.0.1", "::1"}) {
         TcpPair pair(host);
+        sendBytes(pair.client, "RUVO\n");
         SocketAddress peer;
         SocketAddress local;
         ASSERT_FALSE(peerAddress(pair->getSocket(), peer));
         ASSERT_FALSE(localAddress(pair->getSocket(), local));
         const auto found = findPeerOwner(Transport::Tcp, peer, local);
-        if (found.owner) {
-            EXPECT_TRUE(found.owner->isCurrentUser()) << found.owner->describe();
-        } else {
-            EXPECT_EQ(found.error.condition(), OsCondition::AccessDenied);
-            EXPECT_FALSE(pair->isLocalConnection());
-        }
+        ASSERT_TRUE(found.owner) << found.error.text();
+        EXPECT_TRUE(found.owner->isCurrentUser()) << found.owner->describe();
+        EXPECT_TRUE(pair->isLocalConnection());
+
+        pair.client.close();
+        const auto gone = findPeerOwner(Transport::Tcp, peer, local);
+        EXPECT_FALSE(gone.owner) << "nobody's any more";
+        EXPECT_TRUE(gone.error);
     }
 }
 
@@ -32,6 +35,7 @@ TEST(PeerOwner, KnowsTheGroupsOfAProcess) {
     SocketAddress local;
     ASSERT_FALSE(localAddress(server.handle(), local));
     const Socket client = udpTo(local.port());
+    sendBytes(client, "x");
     SocketAddress peer;
     ASSERT_FALSE(localAddress(client.handle(), peer));
     const auto found = findPeerOwner(Transport::Udp, peer, local);

@@ -68,7 +68,14 @@ TEST(Socket, LeavesItsTargetAloneWhenItFails) {
     EXPECT_TRUE(listenTcp(address.port(), 5, "*", busy));
     EXPECT_TRUE(listenTcp(address.port(), 5, "127.0.0.1", busy)) << "a part of all addresses";
     EXPECT_TRUE(listenTcp(0, 5, "no address", busy));
-    EXPECT_TRUE(bindUdp(0, "203.0.113.7", busy));
+    EXPECT_TRUE(bindUdp(0, "no address", busy));
+    EXPECT_EQ(busy.handle(), before);
+
+    Socket datagrams;
+    ASSERT_FALSE(bindUdp(0, "*", datagrams));
+    ASSERT_FALSE(localAddress(datagrams.handle(), address));
+    EXPECT_TRUE(bindUdp(address.port(), "*", busy));
+    EXPECT_TRUE(bindUdp(address.port(), "127.0.0.1", busy));
     EXPECT_EQ(busy.handle(), before);
 }
 

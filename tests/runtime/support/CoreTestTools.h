@@ -3,6 +3,7 @@
 #include "tests/support/LogCapture.h"
 #include "tests/support/TestSupport.h"
 
+#include <atomic>
 #include <condition_variable>
 #include <mutex>
 #include <string>
@@ -37,6 +38,21 @@ private:
     std::mutex mutex_;
     std::condition_variable opened_;
     bool open_ = false;
+};
+
+// Where two threads meet just before they want the same lock.
+class MeetingPoint {
+public:
+    void arrive() { ++arrived_; }
+    // Returns some time after both have arrived: the other one, which has only
+    // the lock still to take, will mostly be waiting for it.
+    void waitForTheOther() const {
+        while (arrived_ < 2) std::this_thread::yield();
+        for (int i = 0; i < 20; ++i) std::this_thread::yield();
+    }
+
+private:
+    std::atomic<int> arrived_{0};
 };
 
 // Calls body(0) to body(count - 1) on as many threads at once; returns when all

@@ -1,5 +1,6 @@
 #include "runtime/support/VornCriticalSection.h"
 
+#include "tests/runtime/platform/NativeProbe.h"
 #include "tests/runtime/support/CoreTestTools.h"
 
 #include <gtest/gtest.h>
@@ -10,6 +11,7 @@
 #include <stdexcept>
 #include <thread>
 #include <type_traits>
+#include <vector>
 
 using namespace VornSupport;
 
@@ -71,6 +73,22 @@ TEST(VornCriticalSectionObject, GuardsAgainstEightThreads) {
         }
     });
     EXPECT_EQ(sum, 160'000);
+}
+
+TEST(VornCriticalSectionObject, GivesBackWhatItTookFromTheSystem) {
+    const int before = NativeProbe::countHandles();
+    {
+        std::vector<VornCriticalSectionObject> objects(300);
+        std::vector<CoreTest::MeetingPoint> meetings(objects.size());
+        CoreTest::onThreads(2, [&](int) {
+            for (std::size_t i = 0; i < objects.size(); ++i) {
+                meetings[i].arrive();
+                const VornCriticalSection section(objects[i]);
+                meetings[i].waitForTheOther();
+            }
+        });
+    }
+    EXPECT_LT(NativeProbe::countHandles(), before + 50);
 }
 
 TEST(VornCriticalSection, HoldsForItsScope) {

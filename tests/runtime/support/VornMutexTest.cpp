@@ -1,5 +1,6 @@
 #include "runtime/support/VornMutex.h"
 
+#include "tests/runtime/platform/NativeProbe.h"
 #include "tests/runtime/support/CoreTestTools.h"
 
 #include <gtest/gtest.h>
@@ -163,6 +164,57 @@ TEST(VornSharedMutex, LetsWritersInAlone) {
     });
     EXPECT_EQ(value, 40'000);
     EXPECT_EQ(torn, 0);
+}
+
+// Two threads meet at every one of hundreds of locks, which then go.
+template <class Lockable, class Hold>
+int handlesLeftBehind(Hold hold) {
+    const int before = NativeProbe::countHandles();
+    {
+        std::vector<Lockable> locks(300);
+        std::vector<CoreTest::MeetingPoint> meetings(locks.size());
+        CoreTest::onThreads(2, [&](int) {
+            for (std::size_t i = 0; i < locks.size(); ++i) {
+                meetings[i].arrive();
+                hold(locks[i], meetings[i]);
+            }
+        });
+    }
+    return NativeProbe::countHandles() - before;
+}
+
+TEST(VornMutex, GivesBackWhatItTookFromTheSystem) {
+    const auto hold = [](VornMutex& mutex, CoreTest::MeetingPoint& meeting) {
+        const VornMutexLock lock(mutex);
+        meeting.waitForTheOther();
+    };
+    EXPECT_LT(handlesLeftBehind<VornMutex>(hold), 50);
+}
+
+TEST(VornSharedMutex, GivesBackWhatItTookFromTheSystem) {
+    const auto hold = [](VornSharedMutex& mutex, CoreTest::MeetingPoint& meeting) {
+        {
+            const VornReadLock lock(mutex);
+            meeting.waitForTheOther();
+        }
+        const VornWriteLock lock(mutex);
+        meeting.waitForTheOther();
+    };
+    EXPECT_LT(handlesLeftBehind<VornSharedMutex>(hold), 50);
+}
+
+TEST(VornCondition, GivesBackWhatItTookFromTheSystem) {
+    struct Bell {
+        VornMutex mutex;
+        VornCondition rung;
+        int visitors VORN_GUARDED_BY(mutex) = 0;
+    };
+    const auto hold = [](Bell& bell, CoreTest::MeetingPoint&) {
+        const VornMutexLock lock(bell.mutex);
+        if (++bell.visitors == 2) bell.rung.notifyAll();
+        while (bell.visitors < 2) bell.rung.wait(bell.mutex);
+    };
+    EXPECT_LT(handlesLeftBehind<Bell>(hold), 50);
 }
 
 }  // namespace

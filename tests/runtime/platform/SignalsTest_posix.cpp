@@ -1,0 +1,69 @@
+#include "runtime/platform/Signals.h"
+
+#include "runtime/platform/NativeThread.h"
+#include "tests/support/TestSupport.h"
+
+#include <gtest/gtest.h>
+
+#include <signal.h>
+#include <unistd.h>
+
+#include <atomic>
+
+namespace VornPlatform {
+namespace {
+
+using TestSupport::waitUntil;
+
+std::atomic<int> stops{0};
+std::atomic<int> reloads{0};
+
+// The process keeps what watchSignals() set up, so one case shows all of it.
+TEST(Signals, ReachTheActionsOnAThreadOfTheirOwnAndNobodyElse) {
+    ASSERT_FALSE(watchSignals({.stop = [] { ++stops; }, .reload = [] { ++reloads; }}));
+
+    ::kill(::getpid(), SIGHUP);
+    EXPECT_TRUE(waitUntil([] { return reloads == 1; }));
+    EXPECT_EQ(stops, 0);
+    ::kill(::getpid(), SIGTERM);
+    EXPECT_TRUE(waitUntil([] { return stops == 1; }));
+    ::kill(::getpid(), SIGINT);
+    EXPECT_TRUE(waitUntil([] { return stops == 2; }));
+    EXPECT_EQ(reloads, 1);
+    tellStopped();
+
+    // A broken pipe is an error, and what we start gets the default back: a
+    // handler goes with an exec where an ignored signal would stay ignored.
+    int ends[2];
+    ASSERT_EQ(::pipe(ends), 0);
+    ::close(ends[0]);
+    EXPECT_EQ(::write(ends[1], "x", 1), -1);
+    ::close(ends[1]);
+    struct sigaction action {};
+    ::sigaction(SIGPIPE, nullptr, &action);
+    EXPECT_NE(action.sa_handler, SIG_IGN);
+    EXPECT_NE(action.sa_handler, SIG_DFL);
+
+    // Threads that are started later do not take the signals.
+    std::atomic<bool> blocked{false};
+    std::atomic<bool> done{false};
+    struct Result {
+        std::atomic<bool>& blocked;
+        std::atomic<bool>& done;
+    } result{blocked, done};
+    ASSERT_FALSE(startThread({.name = "later"},
+                             [](void* raw) {
+                                 auto& seen = *static_cast<Result*>(raw);
+                                 sigset_t mask;
+                                 ::pthread_sigmask(SIG_BLOCK, nullptr, &mask);
+                                 seen.blocked = ::sigismember(&mask, SIGTERM) == 1 &&
+                                                ::sigismember(&mask, SIGHUP) == 1;
+                                 seen.done = true;
+                             },
+                             &result));
+    EXPECT_TRUE(waitUntil([&] { return done.load(); }));
+    EXPECT_TRUE(blocked);
+}
+
+}  // namespace
+}  // namespace VornPlatform
