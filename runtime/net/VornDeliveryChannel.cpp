@@ -82,7 +82,9 @@ void VornDeliveryChannel::deliver(VornProxyDependent& proxy,
     if (!remote_) throw VornException("no remote name that can be reached: " + name_);
 
     // Written without the lock: addContent is the proxy's own code.
-    thread_local std::string delivery;
+    auto* const gathering = VornDeliveryGathering::current();
+    std::string own;
+    std::string& delivery = gathering != nullptr ? gathering->scratch_ : own;
     delivery.clear();
     appendInt(delivery, proxy.getHandle());
     const bool datagram = remote_->kind == VornRemoteName::Kind::Udp;
@@ -92,12 +94,11 @@ void VornDeliveryChannel::deliver(VornProxyDependent& proxy,
         throw VornException("delivery to " + name_ + " could not be written or is too large");
     }
 
-    append(delivery);
+    append(delivery, gathering);
     if (delivery.capacity() > kKeptCapacity) std::string().swap(delivery);
 }
 
-void VornDeliveryChannel::append(std::string_view delivery) {
-    auto* const gathering = VornDeliveryGathering::current();
+void VornDeliveryChannel::append(std::string_view delivery, VornDeliveryGathering* gathering) {
     VornMutexLock lock(mutex_);
     refuseWhileBackingOffLocked();
     pending_.append(delivery);

@@ -52,7 +52,7 @@ private:
 
     explicit VornDeliveryChannel(const std::string& remoteName);
 
-    void append(std::string_view delivery) VORN_EXCLUDES(mutex_);
+    void append(std::string_view delivery, VornDeliveryGathering* gathering) VORN_EXCLUDES(mutex_);
     bool progress(std::size_t limit, VornPlatform::SocketWait& wait, Clock::time_point& deadline)
         VORN_EXCLUDES(mutex_);
 

@@ -4,6 +4,7 @@
 #include "runtime/platform/Export.h"
 
 #include <memory>
+#include <string>
 #include <vector>
 
 namespace VornNet {
@@ -38,8 +39,9 @@ private:
 
     void addStalled(std::shared_ptr<VornDeliveryChannel> channel);
 
-    Channels held_;     // have unsent bytes
-    Channels stalled_;  // of those, the ones over the limit
+    Channels held_;        // have unsent bytes
+    Channels stalled_;     // of those, the ones over the limit
+    std::string scratch_;  // where a delivery is written, kept for its memory
 };
 
 }  // namespace VornNet

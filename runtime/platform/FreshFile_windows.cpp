@@ -21,6 +21,11 @@ bool isHeldForAMoment(DWORD error) {
     return error == ERROR_SHARING_VIOLATION || error == ERROR_ACCESS_DENIED;
 }
 
+bool isFolder(const std::wstring& path) {
+    const DWORD attributes = ::GetFileAttributesW(path.c_str());
+    return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+}
+
 BOOL rename(const std::wstring& from, const std::wstring& to) {
     for (int left = kTries;; --left) {
         const BOOL done = ::MoveFileExW(from.c_str(), to.c_str(),
@@ -68,6 +73,8 @@ OsError replaceFile(const std::string& fresh, const std::string& current,
     const std::wstring from = toWide(fresh);
     const std::wstring to = toWide(current);
     const std::wstring kept = toWide(previous);
+    // Not left to the system: an emulator puts the file in the folder's place.
+    if (isFolder(to)) return OsError(ERROR_ACCESS_DENIED);
     // A second name, not a new one: `current` never goes away. ReplaceFile, for
     // file systems without second names, may be stopped between its two steps.
     ::DeleteFileW(kept.c_str());

@@ -3,6 +3,7 @@
 #include "runtime/platform/ErrorState.h"
 #include "runtime/platform/PathText.h"
 #include "runtime/platform/StandardError.h"
+#include "runtime/platform/ThreadSlot.h"
 #include "runtime/support/VornLogFile.h"
 #include "runtime/support/VornLogRecord.h"
 #include "runtime/support/VornMutex.h"
@@ -12,6 +13,7 @@
 #include <charconv>
 #include <chrono>
 #include <filesystem>
+#include <memory>
 #include <system_error>
 #include <vector>
 
@@ -20,6 +22,7 @@ namespace {
 
 using VornPlatform::ErrorStateKeeper;
 using VornPlatform::SystemLogSeverity;
+using VornPlatform::ThreadSlot;
 
 constexpr int kHighestLevel = 9;
 
@@ -46,44 +49,35 @@ private:
     std::size_t count_ = 0;
 };
 
-// Plain values, so that a thread may log even while its thread-local objects
-// are being destroyed; from then on nothing is kept between records.
-thread_local OpenRecords* openRecords = nullptr;
-thread_local bool threadEnds = false;
-
-void dropOpenRecords() {
-    delete openRecords;
-    openRecords = nullptr;
+// Freed with its thread, which may log until its very end.
+ThreadSlot& openRecordsSlot() {
+    static ThreadSlot* const slot =
+        new ThreadSlot([](void* records) { delete static_cast<OpenRecords*>(records); });
+    return *slot;
 }
 
-struct OpenRecordsCleaner {
-    ~OpenRecordsCleaner() {
-        threadEnds = true;
-        dropOpenRecords();
-    }
-    void touch() {}
-};
-thread_local OpenRecordsCleaner cleaner;
+// The calling thread's, or null.
+OpenRecords* openRecords() { return static_cast<OpenRecords*>(openRecordsSlot().get()); }
 
 VornLogRecord& openRecord() {
-    if (openRecords == nullptr) {
-        openRecords = new OpenRecords;
-        if (!threadEnds) cleaner.touch();
+    OpenRecords* records = openRecords();
+    if (records == nullptr) {
+        auto made = std::make_unique<OpenRecords>();
+        openRecordsSlot().set(made.get());
+        records = made.release();
     }
-    return openRecords->push();
+    return records->push();
 }
 
 // The record that pieces go into, or null.
 VornLogRecord* innermostRecord() {
-    return openRecords == nullptr || openRecords->isEmpty() ? nullptr : &openRecords->top();
+    OpenRecords* const records = openRecords();
+    return records == nullptr || records->isEmpty() ? nullptr : &records->top();
 }
 
 // Gives up the innermost record at the end of the scope.
 struct RecordCloser {
-    ~RecordCloser() {
-        openRecords->pop();
-        if (threadEnds && openRecords->isEmpty()) dropOpenRecords();
-    }
+    ~RecordCloser() { openRecords()->pop(); }
 };
 
 SystemLogSeverity severityOf(int level) {

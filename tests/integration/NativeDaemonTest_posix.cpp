@@ -70,7 +70,6 @@ TEST(NativeDaemon, KeepsItsValuesWhenTheFileIsGoneAtSighup) {
     std::filesystem::remove(toPath(daemon.file("daemon.properties")));
     daemon.process().signal(SIGHUP);
     EXPECT_TRUE(daemon.logsBeginning(2, "RuvoService::reloadProperties: the old values stay: "));
-    EXPECT_TRUE(daemon.serves());
     auto client = daemon.client();
     WireClient second(daemon.tcpPort());
     EXPECT_EQ(second.readRest(), "");

@@ -1,6 +1,7 @@
 #include "runtime/support/VornThread.h"
 
 #include "runtime/support/VornException.h"
+#include "runtime/support/VornLogging.h"
 #include "runtime/support/VornThreadName.h"
 #include "tests/runtime/platform/NativeProbe.h"
 #include "tests/runtime/support/CoreTestTools.h"
@@ -52,6 +53,25 @@ private:
 int settledLiveCount() {
     EXPECT_TRUE(VornThread::waitForLiveCount(0, 60'000));
     return 0;
+}
+
+// On Windows the runtimes beneath the two kinds take locks at a thread's end.
+TEST(VornThread, EndsBesideThreadsOfTheStandardLibrary) {
+    const LogCapture log;
+    for (int round = 0; round < 200; ++round) {
+        std::atomic<int> running{0};
+        const auto body = [&] {
+            VORN_LOG(0, "as late as the others");
+            ++running;
+            while (running < 4) std::this_thread::yield();
+            return 0;
+        };
+        TestThread ours[2] = {TestThread(body), TestThread(body)};
+        for (auto& thread : ours) ASSERT_TRUE(thread.start());
+        std::thread others[2] = {std::thread(body), std::thread(body)};
+        for (auto& thread : others) thread.join();
+        for (auto& thread : ours) thread.waitForThreadExit();
+    }
 }
 
 TEST(VornThread, RunsItsBodyOnceOnAThreadOfItsOwn) {
