@@ -9,6 +9,7 @@
 #include <chrono>
 #include <exception>
 #include <new>
+#include <type_traits>
 #include <vector>
 
 struct ruvo_client {
@@ -55,9 +56,8 @@ ruvo_status guardCall(Body body) noexcept {
 // Throws RuvoClientError (Argument) when one of them is null.
 template <typename... Pointers>
 void requireAll(Pointers... pointers) {
-    if (((pointers == nullptr) || ...)) {
-        throw RuvoClientError(RuvoProblem::Argument, "a null pointer was passed");
-    }
+    const bool areAll = (static_cast<bool>(pointers) && ...);
+    if (!areAll) throw RuvoClientError(RuvoProblem::Argument, "a null pointer was passed");
 }
 
 // The C interface's limits: 0 is the default, less is none.

@@ -15,7 +15,8 @@ public:
     // Serves the client on a thread of its own and owns the connection from
     // here on. Called on any listener's thread; returns at once. Never throws:
     // a client that cannot be served is closed and logged.
-    virtual void acceptClient(VornSupport::VornSmartPointer<VornNet::VornConnection> connection) = 0;
+    virtual void acceptClient(
+        VornSupport::VornSmartPointer<VornNet::VornConnection> connection) = 0;
 
     // The one that is used; null before the service has set it and after it has
     // gone. On return no listener is inside an earlier one. Any thread, but not

@@ -16,7 +16,9 @@ public:
     bool empty() const { return begin_ == end_; }
     std::size_t capacity() const { return capacity_; }
     const char* data() const { return bytes_.get() + begin_; }
-    std::string_view view() const { return empty() ? std::string_view() : std::string_view{data(), size()}; }
+    std::string_view view() const {
+        return empty() ? std::string_view() : std::string_view{data(), size()};
+    }
 
     // Makes the whole at least `capacity` bytes large; what is held stays.
     void reserve(std::size_t capacity) {
@@ -42,7 +44,7 @@ public:
         if (bytes.empty()) return;
         if (capacity_ - end_ < bytes.size()) {
             const std::size_t needed = size() + bytes.size();
-            if (needed > capacity_) reserve(std::max(needed, capacity_ * 2));
+            if (needed > capacity_) reserve(std::max({needed, capacity_ * 2, kLeast}));
             room();
         }
         std::memcpy(bytes_.get() + end_, bytes.data(), bytes.size());
@@ -59,6 +61,8 @@ public:
     }
 
 private:
+    static constexpr std::size_t kLeast = 128;  // what the first appended byte takes
+
     std::unique_ptr<char[]> bytes_;
     std::size_t capacity_ = 0;
     std::size_t begin_ = 0;

@@ -17,9 +17,9 @@ using VornSupport::VornException;
 using VornSupport::VornMutexLock;
 
 constexpr std::size_t kLargestDatagram = 65535;
-constexpr int kMostToSend = 65507;               // what fits into one datagram of IPv4
-constexpr std::size_t kKeptQueue = 1024;         // memory that an empty queue may keep
-constexpr std::chrono::milliseconds kTake{2000}; // for the system to take one datagram
+constexpr int kMostToSend = 65507;                // what fits into one datagram of IPv4
+constexpr std::size_t kKeptQueue = 1024;          // memory that an empty queue may keep
+constexpr std::chrono::milliseconds kTake{2000};  // for the system to take one datagram
 constexpr int kTakeLookMs = 50;
 
 }  // namespace
@@ -81,8 +81,8 @@ UDPPort::PeerPointer UDPPort::begin(std::string_view datagram, const SocketAddre
 OsError UDPPort::receiveNext(PeerPointer& begun, const std::function<bool()>& mayBegin) {
     SocketAddress from;
     SocketAddress to;
-    const IoResult got = VornPlatform::receiveFrom(socket_.handle(), received_.data(),
-                                                   received_.size(), from, to);
+    const IoResult got =
+        VornPlatform::receiveFrom(socket_.handle(), received_.data(), received_.size(), from, to);
     if (got.error) return got.error;
     const std::string_view datagram(received_.data(), got.count);
     if (!from || deliverToKnown(datagram, from) || datagram.empty()) return {};

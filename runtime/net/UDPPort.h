@@ -24,17 +24,17 @@ class VORN_EXPORT UDPPort {
 public:
     using Clock = std::chrono::steady_clock;
 
-    static constexpr std::size_t kQueueBytes = 256 * 1024;  // a peer's bytes that nobody has read
+    static constexpr std::size_t kQueueBytes = std::size_t{256} * 1024;  // unread, of a peer
 
     struct Peer {
         VornPlatform::SocketAddress address;
         VornPlatform::SocketAddress local;  // where the peer sends to
         // The rest is guarded by the port's mutex.
-        std::string queue;      // received bytes, of which the first `taken` were read
+        std::string queue;  // received bytes, of which the first `taken` were read
         std::size_t taken = 0;
         Clock::time_point lastTraffic{};
-        bool ended = false;     // nothing more comes in
-        bool byPeer = false;    // ended by the peer's own word
+        bool ended = false;   // nothing more comes in
+        bool byPeer = false;  // ended by the peer's own word
         bool aborted = false;
         VornSupport::VornCondition changed;
     };
@@ -63,8 +63,7 @@ public:
         VORN_EXCLUDES(mutex_);
     // Sends both pieces in datagrams of at most the port's size. Throws
     // VornException.
-    void send(Peer& peer, std::string_view first, std::string_view second)
-        VORN_EXCLUDES(mutex_);
+    void send(Peer& peer, std::string_view first, std::string_view second) VORN_EXCLUDES(mutex_);
     // Tells a peer that has not ended the conversation itself that it is over.
     void sendEnd(Peer& peer) VORN_EXCLUDES(mutex_);
     // The peer's conversation is over: its next datagram begins another one.

@@ -11,7 +11,7 @@ namespace {
 
 using VornSupport::VornException;
 
-constexpr std::size_t kGrowth = 64 * 1024;
+constexpr std::size_t kGrowth = std::size_t{64} * 1024;
 
 }  // namespace
 

@@ -21,7 +21,9 @@ public:
     // Passing failures of the system (out of descriptors, a client that gave up
     // at once) are logged and waited out, never returned.
     virtual VornSupport::VornSmartPointer<VornConnection> waitForClient(bool wait) = 0;
-    // Ends a pending waitForClient. Connections already accepted go on.
+    // Ends a pending waitForClient and returns when the address is free again.
+    // Connections already accepted go on; those of a UDP endpoint, which have no
+    // socket of their own, end.
     virtual void close() = 0;
     // "tcp:0.0.0.0:4711", with the port that was really bound.
     virtual std::string getAddress() const = 0;

@@ -21,11 +21,11 @@ using VornSupport::VornMutexLock;
 using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
-constexpr milliseconds kConnect{10000};      // for one address
-constexpr milliseconds kConnectLook{200};    // how often an abort is looked for meanwhile
-constexpr milliseconds kLastBytes{2000};     // for the peer to take what is held at the end
-constexpr milliseconds kLinger{1000};        // for the peer to stop sending at the end
-constexpr std::size_t kLingerBytes = 256 * 1024;
+constexpr milliseconds kConnect{10000};    // for one address
+constexpr milliseconds kConnectLook{200};  // how often an abort is looked for meanwhile
+constexpr milliseconds kLastBytes{2000};   // for the peer to take what is held at the end
+constexpr milliseconds kLinger{1000};      // for the peer to stop sending at the end
+constexpr std::size_t kLingerBytes = std::size_t{256} * 1024;
 
 int msUntil(Clock::time_point deadline) {
     const auto left = std::chrono::ceil<milliseconds>(deadline - Clock::now());
@@ -128,9 +128,8 @@ void VornSocketConnection::sendAll(std::string_view first, std::string_view seco
     while (!first.empty() || !second.empty()) {
         const bool both = !first.empty() && !second.empty();
         const std::string_view one = first.empty() ? second : first;
-        const IoResult sent = both
-                                  ? VornPlatform::send(socket_.handle(), first, second)
-                                  : VornPlatform::send(socket_.handle(), one.data(), one.size());
+        const IoResult sent = both ? VornPlatform::send(socket_.handle(), first, second)
+                                   : VornPlatform::send(socket_.handle(), one.data(), one.size());
         if (sent.error) {
             if (isAborted()) fail("the connection was aborted");
             if (sent.error.condition() != OsCondition::WouldBlock) {

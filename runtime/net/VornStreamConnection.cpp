@@ -15,10 +15,10 @@ namespace {
 
 using VornSupport::VornException;
 
-constexpr std::size_t kSmall = 512;          // what a quiet connection may keep
-constexpr std::size_t kLarge = 16 * 1024;    // what traffic makes of it
-constexpr std::size_t kHold = 16 * 1024;     // written bytes that are held at most
-constexpr std::size_t kGrowth = 64 * 1024;   // steps in which a string grows
+constexpr std::size_t kSmall = 512;                      // what a quiet connection may keep
+constexpr std::size_t kLarge = std::size_t{16} * 1024;   // what traffic makes of it
+constexpr std::size_t kHold = std::size_t{16} * 1024;    // written bytes that are held at most
+constexpr std::size_t kGrowth = std::size_t{64} * 1024;  // steps in which a string grows
 
 }  // namespace
 

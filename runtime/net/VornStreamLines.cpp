@@ -26,7 +26,7 @@ struct VornStreamConnection::Line {
     std::size_t shown;     // bytes for the caller, without the line end
     std::size_t consumed;  // bytes of the stream that this uses up
     bool whole;
-    bool ended;            // the stream ended in the line
+    bool ended;  // the stream ended in the line
 };
 
 VornStreamConnection::Line VornStreamConnection::findLine(std::size_t capacity) {

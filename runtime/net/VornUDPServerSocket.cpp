@@ -32,7 +32,7 @@ bool VornUDPServerSocket::mayBegin() {
         port_->peerCount() < static_cast<std::size_t>(limit)) {
         return true;
     }
-    refusals_.write(3, "VornUDPServerSocket::waitForClient: a datagram of a new peer dropped, as "
+    refusals_.write(3, "VornUDPServerSocket::waitForClient: a new peer's datagram dropped, as "
                        "\"ruvod.limits.clients\" (" + std::to_string(limit) + ") are connected");
     return false;
 }

@@ -69,7 +69,8 @@ bool sameAddress(const SocketAddress& found, const SocketAddress& wanted) {
 bool isTheSocket(const inet_diag_msg& found, Transport transport, const SocketAddress& own,
                  const SocketAddress& other) {
     if (found.idiag_inode == 0) return false;
-    const SocketAddress its = addressOf(found.idiag_family, found.id.idiag_src, found.id.idiag_sport);
+    const SocketAddress its =
+        addressOf(found.idiag_family, found.id.idiag_src, found.id.idiag_sport);
     const SocketAddress peer =
         addressOf(found.idiag_family, found.id.idiag_dst, found.id.idiag_dport);
     if (transport == Transport::Tcp) {

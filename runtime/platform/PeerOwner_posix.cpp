@@ -12,7 +12,7 @@
 namespace VornPlatform {
 namespace {
 
-constexpr std::size_t kLargestEntry = 1024 * 1024;
+constexpr std::size_t kLargestEntry = std::size_t{1024} * 1024;
 
 // Runs a *_r look-up with a buffer that grows until the entry fits.
 template <class Entry, class Lookup>

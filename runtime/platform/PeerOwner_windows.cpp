@@ -242,8 +242,8 @@ public:
                                   &use)) {
             return false;
         }
-        const bool isGroup = use == SidTypeGroup || use == SidTypeAlias ||
-                             use == SidTypeWellKnownGroup;
+        const bool isGroup =
+            use == SidTypeGroup || use == SidTypeAlias || use == SidTypeWellKnownGroup;
         return isGroup && hasGroup(sid);
     }
 

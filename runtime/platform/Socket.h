@@ -100,8 +100,8 @@ VORN_EXPORT IoResult send(SocketHandle socket, std::string_view first, std::stri
 // sendTo the answer leaves from it.
 VORN_EXPORT IoResult receiveFrom(SocketHandle socket, char* buffer, std::size_t size,
                                  SocketAddress& from, SocketAddress& to);
-VORN_EXPORT IoResult sendTo(SocketHandle socket, std::string_view datagram,
-                            const SocketAddress& to, const SocketAddress& from = {});
+VORN_EXPORT IoResult sendTo(SocketHandle socket, std::string_view datagram, const SocketAddress& to,
+                            const SocketAddress& from = {});
 
 // Ends both directions. A call that blocks on the socket in another thread
 // returns at once, and so does every later one. Any thread.

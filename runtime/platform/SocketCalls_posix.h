@@ -28,9 +28,7 @@ IoResult ioResult(Count count) {
     return {static_cast<std::size_t>(count), {}};
 }
 
-inline iovec piece(const char* data, std::size_t size) {
-    return {const_cast<char*>(data), size};
-}
+inline iovec piece(const char* data, std::size_t size) { return {const_cast<char*>(data), size}; }
 
 inline msghdr message(iovec* pieces, std::size_t count) {
     msghdr header{};

@@ -46,7 +46,8 @@ bool isOwnAddress(const SocketAddress& address) {
     if (::getifaddrs(&list) != 0) return false;
     const std::unique_ptr<ifaddrs, decltype(&::freeifaddrs)> owner(list, &::freeifaddrs);
     for (const ifaddrs* entry = list; entry != nullptr; entry = entry->ifa_next) {
-        if (entry->ifa_addr != nullptr && fromNative(entry->ifa_addr).sameHost(address)) return true;
+        const sockaddr* const own = entry->ifa_addr;
+        if (own != nullptr && fromNative(own).sameHost(address)) return true;
     }
     return false;
 }

@@ -49,9 +49,9 @@ bool isOwnAddress(const SocketAddress& address) {
         space.resize(size);
         constexpr ULONG kFlags = GAA_FLAG_SKIP_ANYCAST | GAA_FLAG_SKIP_MULTICAST |
                                  GAA_FLAG_SKIP_DNS_SERVER | GAA_FLAG_SKIP_FRIENDLY_NAME;
-        failed = ::GetAdaptersAddresses(AF_UNSPEC, kFlags, nullptr,
-                                        reinterpret_cast<IP_ADAPTER_ADDRESSES*>(space.data()),
-                                        &size);
+        failed =
+            ::GetAdaptersAddresses(AF_UNSPEC, kFlags, nullptr,
+                                   reinterpret_cast<IP_ADAPTER_ADDRESSES*>(space.data()), &size);
     }
     if (failed != NO_ERROR) return false;
     const auto* adapter = reinterpret_cast<const IP_ADAPTER_ADDRESSES*>(space.data());

@@ -187,8 +187,8 @@ OsError setNoDelay(SocketHandle socket, bool on) {
 OsError pendingError(SocketHandle socket) {
     int code = 0;
     int size = sizeof code;
-    if (::getsockopt(native(socket), SOL_SOCKET, SO_ERROR, reinterpret_cast<char*>(&code),
-                     &size) != 0) {
+    if (::getsockopt(native(socket), SOL_SOCKET, SO_ERROR, reinterpret_cast<char*>(&code), &size) !=
+        0) {
         return OsError::lastSocket();
     }
     return OsError(code);

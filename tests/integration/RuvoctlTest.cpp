@@ -43,7 +43,7 @@ protected:
     // A run that must do what it was asked, and print this.
     static void expectDone(const Arguments& arguments, const std::string& output) {
         const ClientRun done = run(arguments);
-        EXPECT_EQ(done.status, 0) << done.errors;
+        EXPECT_EQ(done.status, 0) << ::testing::PrintToString(arguments) << done.errors;
         EXPECT_EQ(done.output, output);
         EXPECT_EQ(done.errors, "");
     }

@@ -92,7 +92,9 @@ TEST_F(NotifierEndToEnd, DeliversEventsToEveryClientInTheOrderTheyWereRaised) {
     const TcpListener listeners[2];
     engine_.enroll(".*", listeners[0].remoteName(), 1);
     engine_.enroll(".*", listeners[1].remoteName(), 2);
-    for (int i = 0; i < kEvents; ++i) engine_.raise("event " + std::to_string(i), std::string(100, 'x'));
+    for (int i = 0; i < kEvents; ++i) {
+        engine_.raise("event " + std::to_string(i), std::string(100, 'x'));
+    }
     for (int l = 0; l < 2; ++l) {
         const Socket client = listeners[l].accept();
         for (int i = 0; i < kEvents; ++i) {

@@ -149,8 +149,8 @@ TEST(RuvoNNConsumer, DecidesQuicklyWhateverThePatternAndTheName) {
     }
     // A huge pattern costs its own client the time of one registration.
     for (const std::string& signature :
-         {std::string(1 << 20, 'x'), std::string(1 << 20, '('), "(" + std::string(1 << 20, '|') + ")",
-          std::string("((((a{100}){100}){100}){100})")}) {
+         {std::string(1 << 20, 'x'), std::string(1 << 20, '('),
+          "(" + std::string(1 << 20, '|') + ")", std::string("((((a{100}){100}){100}){100})")}) {
         EXPECT_LT(timeOf([&] { consumerOf(signature); }), 5s) << signature.substr(0, 30);
     }
 }

@@ -22,8 +22,8 @@ std::string dataOf(const RuvoNNEventNotification& event) {
 }  // namespace
 
 TEST(RuvoNNEventNotification, KeepsWhatItWasGiven) {
-    const auto event =
-        makeCounted<RuvoNNEventNotification>("udp:127.0.0.1", "disk.failed", "Disk 3", 4, "\0ab\xff");
+    const auto event = makeCounted<RuvoNNEventNotification>("udp:127.0.0.1", "disk.failed",
+                                                            "Disk 3", 4, "\0ab\xff");
     EXPECT_EQ(event->getSender(), "udp:127.0.0.1");
     EXPECT_EQ(event->getEventName(), "disk.failed");
     EXPECT_EQ(event->getMessage(), "Disk 3");

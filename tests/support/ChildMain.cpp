@@ -50,6 +50,12 @@ int waitFor(const std::string& file) {
     return waitUntil([&] { return exists(file); }, kLongestLife) ? 0 : 1;
 }
 
+int touch(const std::string& file, const std::string& done) {
+    const int status = waitFor(file);
+    if (status == 0) writeWhole(done, "");
+    return status;
+}
+
 int runChild(const Arguments& a) {
     const std::string command = a.empty() ? "" : a[0];
     if (command == "exit") return std::atoi(a.at(1).c_str());
@@ -62,10 +68,10 @@ int runChild(const Arguments& a) {
         writeWhole(a.at(1), lines);
         return 0;
     }
-    if (command == "touch") {
-        const int status = waitFor(a.at(1));
-        if (status == 0) writeWhole(a.at(2), "");
-        return status;
+    if (command == "touch") return touch(a.at(1), a.at(2));
+    if (command == "tell") {
+        writeWhole(a.at(1), "");
+        return touch(a.at(2), a.at(3));
     }
     if (command == "copy") {
         writeWhole(a.at(2), readFile(a.at(1)));

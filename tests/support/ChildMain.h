@@ -9,6 +9,7 @@
 //   args FILE ...     writes FILE: every further argument in a line of its own
 //   until FILE        ends with status 0 when FILE exists, with 1 after a minute
 //   touch FILE DONE   as "until FILE", then creates DONE
+//   tell BEGUN FILE DONE  creates BEGUN, then as "touch"
 //   read FILE         reads standard input to its end, writes to both outputs,
 //                     and creates FILE with the number of bytes read
 //   copy FROM FILE    copies a file of text (also one of /proc) to FILE
