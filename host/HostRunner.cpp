@@ -5,6 +5,7 @@
 #include "runtime/platform/StandardError.h"
 
 #include <atomic>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <sstream>
@@ -13,6 +14,7 @@ namespace RuvoHost {
 namespace {
 
 constexpr int kThreadPatienceMs = 5000;
+constexpr std::chrono::milliseconds kLastLines{500};  // for standard error to take them
 
 // What the signals act on. Null until there is a module.
 std::atomic<const RuvoHostApi*> running{nullptr};
@@ -73,9 +75,11 @@ int runService(const RuvoHostApi& module, const std::string& properties) {
         if (module.destroy(kThreadPatienceMs) != 0) {
             // Exit handlers would take from under a thread what it still uses.
             std::fflush(stdout);
+            VornPlatform::flushStandardError(kLastLines);
             std::_Exit(status);
         }
     }
+    VornPlatform::flushStandardError(kLastLines);
     VornPlatform::tellStopped();
     return status;
 }

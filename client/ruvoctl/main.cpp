@@ -1,4 +1,5 @@
 #include "client/ruvoctl/Ruvoctl.h"
+#include "runtime/platform/Environment.h"
 #include "runtime/platform/ProgramSetup.h"
 #include "runtime/platform/Signals.h"
 
@@ -20,7 +21,7 @@ void catchInterrupts() {
 
 int main(int argc, char** argv) {
     VornPlatform::prepareStandardStreams();
-    Ruvoctl::Surroundings surroundings{std::cout, std::cerr, VornPlatform::environmentVariable,
+    Ruvoctl::Surroundings surroundings{std::cout, std::cerr, VornPlatform::getEnv,
                                        catchInterrupts, [] { return interrupted.load(); }};
     const int status = Ruvoctl::run(VornPlatform::programArguments(argc, argv), surroundings);
     VornPlatform::tellStopped();

@@ -49,7 +49,12 @@ void logFailure(const char* what, const std::string& file, const std::string& re
 void readTaken(const std::string& fileName, const std::string& takenName,
                const std::function<void(const VornEventData&)>& offer) {
     {
-        std::ifstream in(VornPlatform::pathFromUtf8(takenName), std::ios::binary);
+        const auto path = VornPlatform::pathFromUtf8(takenName);
+        if (!VornPlatform::isReadableAtOnce(path)) {
+            logFailure("read", takenName, "it is no file");
+            return;
+        }
+        std::ifstream in(path, std::ios::binary);
         if (!in) {
             logFailure("read", takenName, "it cannot be opened");
             return;
@@ -75,6 +80,11 @@ void EventSpool::process(const std::string& fileName,
     if (std::filesystem::exists(taken, ignored)) readTaken(fileName, takenName, offer);
     if (std::filesystem::exists(taken, ignored)) return;  // would be overwritten
 
+    const auto path = VornPlatform::pathFromUtf8(fileName);
+    if (std::filesystem::exists(path, ignored) && !VornPlatform::isReadableAtOnce(path)) {
+        logFailure("take", fileName, "it is no file");
+        return;
+    }
     const VornPlatform::OsError failed = VornPlatform::renameFile(fileName, takenName);
     if (!failed) {
         readTaken(fileName, takenName, offer);

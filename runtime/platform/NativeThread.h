@@ -21,7 +21,9 @@ struct ThreadOptions {
 
 using ThreadId = std::uint64_t;  // the system's number of a thread, as its tools show it
 
-// Starts a detached thread that calls body(argument). The name is copied.
+// Starts a detached thread that calls body(argument), at the priority of the
+// process's first thread if the system permits that. The name is copied. No
+// exception may leave the body.
 VORN_EXPORT OsError startThread(const ThreadOptions& options, void (*body)(void*), void* argument);
 
 VORN_EXPORT ThreadId currentThreadId();

@@ -36,9 +36,18 @@ struct Start {
     char name[kShownName + 1];
 };
 
+// A thread inherits the nice value of the one that creates it, which is not
+// what anybody means who lowers a thread's priority. Stays where the system
+// refuses to raise it again.
+void takePriorityOfProcess() {
+    const int wanted = ::getpriority(PRIO_PROCESS, static_cast<id_t>(::getpid()));
+    if (::getpriority(PRIO_PROCESS, 0) != wanted) ::setpriority(PRIO_PROCESS, 0, wanted);
+}
+
 void* enter(void* raw) {
     const Start start = *std::unique_ptr<Start>(static_cast<Start*>(raw));
     nameCurrentThread(start.name);
+    takePriorityOfProcess();
     start.body(start.argument);
     return nullptr;
 }

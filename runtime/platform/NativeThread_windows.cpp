@@ -19,15 +19,8 @@ namespace {
 struct Start {
     void (*body)(void*);
     void* argument;
-    std::string name;
+    std::wstring name;
 };
-
-unsigned __stdcall enter(void* raw) {
-    const std::unique_ptr<Start> start(static_cast<Start*>(raw));
-    nameCurrentThread(start->name.c_str());
-    start->body(start->argument);
-    return 0;
-}
 
 // Not in every version of the system that we run on, hence looked up.
 using SetDescription = HRESULT(WINAPI*)(HANDLE, PCWSTR);
@@ -39,12 +32,24 @@ SetDescription findSetDescription() {
         reinterpret_cast<void*>(::GetProcAddress(kernel, "SetThreadDescription")));
 }
 
+void describeCurrentThread(const wchar_t* name) {
+    static const SetDescription setDescription = findSetDescription();
+    if (setDescription != nullptr) setDescription(::GetCurrentThread(), name);
+}
+
+unsigned __stdcall enter(void* raw) {
+    const std::unique_ptr<Start> start(static_cast<Start*>(raw));
+    describeCurrentThread(start->name.c_str());
+    start->body(start->argument);
+    return 0;
+}
+
 }  // namespace
 
 OsError startThread(const ThreadOptions& options, void (*body)(void*), void* argument) {
     std::unique_ptr<Start> start;
     try {
-        start = std::make_unique<Start>(Start{body, argument, options.name});
+        start = std::make_unique<Start>(Start{body, argument, toWide(options.name)});
     } catch (const std::bad_alloc&) {
         return OsError(ERROR_NOT_ENOUGH_MEMORY);
     }
@@ -61,10 +66,7 @@ OsError startThread(const ThreadOptions& options, void (*body)(void*), void* arg
 
 ThreadId currentThreadId() { return ::GetCurrentThreadId(); }
 
-void nameCurrentThread(const char* name) {
-    static const SetDescription setDescription = findSetDescription();
-    if (setDescription != nullptr) setDescription(::GetCurrentThread(), toWide(name).c_str());
-}
+void nameCurrentThread(const char* name) { describeCurrentThread(toWide(name).c_str()); }
 
 OsError setThreadPriority(ThreadId thread, ThreadPriority priority) {
     static constexpr int kPriorities[] = {

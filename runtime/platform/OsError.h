@@ -40,6 +40,8 @@ public:
     // The system's own text for the error, without a line end.
     std::string text() const;
 
+    // The error of what we ourselves have waited for too long.
+    static OsError timedOut();
     // The calling thread's last error of a file, process or thread call.
     static OsError last();
     // The calling thread's last error of a socket call.

@@ -69,6 +69,7 @@ std::string OsError::text() const {
     return text;
 }
 
+OsError OsError::timedOut() { return OsError(WSAETIMEDOUT); }
 OsError OsError::last() { return OsError(static_cast<int>(::GetLastError())); }
 OsError OsError::lastSocket() { return OsError(::WSAGetLastError()); }
 

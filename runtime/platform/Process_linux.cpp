@@ -14,6 +14,7 @@
 
 #include <cerrno>
 #include <chrono>
+#include <new>
 #include <utility>
 #include <vector>
 
@@ -22,6 +23,7 @@ namespace {
 
 constexpr int kGraceMs = 1000;
 constexpr int kSignalBase = 128;
+constexpr int kNoMemoryPauseMs = 100;
 
 int native(std::intptr_t handle) { return static_cast<int>(handle); }
 
@@ -58,12 +60,27 @@ struct Abandoned {
     pid_t process;
 };
 
+// Adds to `list` as soon as there is memory for that.
+template <class Entry>
+void add(std::vector<Entry>& list, const Entry& entry) noexcept {
+    for (;;) {
+        try {
+            list.push_back(entry);
+            return;
+        } catch (const std::bad_alloc&) {
+            ::poll(nullptr, 0, kNoMemoryPauseMs);
+        }
+    }
+}
+
 // Takes over what comes through the pipe `argument`, and collects each child
 // when it ends. Never ends itself.
 void reap(void* argument) {
     const int incoming = static_cast<int>(reinterpret_cast<std::intptr_t>(argument));
-    std::vector<pollfd> watched{{incoming, POLLIN, 0}};
-    std::vector<pid_t> processes{0};
+    std::vector<pollfd> watched;
+    std::vector<pid_t> processes;
+    add(watched, {incoming, POLLIN, 0});
+    add(processes, 0);
     for (;;) {
         if (::poll(watched.data(), watched.size(), -1) < 0) continue;
         for (std::size_t i = watched.size(); --i > 0;) {
@@ -75,8 +92,8 @@ void reap(void* argument) {
         }
         Abandoned added{};
         if (watched[0].revents != 0 && ::read(incoming, &added, sizeof added) == sizeof added) {
-            watched.push_back({added.descriptor, POLLIN, 0});
-            processes.push_back(added.process);
+            add(watched, {added.descriptor, POLLIN, 0});
+            add(processes, added.process);
         }
     }
 }

@@ -2,7 +2,6 @@
 
 #include "runtime/platform/Export.h"
 
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -13,9 +12,6 @@ namespace VornPlatform {
 
 // The arguments of main without the program's name, as UTF-8.
 VORN_EXPORT std::vector<std::string> programArguments(int argc, char** argv);
-
-// A variable of the environment as UTF-8. Empty when it is not set.
-VORN_EXPORT std::optional<std::string> environmentVariable(const char* name);
 
 // Standard output and error take bytes as they are, and a terminal shows them
 // as UTF-8.

@@ -23,20 +23,6 @@ std::vector<std::string> programArguments(int, char**) {
     return arguments;
 }
 
-std::optional<std::string> environmentVariable(const char* name) {
-    const std::wstring wideName = toWide(name);
-    std::wstring value;
-    DWORD size = ::GetEnvironmentVariableW(wideName.c_str(), nullptr, 0);
-    // Another thread of a library may lengthen it in between.
-    while (size > value.size()) {
-        value.resize(size);
-        size = ::GetEnvironmentVariableW(wideName.c_str(), value.data(), size);
-    }
-    if (size == 0 && ::GetLastError() == ERROR_ENVVAR_NOT_FOUND) return std::nullopt;
-    value.resize(size);
-    return toUtf8(value);
-}
-
 void prepareStandardStreams() {
     ::_setmode(::_fileno(stdout), _O_BINARY);
     ::_setmode(::_fileno(stderr), _O_BINARY);

@@ -15,6 +15,9 @@ inline SOCKET native(SocketHandle socket) { return static_cast<SOCKET>(socket); 
 // Starts Windows sockets on first use; they stay until the process ends.
 OsError startSockets();
 
+// Whether a connect under way has failed. Leaves pendingError() to be asked.
+VORN_EXPORT bool hasConnectFailed(SocketHandle socket);
+
 inline ULONG bounded(std::size_t size) {
     return static_cast<ULONG>(size < INT_MAX ? size : INT_MAX);
 }

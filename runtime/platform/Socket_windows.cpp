@@ -169,6 +169,7 @@ OsError setNonBlocking(SocketHandle socket, bool on) {
 }
 
 OsError setKeepAlive(SocketHandle socket) {
+    if (const auto error = setOption(native(socket), SOL_SOCKET, SO_KEEPALIVE, 1)) return error;
     tcp_keepalive wanted{1, 60000, 10000};
     DWORD returned = 0;
     if (::WSAIoctl(native(socket), SIO_KEEPALIVE_VALS, &wanted, sizeof wanted, nullptr, 0,

@@ -35,4 +35,6 @@ bool writeStandardError(std::string_view text) {
     return true;
 }
 
+bool flushStandardError(std::chrono::milliseconds) { return true; }
+
 }  // namespace VornPlatform

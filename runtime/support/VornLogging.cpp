@@ -25,6 +25,7 @@ using VornPlatform::SystemLogSeverity;
 using VornPlatform::ThreadSlot;
 
 constexpr int kHighestLevel = 9;
+constexpr std::chrono::milliseconds kLastLines{500};  // for standard error to take them
 
 // The unfinished records of one thread, the innermost last. A record whose
 // statement was left by an exception is never ended: it stays below later ones
@@ -197,6 +198,8 @@ void VornLogging::flush() {
     const ErrorStateKeeper keeper;
     VornMutexLock lock(impl_->mutex);
     impl_->file.flush(std::chrono::steady_clock::now());
+    lock.unlock();
+    VornPlatform::flushStandardError(kLastLines);
 }
 
 // Memory can run out in each of the following; a piece or a record is lost then

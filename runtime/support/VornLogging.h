@@ -64,7 +64,7 @@ public:
     // Called, under the log's lock, in place of the system's log; null: no more.
     using SystemWriter = void (*)(VornPlatform::SystemLogSeverity, const std::string&);
     void setSystemWriterForTest(SystemWriter writer);
-    // Writes out what is held back, as far as possible.
+    // Writes out what is held back, as far as possible within half a second.
     void flush();
 
     VornLogging& operator<<(setloglevel level);

@@ -3,7 +3,6 @@
 #include "runtime/platform/PathText.h"
 
 #include <fstream>
-#include <system_error>
 
 namespace VornSupport {
 namespace {
@@ -41,8 +40,7 @@ void visitPropertyLines(std::string_view text, std::string_view separator,
 
 bool readPropertiesText(const std::string& fileName, std::string& text) {
     const auto path = VornPlatform::pathFromUtf8(fileName);
-    std::error_code ignored;
-    if (std::filesystem::is_directory(path, ignored)) return false;
+    if (!VornPlatform::isReadableAtOnce(path)) return false;
     std::ifstream file(path, std::ios::binary);
     if (!file) return false;
 

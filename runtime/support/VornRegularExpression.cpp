@@ -17,6 +17,9 @@ namespace VornSupport {
 namespace {
 
 constexpr std::int64_t kMemory = 8 * 1024 * 1024;
+// Steps of the search that a pattern without a small automaton is left with, at
+// most this many a byte as its program has instructions, of some 5 ns each.
+constexpr std::size_t kMostWork = 16 * 1024 * 1024;
 constexpr std::size_t kLongestPattern = 64 * 1024;  // RE2 complains aloud of far longer ones
 
 bool isAscii(std::string_view text) {
@@ -100,7 +103,9 @@ VornRegularExpression<std::string>::Plain::of(std::string_view pattern) {
 struct VornRegularExpression<std::string>::Machine {
     Machine(const std::string& pattern, const re2::RE2::Options& options)
         : expression(pattern, options) {
-        if (expression.ok()) required = requiredText(pattern);
+        if (!expression.ok()) return;
+        required = requiredText(pattern);
+        longestQuickText = kMostWork / static_cast<std::size_t>(expression.ProgramSize());
     }
 
     static std::shared_ptr<const Machine> make(const std::string& pattern);
@@ -118,6 +123,7 @@ struct VornRegularExpression<std::string>::Machine {
 
     const re2::RE2 expression;
     std::string required;
+    std::size_t longestQuickText = 0;
 };
 
 std::shared_ptr<const VornRegularExpression<std::string>::Machine>
@@ -211,6 +217,10 @@ std::size_t VornRegularExpression<std::string>::find(const std::string& text, st
 bool VornRegularExpression<std::string>::isFoundIn(const std::string& text) const {
     if (plain_) return plain_->find(text, 0) != npos;
     return machine_ && machine_->mayMatch(text, 0) && machine_->search(text, 0, nullptr);
+}
+
+std::size_t VornRegularExpression<std::string>::longestQuickText() const {
+    return machine_ ? machine_->longestQuickText : npos;
 }
 
 bool VornRegularExpression<std::string>::isNonEmptyFoundIn(const std::string& text) const {

@@ -29,7 +29,7 @@ private:
             case '\\': return escape();
             case '(': return group();
             case '[': endRun(); return skipClass();
-            case '{': return repetition();
+            case '{': brace(); return true;
             case '*':
             case '?': dropLast(); [[fallthrough]];
             case '+':
@@ -100,14 +100,18 @@ private:
         return depth == 0;
     }
 
-    // At "{": a repetition, or else text that is passed over as well.
-    bool repetition() {
+    // At "{": passes over a repetition, and over what only looks like one
+    // ("{,2}", "{01}"). Any other brace stands for itself.
+    void brace() {
+        const std::size_t end = pattern_.find_first_not_of("0123456789,", at_ + 1);
+        if (end == std::string_view::npos || end == at_ + 1 || pattern_[end] != '}') {
+            run_ += '{';
+            ++at_;
+            return;
+        }
         dropLast();
         endRun();
-        const std::size_t end = pattern_.find('}', at_);
-        if (end == std::string_view::npos) return false;
         at_ = end + 1;
-        return true;
     }
 
     // The run's last character is repeated, perhaps no time at all.

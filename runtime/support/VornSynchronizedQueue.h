@@ -4,6 +4,7 @@
 #include "runtime/support/VornCriticalSection.h"
 #include "runtime/support/VornMutex.h"
 
+#include <atomic>
 #include <cstddef>
 #include <deque>
 #include <optional>
@@ -20,16 +21,18 @@ public:
     VornBaseSynchronizedQueue& operator=(const VornBaseSynchronizedQueue&) = delete;
 
 protected:
-    mutable VornMutex mutex_;
+    VornMutex mutex_;  // of the back, where elements are pushed
 };
 
-// A first-in first-out queue. Any thread.
+// A first-in first-out queue. Any thread. Who takes and who pushes meet only
+// when the elements that were there at their last meeting have been taken.
 template <class T>
 class VornSynchronizedQueue : public VornBaseSynchronizedQueue {
 public:
     void push(const T& element) VORN_EXCLUDES(mutex_) {
         VornMutexLock lock(mutex_);
-        elements_.push_back(element);
+        back_.push_back(element);
+        size_.fetch_add(1, std::memory_order_release);
     }
     // Takes the front element; false when there is none.
     bool pop(T& element) {
@@ -40,21 +43,27 @@ public:
     }
     // The same as a value, for callers that hold a lock: what an assignment
     // lets go of may call anybody.
-    std::optional<T> take() VORN_EXCLUDES(mutex_) {
-        VornMutexLock lock(mutex_);
-        if (elements_.empty()) return std::nullopt;
-        std::optional<T> front(std::move(elements_.front()));
-        elements_.pop_front();
+    std::optional<T> take() VORN_EXCLUDES(frontMutex_, mutex_) {
+        if (empty()) return std::nullopt;
+        VornMutexLock lock(frontMutex_);
+        if (front_.empty()) {
+            VornMutexLock backLock(mutex_);
+            front_.swap(back_);
+        }
+        if (front_.empty()) return std::nullopt;
+        std::optional<T> front(std::move(front_.front()));
+        front_.pop_front();
+        size_.fetch_sub(1, std::memory_order_release);
         return front;
     }
-    std::size_t size() const VORN_EXCLUDES(mutex_) {
-        VornMutexLock lock(mutex_);
-        return elements_.size();
-    }
+    std::size_t size() const { return size_.load(std::memory_order_acquire); }
     bool empty() const { return size() == 0; }
 
 private:
-    std::deque<T> elements_ VORN_GUARDED_BY(mutex_);
+    VornMutex frontMutex_;  // taken before mutex_
+    std::deque<T> front_ VORN_GUARDED_BY(frontMutex_);
+    std::deque<T> back_ VORN_GUARDED_BY(mutex_);
+    std::atomic<std::size_t> size_{0};  // of both
 };
 
 // The waiting that producers and consumers of every element type share.
@@ -84,9 +93,14 @@ protected:
     // sentinel (false).
     template <class Take>
     bool consumeWith(Take take) VORN_EXCLUDES(sync_) {
-        VornMutexLock lock(sync_);
         traceConsumeChecking();
-        bool taken = false;
+        // While elements are there, producers are not met.
+        bool taken = take();
+        if (taken) {
+            traceConsumeCompleted(true);
+            return true;
+        }
+        VornMutexLock lock(sync_);
         while (!(taken = take()) && !sentinel_) {
             ++consumersWaiting_;
             syncEvent_.wait(sync_);

@@ -5,6 +5,7 @@
 
 #include <chrono>
 #include <exception>
+#include <new>
 #include <utility>
 
 namespace VornSupport {
@@ -16,8 +17,13 @@ std::chrono::steady_clock::time_point after(int ms) {
     return std::chrono::steady_clock::now() + std::chrono::milliseconds(ms);
 }
 
+// A thread goes on without the line when there is no memory for it.
 void reportRefusedPriority(const std::string& name, VornPlatform::OsError error) {
-    if (error) VORN_LOG(4, "VornThread::setPriority: " << name << ": " << error.text());
+    if (!error) return;
+    try {
+        VORN_LOG(4, "VornThread::setPriority: " << name << ": " << error.text());
+    } catch (const std::bad_alloc&) {
+    }
 }
 
 // Counts the threads under way. Never destroyed: the last thread of the process
@@ -67,6 +73,7 @@ struct VornThread::State {
     ThreadId id VORN_GUARDED_BY(mutex) = 0;  // 0 until the thread has begun
     int exitCode VORN_GUARDED_BY(mutex) = -1;
     t_Priority priority VORN_GUARDED_BY(mutex) = t_Priority::Normal;
+    VornSmartPointer<VornWorkInformation> information VORN_GUARDED_BY(mutex);
 };
 
 VornWorkInformation::~VornWorkInformation() = default;
@@ -78,7 +85,8 @@ VornThread::VornThread(const std::string& name) : VornThread(nullptr, name) {}
 VornThread::VornThread(VornSmartPointer<VornRunnable> runnable, const std::string& name)
     : name_(name), runnable_(std::move(runnable)), state_(std::make_shared<State>()) {}
 
-VornThread::~VornThread() = default;
+// The state may live on for a moment.
+VornThread::~VornThread() { VornThread::setWorkInfo(nullptr); }
 
 bool VornThread::start() {
     const bool marked = markedForDeath_;
@@ -115,8 +123,7 @@ bool VornThread::start() {
 void VornThread::enter(void* raw) {
     auto* const self = static_cast<VornThread*>(raw);
     const std::shared_ptr<State> state = self->state_;
-    const std::string name = self->name_;
-    setThreadName(name);
+    setThreadName(self->name_);
     VornPlatform::OsError refused;
     bool marked = false;
     {
@@ -127,16 +134,16 @@ void VornThread::enter(void* raw) {
             refused = VornPlatform::setThreadPriority(state->id, state->priority);
         }
     }
-    reportRefusedPriority(name, refused);
+    reportRefusedPriority(self->name_, refused);
 
     // A handler of ThreadDone may let go of an object that is not marked.
     const int exitCode = self->runGuarded();
     try {
         self->notify(ThreadDone());
     } catch (const std::exception& e) {
-        VORN_LOG(2, "VornThread::notify: " << name << ": exception: " << e.what());
+        VORN_LOG(2, "VornThread::notify: " << threadName() << ": exception: " << e.what());
     } catch (...) {
-        VORN_LOG(2, "VornThread::notify: " << name << ": unknown exception");
+        VORN_LOG(2, "VornThread::notify: " << threadName() << ": unknown exception");
     }
 
     // From the moment the end is told an unmarked object may be gone; a marked
@@ -165,8 +172,12 @@ int VornThread::runGuarded() {
 int VornThread::run() {
     if (!runnable_) return 0;
     // Held here and counted: the runnable may take references of its own.
-    const VornSmartPointer<VornWorkInformation> information =
-        information_ ? information_ : makeCounted<VornWorkInformation>();
+    VornSmartPointer<VornWorkInformation> information;
+    {
+        VornMutexLock lock(state_->mutex);
+        information = state_->information;
+    }
+    if (!information) information = makeCounted<VornWorkInformation>();
     return runnable_->run(*information);
 }
 
@@ -199,7 +210,9 @@ void VornThread::setPriority(t_Priority priority) {
 }
 
 void VornThread::setWorkInfo(VornSmartPointer<VornWorkInformation> information) {
-    information_ = std::move(information);
+    // What was there before is let go of after the lock, with the parameter.
+    VornMutexLock lock(state_->mutex);
+    std::swap(state_->information, information);
 }
 
 int VornThread::getExitCode() const {

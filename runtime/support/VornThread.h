@@ -64,6 +64,7 @@ public:
     // Takes effect at once on a running thread, else at its start. A priority
     // that the system refuses is logged at level 4 and changes nothing.
     virtual void setPriority(t_Priority priority);
+    // Any thread. A run under way keeps what it began with.
     virtual void setWorkInfo(VornSmartPointer<VornWorkInformation> information);
 
     const std::string& getName() const { return name_; }
@@ -96,7 +97,6 @@ private:
 
     const std::string name_;
     const VornSmartPointer<VornRunnable> runnable_;
-    VornSmartPointer<VornWorkInformation> information_;
     const std::shared_ptr<State> state_;
     std::size_t stackBytes_ = 0;
     bool markedForDeath_ = false;

@@ -18,6 +18,8 @@ constexpr auto kPatience = std::chrono::milliseconds(2);
 constexpr std::size_t kEagerWorkers = 4;
 // How long receivers wait at least when the system had no thread for one.
 constexpr auto kNoThreadDelay = std::chrono::milliseconds(100);
+// Likewise when there was no memory.
+constexpr auto kNoMemoryDelay = std::chrono::milliseconds(100);
 
 }  // namespace
 
@@ -100,27 +102,32 @@ void VornTimerService::disarmLocked(VornTimer::State& state) {
 // receiver runs. A periodic one is put back first.
 void VornTimerService::fireLocked(TimerClock::time_point now) {
     using Phase = VornTimer::State::Phase;
-    const TimerClock::time_point due = armed_.begin()->first;
     const StatePtr state = armed_.begin()->second;
-    armed_.erase(armed_.begin());
-    state->armed = false;
-    if (!state->oneShot) insertLocked(state, nextOnRaster(due, now, state->period));
     if (state->phase == Phase::Running) state->pending = true;
-    if (state->phase != Phase::Idle) return;
+    // First, as it may need memory: a timer for which there is none stays due.
+    if (state->phase == Phase::Idle) giveToWorkerLocked(state, now);
 
-    state->phase = Phase::Queued;
+    auto place = armed_.extract(armed_.begin());
+    state->armed = !state->oneShot;
+    if (state->oneShot) return;
+    place.key() = nextOnRaster(place.key(), now, state->period);
+    state->place = armed_.insert(std::move(place));
+}
+
+void VornTimerService::giveToWorkerLocked(const StatePtr& state, TimerClock::time_point now) {
     if (!idle_.empty()) {
         Worker* const worker = idle_.back();
         idle_.pop_back();
         worker->work = state;
         worker->given.notifyOne();
-        return;
+    } else {
+        ready_.push_back(state);
+        if (ready_.size() == 1) {
+            nextLook_ = workers_ < kEagerWorkers ? now : now + kPatience;
+            progress_ = false;
+        }
     }
-    if (ready_.empty()) {
-        nextLook_ = workers_ < kEagerWorkers ? now : now + kPatience;
-        progress_ = false;
-    }
-    ready_.push_back(state);
+    state->phase = VornTimer::State::Phase::Queued;
 }
 
 // Receivers for which no worker is on its way.
@@ -134,6 +141,7 @@ std::size_t VornTimerService::addWorkersLocked(TimerClock::time_point now) {
     std::size_t count = progress_ ? 1 : workers_;
     if (workers_ < kEagerWorkers) count = kEagerWorkers - workers_;
     count = std::min(count, unservedLocked());
+    idle_.reserve(workers_ + count);  // so that a worker needs no memory to wait
     nextLook_ = now + kPatience;
     progress_ = false;
     workers_ += count;
@@ -146,18 +154,28 @@ void VornTimerService::startWorkers(std::size_t count) {
         const auto error = VornPlatform::startThread(
             {.name = "VornTimerWork", .stackBytes = VornThread::kClientStack}, &enterWorker, this);
         if (!error) continue;
+        {
+            VornMutexLock lock(mutex_);
+            workers_ -= count;
+            starting_ -= count;
+            nextLook_ = TimerClock::now() + kNoThreadDelay;
+        }
         VORN_LOG(2, "VornTimer::start: no thread for a receiver, trying again: " << error.text());
-        VornMutexLock lock(mutex_);
-        workers_ -= count;
-        starting_ -= count;
-        nextLook_ = TimerClock::now() + kNoThreadDelay;
         return;
     }
 }
 
+// Nothing but memory can be wanting.
 void VornTimerService::enterDispatcher(void* service) {
     setThreadName("VornTimers");
-    static_cast<VornTimerService*>(service)->dispatch();
+    for (;;) {
+        try {
+            static_cast<VornTimerService*>(service)->dispatch();
+        } catch (const std::exception& e) {
+            VORN_LOG(2, "VornTimers: trying again: " << e.what());
+        }
+        std::this_thread::sleep_for(kNoMemoryDelay);
+    }
 }
 
 void VornTimerService::dispatch() {
@@ -188,10 +206,10 @@ void VornTimerService::waitForWorkLocked() {
 
 void VornTimerService::enterWorker(void* service) {
     setThreadName("VornTimerWork");
-    static_cast<VornTimerService*>(service)->work();
+    static_cast<VornTimerService*>(service)->work();  // throws nothing: it needs no memory
 }
 
-void VornTimerService::work() {
+void VornTimerService::work() noexcept {
     Worker self;
     VornMutexLock lock(mutex_);
     --starting_;

@@ -53,6 +53,8 @@ private:
     void insertLocked(const StatePtr& state, TimerClock::time_point due) VORN_REQUIRES(mutex_);
     void disarmLocked(VornTimer::State& state) VORN_REQUIRES(mutex_);
     void fireLocked(TimerClock::time_point now) VORN_REQUIRES(mutex_);
+    void giveToWorkerLocked(const StatePtr& state, TimerClock::time_point now)
+        VORN_REQUIRES(mutex_);
     std::size_t unservedLocked() const VORN_REQUIRES(mutex_);
     std::size_t addWorkersLocked(TimerClock::time_point now) VORN_REQUIRES(mutex_);
     void waitForWorkLocked() VORN_REQUIRES(mutex_);
@@ -60,7 +62,7 @@ private:
     void startWorkers(std::size_t count) VORN_EXCLUDES(mutex_);
     void runReceiver(const StatePtr& state) VORN_EXCLUDES(mutex_);
     void dispatch();
-    void work();
+    void work() noexcept;
     static void enterDispatcher(void* service);
     static void enterWorker(void* service);
 

@@ -194,6 +194,24 @@ TEST(NativeThread, ChangesThePriorityOfOneThreadOnly) {
     other.join();
 }
 
+// Unless the system forbids to raise a priority again that was lowered.
+TEST(NativeThread, StartsWithThePriorityOfTheProcessWhoeverStartsIt) {
+    const int normal = NativeProbe::threadPriority(currentThreadId());
+    bool mayRaise = false;
+    std::thread([&] {
+        ASSERT_FALSE(setThreadPriority(currentThreadId(), ThreadPriority::Lowest));
+        mayRaise = !setThreadPriority(currentThreadId(), ThreadPriority::Normal);
+    }).join();
+    int started = 1000;
+    OsError error;
+    std::thread([&] {
+        ASSERT_FALSE(setThreadPriority(currentThreadId(), ThreadPriority::Lowest));
+        error = runOnThread({}, [&] { started = NativeProbe::threadPriority(currentThreadId()); });
+    }).join();
+    ASSERT_FALSE(error);
+    EXPECT_EQ(started, mayRaise ? normal : NativeProbe::priorityNumber(ThreadPriority::Lowest));
+}
+
 TEST(NativeThread, SaysThatAThreadDoesNotExist) {
     EXPECT_TRUE(setThreadPriority(0x7fffffff, ThreadPriority::Lowest));
 }

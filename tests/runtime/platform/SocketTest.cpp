@@ -150,7 +150,7 @@ TEST(Socket, EndsABlockedSendByShutdown) {
     StreamPair pair;
     std::atomic<bool> started{false};
     std::thread blocked([&] {
-        const std::string block(100'000, 'b');
+        const std::string block(4096, 'b');  // small: the first must not block
         while (!send(pair.far_.handle(), block.data(), block.size()).error) started = true;
     });
     EXPECT_TRUE(waitUntil([&] { return started.load(); }));
@@ -175,6 +175,32 @@ TEST(Socket, TakesItsOptions) {
     EXPECT_FALSE(setNoDelay(pair.near_.handle(), false));
     EXPECT_TRUE(setNoDelay(kNoSocket, true));
     EXPECT_TRUE(setKeepAlive(kNoSocket));
+}
+
+// The platform may wait in slices; nobody is to notice.
+TEST(Socket, WaitsForRoomToWriteAsLongAsItWasAsked) {
+    StreamPair pair;
+    ASSERT_FALSE(setNonBlocking(pair.near_.handle(), true));
+    const std::string block(64 * 1024, 'b');
+    SocketWait wait{.socket = pair.near_.handle(), .wantWrite = true};
+    do {
+        while (!send(pair.near_.handle(), block.data(), block.size()).error) {}
+    } while (waitReady({&wait, 1}, 100).count != 0);
+
+    const auto begin = Clock::now();
+    EXPECT_EQ(waitReady({&wait, 1}, 500).count, 0U);
+    EXPECT_FALSE(wait.canWrite);
+    EXPECT_GE(Clock::now() - begin, std::chrono::milliseconds(490));
+    EXPECT_EQ(waitReady({&wait, 1}, 0).count, 0U);
+
+    std::thread reader([&] {
+        char buffer[64 * 1024];
+        while (receive(pair.far_.handle(), buffer, sizeof buffer).count > 0) {}
+    });
+    EXPECT_EQ(waitReady({&wait, 1}, -1).count, 1U);
+    EXPECT_TRUE(wait.canWrite);
+    shutdownBoth(pair.far_.handle());
+    reader.join();
 }
 
 TEST(Socket, ReportsTheOutcomeOfAConnect) {

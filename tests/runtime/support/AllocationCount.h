@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <string_view>
 
 // What the calling thread has asked operator new for since it began. Programs
 // that link AllocationCount.cpp have an operator new of their own, which also
@@ -10,4 +11,16 @@ struct AllocationCount {
     std::size_t bytes = 0;
 
     static AllocationCount ofThisThread();
+};
+
+// While it lives, operator new has no memory for the threads that the log knows
+// by this name. One at a time.
+class AllocationFailure {
+public:
+    explicit AllocationFailure(std::string_view threadName);
+    ~AllocationFailure();
+    AllocationFailure(const AllocationFailure&) = delete;
+    AllocationFailure& operator=(const AllocationFailure&) = delete;
+
+    int count() const;  // of the refusals
 };

@@ -1,6 +1,8 @@
 #include "runtime/support/VornExecuteProgram.h"
 
+#include "runtime/support/VornLogging.h"
 #include "tests/support/ChildMain.h"
+#include "tests/support/LogCapture.h"
 #include "tests/support/TestSupport.h"
 
 #include <gtest/gtest.h>
@@ -60,6 +62,24 @@ TEST(VornExecuteProgram, FailsWhenThereIsNothingToStart) {
         EXPECT_FALSE(VornExecuteProgram(line, false, &process, &exitCode)) << line;
         EXPECT_FALSE(process.isOpen());
         EXPECT_EQ(exitCode, -5);
+    }
+}
+
+// It may hold passwords.
+TEST(VornExecuteProgram, NeverLogsTheCommandLine) {
+    const TestSupport::LogCapture log(9);
+    VORN_LOG(9, "all is logged");
+    for (const bool wait : {false, true}) {
+        VornProcessHandle process;
+        EXPECT_TRUE(VornExecuteProgram(childCommand("exit 0 --password secret"), wait, &process));
+        EXPECT_TRUE(process.wait(kPatienceMs));
+        EXPECT_FALSE(VornExecuteProgram("no-program-of-this-name --password secret", wait));
+        EXPECT_FALSE(VornExecuteProgram("\"no end of quotes --password secret", wait));
+    }
+    EXPECT_TRUE(log.has(9, "all is logged"));
+    for (const std::string& text : log.texts()) {
+        EXPECT_EQ(text.find("secret"), std::string::npos) << text;
+        EXPECT_EQ(text.find("no-program"), std::string::npos) << text;
     }
 }
 

@@ -320,9 +320,40 @@ TEST(VornRequiredText, LeavesOutWhatNeedNotBeThere) {
 
 TEST(VornRequiredText, KeepsOffWhatItDoesNotUnderstand) {
     for (const char* pattern : {"(?i)abc", "\\Qab*\\E", "\\x{41}bc", "\\pLabc", "a(?i:b)c", "\\101",
-                                "[[:alpha:", "(abc", "a{", "\\"}) {
+                                "[[:alpha:", "(abc", "\\"}) {
         EXPECT_EQ(requiredText(pattern), "") << pattern;
     }
+}
+
+// Only "{n}", "{n,}" and "{n,m}" repeat.
+TEST(VornRequiredText, TakesOtherBracesForThemselves) {
+    EXPECT_EQ(requiredText("a{"), "a{");
+    EXPECT_EQ(requiredText("{a}bc"), "{a}bc");
+    EXPECT_EQ(requiredText("a{b}*"), "a{b");
+    EXPECT_EQ(requiredText("a{}"), "a{}");
+    EXPECT_EQ(requiredText("ab{2,x}"), "ab{2,x}");
+    EXPECT_EQ(requiredText("a{1"), "a{1");
+    EXPECT_EQ(requiredText("x{a|b}foo"), "");
+    EXPECT_EQ(requiredText("^job{[0-9]|x}done"), "");
+    EXPECT_EQ(requiredText("a{(b}c)d"), "a{");
+    EXPECT_EQ(requiredText("a{[}]bc"), "a{");
+    EXPECT_EQ(requiredText("a{\\Qb|c\\E}"), "");
+    // Not a repetition either, but looks like one.
+    EXPECT_EQ(requiredText("abc{,2}d"), "ab");
+    EXPECT_EQ(requiredText("abc{02}d"), "ab");
+}
+
+TEST(VornRegularExpression, FindsTextsWithBraces) {
+    EXPECT_EQ(find("x{a|b}foo", "x{a"), (Match{0, 3}));
+    EXPECT_EQ(find("x{a|b}foo", "a b}foo"), (Match{2, 5}));
+    EXPECT_EQ(find("^job{[0-9]|x}done", "job{5"), (Match{0, 5}));
+    EXPECT_EQ(find("a{(b}c)d", "a{b}cd"), (Match{0, 6}));
+    EXPECT_EQ(find("a{[}]bc", "a{}bc"), (Match{0, 5}));
+    EXPECT_EQ(find("a{|b}yes", "xa{"), (Match{1, 2}));
+    EXPECT_EQ(find("a{,2}b", "xa{,2}b"), (Match{1, 6}));
+    EXPECT_EQ(find("a{02}b", "a{02}b"), (Match{0, 6}));
+    EXPECT_EQ(find("a{2}b", "caab"), (Match{1, 3}));
+    EXPECT_EQ(find("{\\Qa|b\\E}", "{a|b}"), (Match{0, 5}));
 }
 
 // The same pattern with the run hidden from us, on texts of the same letters.
@@ -333,13 +364,16 @@ TEST(VornRequiredText, NeverHidesAMatch) {
     };
     static const char* const kPieces[] = {
         "a",     "b",    "c",      "ab", "a*",  "b+", "c?", "[ab]", "[^a]", "(a)",    "(a|b)",
-        "(bc)*", "a{2}", "b{0,1}", ".",  "\\.", "^",  "$",  "|",    "\\b",  "(?:ab)?"};
+        "(bc)*", "a{2}", "b{0,1}", ".",  "\\.", "^",  "$",  "|",    "\\b",  "(?:ab)?",
+        "{",     "}",    "{,2}",   "{a|b}", "{(", "[{]", ")"};
     int good = 0;
-    for (int round = 0; round < 20'000; ++round) {
+    for (int round = 0; round < 40'000; ++round) {
         std::string pattern;
-        for (std::size_t i = 1 + pick(5); i > 0; --i) pattern += kPieces[pick(21)];
+        for (std::size_t i = 1 + pick(5); i > 0; --i) {
+            pattern += kPieces[pick(static_cast<int>(std::size(kPieces)))];
+        }
         std::string text;
-        for (std::size_t i = pick(8); i > 0; --i) text += "abc."[pick(4)];
+        for (std::size_t i = pick(8); i > 0; --i) text += "abc.{}"[pick(6)];
         Expression direct;
         Expression hidden;
         if (!direct.setPattern(pattern) || !hidden.setPattern("(" + pattern + ")")) continue;

@@ -4,6 +4,7 @@
 #include "runtime/support/VornLogging.h"
 #include "runtime/support/VornThreadName.h"
 #include "tests/runtime/platform/NativeProbe.h"
+#include "tests/runtime/support/AllocationCount.h"
 #include "tests/runtime/support/CoreTestTools.h"
 
 #include <gtest/gtest.h>
@@ -108,6 +109,22 @@ TEST(VornThread, HasAName) {
     EXPECT_EQ(VornThread("").getName(), "");
 }
 
+TEST(VornThread, RunsThoughThereIsNoMemoryWhenItBegins) {
+    const std::string name = "a name that is longer than fits";
+    bool ran = false;
+    TestThread thread(
+        [&] {
+            ran = true;
+            return 5;
+        },
+        name);
+    const AllocationFailure noMemory(name);
+    ASSERT_TRUE(thread.start());
+    thread.waitForThreadExit();
+    EXPECT_TRUE(ran);
+    EXPECT_EQ(thread.getExitCode(), 5);
+}
+
 TEST(VornThread, ShowsItsNameToTheSystemAndTheLog) {
     for (const std::string name : {"TCPServer", "RuvoServiceClientThread"}) {
         std::string system;
@@ -199,6 +216,42 @@ TEST(VornThread, HoldsTheInformationThatItsRunnableWorksOn) {
     leave.open();
     thread.waitForThreadExit();
     EXPECT_EQ(thread.getExitCode(), 0);
+}
+
+TEST(VornThread, TakesOtherInformationWhileItStarts) {
+    class Work : public VornWorkInformation {
+    public:
+        std::atomic<int> alive{1};
+        ~Work() override { alive = 0; }
+    };
+    class Looker : public VornThread::VornRunnable {
+    public:
+        int run(VornWorkInformation& information) override {
+            return dynamic_cast<Work&>(information).alive;
+        }
+    };
+    VornThread thread(makeCounted<Looker>(), "Looker");
+    thread.setWorkInfo(makeCounted<Work>());
+    for (int round = 0; round < 300; ++round) {
+        ASSERT_TRUE(thread.start());
+        for (int i = 0; i < 5; ++i) thread.setWorkInfo(makeCounted<Work>());
+        thread.waitForThreadExit();
+        ASSERT_EQ(thread.getExitCode(), 1);
+    }
+}
+
+TEST(VornThread, LetsGoOfTheInformationWithItself) {
+    const auto work = makeCounted<VornWorkInformation>();
+    {
+        VornThread thread("Short");
+        thread.setWorkInfo(work);
+        EXPECT_EQ(work->refCount(), 2u);
+        thread.setWorkInfo(work);
+        EXPECT_EQ(work->refCount(), 2u);
+        ASSERT_TRUE(thread.start());
+        thread.waitForThreadExit();
+    }
+    EXPECT_EQ(work->refCount(), 1u);
 }
 
 TEST(VornThread, KeepsItsRunnable) {

@@ -4,6 +4,7 @@
 #include "runtime/support/VornThreadName.h"
 #include "runtime/support/VornTimerService.h"
 #include "tests/runtime/platform/NativeProbe.h"
+#include "tests/runtime/support/AllocationCount.h"
 #include "tests/runtime/support/CoreTestTools.h"
 
 #include <gtest/gtest.h>
@@ -501,6 +502,35 @@ TEST(VornTimer, ServesThousandsThatComeDueTogetherWithFewThreads) {
     for (auto& timer : timers) EXPECT_TRUE(timer->hasFired());
     EXPECT_LT(NativeProbe::countThreads(), before + kTimers / 4);
     for (auto& timer : timers) EXPECT_EQ(timer->calls(), 1);
+}
+
+TEST(VornTimer, GoesOnTickingWithoutMemory) {
+    TestTimer timer;
+    timer.start(1, false);
+    ASSERT_TRUE(timer.hasFired(3));
+    const AllocationFailure noMemory("VornTimers");
+    EXPECT_TRUE(timer.hasFired(timer.calls() + 30));
+}
+
+TEST(VornTimer, FiresLateRatherThanNeverWhenThereIsNoMemory) {
+    std::vector<std::unique_ptr<TestTimer>> timers;
+    for (int i = 0; i < 500; ++i) timers.push_back(std::make_unique<TestTimer>());
+    TestTimer tick;
+    tick.start(1, false);
+    ASSERT_TRUE(tick.hasFired());
+    {
+        const AllocationFailure noMemory("VornTimers");
+        for (auto& timer : timers) timer->start(1, true);
+        // Where the dispatcher's memory is not ours to refuse, all simply fire.
+        EXPECT_TRUE(TestSupport::waitUntil([&] {
+            return noMemory.count() > 0 || !NativeProbe::replacesAllocationEverywhere();
+        }));
+    }
+    for (auto& timer : timers) {
+        ASSERT_TRUE(timer->hasFired());
+        timer->stop();
+        EXPECT_EQ(timer->calls(), 1);
+    }
 }
 
 TEST(VornTimer, HoldsAHundredThousandOnOneThread) {
