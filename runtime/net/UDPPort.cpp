@@ -58,6 +58,11 @@ bool UDPPort::deliverToKnown(std::string_view datagram, const SocketAddress& fro
         // A stream with a hole is worth nothing: what came before is its end.
         peer.ended = true;
     } else {
+        // A reader that never catches up would keep all that it has read.
+        if (peer.taken >= peer.queue.size() - peer.taken) {
+            peer.queue.erase(0, peer.taken);
+            peer.taken = 0;
+        }
         peer.queue.append(datagram);
         peer.lastTraffic = Clock::now();
     }

@@ -50,6 +50,7 @@ public:
 
     const VornPlatform::SocketAddress& address() const { return address_; }
     VornPlatform::SocketHandle socket() const { return socket_.handle(); }  // endpoint's thread
+    std::chrono::milliseconds silence() const { return silence_; }
     std::size_t peerCount() const VORN_EXCLUDES(mutex_);
 
     // Takes one datagram off the socket; WouldBlock when none is there. `begun`

@@ -12,10 +12,19 @@ namespace {
 using VornSupport::VornException;
 
 constexpr std::size_t kGrowth = std::size_t{64} * 1024;
+constexpr std::size_t kMostAtOnce = 1u << 30;
 
 }  // namespace
 
 VornConnection::~VornConnection() = default;
+
+void VornConnection::writeShared(VornSupport::VornObjectBase&, std::string_view bytes) {
+    while (!bytes.empty()) {
+        int count = 0;
+        write(bytes.data(), static_cast<int>(std::min(bytes.size(), kMostAtOnce)), count);
+        bytes.remove_prefix(static_cast<std::size_t>(count));
+    }
+}
 VornIPCServer::~VornIPCServer() = default;
 
 VornNetLimits& VornNetLimits::getInstance() {

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 namespace VornNet {
 
@@ -33,6 +34,10 @@ public:
     virtual void writeInt2(int value) = 0;  // on the wire as writeInt
     virtual void writeInt3(int value) = 0;  // on the wire as writeInt
     virtual void writeString(const std::string& value) = 0;
+    // Writes raw bytes that stay as they are for as long as `owner` is held (by a
+    // VornSmartPointer), so that a channel that sends them later need not copy
+    // them.
+    virtual void writeShared(VornSupport::VornObjectBase& owner, std::string_view bytes);
     // Replaces `value`. At most "ruvod.limits.string-bytes" bytes.
     virtual void readString(std::string& value) = 0;
     virtual std::uint32_t readUnsigned() = 0;

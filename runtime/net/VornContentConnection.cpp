@@ -8,9 +8,25 @@ namespace VornNet {
 using VornSupport::VornException;
 
 void VornContentConnection::makeRoom(std::size_t bytes) {
-    if (out_.size() + bytes <= limit_) return;
-    failed_ = true;
-    throw VornException("a delivery is larger than " + std::to_string(limit_) + " bytes");
+    if (out_.size() + shared_.size() + bytes > limit_) {
+        failed_ = true;
+        throw VornException("a delivery is larger than " + std::to_string(limit_) + " bytes");
+    }
+    // Only the end of a delivery is pointed to.
+    if (shared_.empty()) return;
+    out_.append(shared_);
+    shared_ = {};
+    sharedOwner_ = nullptr;
+}
+
+void VornContentConnection::writeShared(VornSupport::VornObjectBase& owner, std::string_view bytes) {
+    makeRoom(bytes.size());
+    if (bytes.size() < shareFrom_) {
+        out_.append(bytes);
+    } else {
+        shared_ = bytes;
+        sharedOwner_ = &owner;
+    }
 }
 
 void VornContentConnection::write(const char* buffer, int length, int& count) {

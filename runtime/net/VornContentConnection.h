@@ -2,22 +2,31 @@
 
 #include "runtime/net/VornConnection.h"
 #include "runtime/platform/Export.h"
-#include "runtime/platform/Export.h"
+#include "runtime/support/VornSmartPointer.h"
 
 #include <cstddef>
 #include <string>
+#include <string_view>
 
 namespace VornNet {
 
 // The connection on which a proxy writes the content of one delivery: it
-// appends to a text in memory. Nothing can be read from it. One thread.
+// appends to a text in memory. A large part at the end that is shared is only
+// pointed to. Nothing can be read from it. One thread.
 class VORN_EXPORT VornContentConnection final : public VornConnection {
 public:
+    using Owner = VornSupport::VornSmartPointer<VornSupport::VornObjectBase>;
+
     // Content after `limit` bytes of `out` throws VornException, and hasFailed()
     // stays true, so that a writer that swallows exceptions is found out.
-    VornContentConnection(std::string& out, std::size_t limit) : out_(out), limit_(limit) {}
+    // Shared parts of `shareFrom` bytes or more are not copied.
+    VornContentConnection(std::string& out, std::size_t limit, std::size_t shareFrom)
+        : out_(out), limit_(limit), shareFrom_(shareFrom) {}
 
     bool hasFailed() const { return failed_; }
+    // What follows `out` in the delivery: empty, or bytes that sharedOwner() keeps.
+    std::string_view shared() const { return shared_; }
+    const Owner& sharedOwner() const { return sharedOwner_; }
 
     void close() override {}
     void write(const char* buffer, int length, int& count) override;
@@ -25,6 +34,7 @@ public:
     void writeInt2(int value) override { writeInt(value); }
     void writeInt3(int value) override { writeInt(value); }
     void writeString(const std::string& value) override;
+    void writeShared(VornSupport::VornObjectBase& owner, std::string_view bytes) override;
     void readString(std::string& value) override;
     std::uint32_t readUnsigned() override;
     std::uint16_t readUnsignedShort() override;
@@ -49,6 +59,9 @@ private:
 
     std::string& out_;
     const std::size_t limit_;
+    const std::size_t shareFrom_;
+    Owner sharedOwner_;
+    std::string_view shared_;
     bool failed_ = false;
 };
 

@@ -2,12 +2,11 @@
 
 #include "runtime/net/VornContentConnection.h"
 #include "runtime/net/VornDeliveryGathering.h"
+#include "runtime/net/VornHostLookup.h"
 #include "runtime/net/VornNetLimits.h"
 #include "runtime/net/WireCodec.h"
-#include "runtime/platform/NativeThread.h"
 #include "runtime/support/VornException.h"
 #include "runtime/support/VornLogging.h"
-#include "runtime/support/VornThread.h"
 
 #include <algorithm>
 #include <unordered_map>
@@ -22,14 +21,15 @@ using VornSupport::VornMutexLock;
 using std::chrono::milliseconds;
 
 constexpr std::size_t kMostStream = 1u << 30;  // a delivery over TCP
-// A client for which this much is held is waited for on the spot.
-constexpr std::size_t kMostHeld = 1024 * 1024;
-constexpr std::size_t kKeptCapacity = 64 * 1024;  // of a buffer that has run empty
+constexpr std::size_t kKeptCapacity = 64 * 1024;  // of a buffer that is used again
 constexpr milliseconds kFirstBackOff{100};
 constexpr milliseconds kLongestBackOff{30000};
 // A client that once stopped reading is trusted again after this time without
 // a failure: that it connects says little, its system does that for it.
 constexpr auto kTrust = std::chrono::seconds(30);
+// Until then it gets this long, or a few hundred such clients that are tried
+// again one after the other would hold everybody up all the time.
+constexpr milliseconds kTrialPatience{50};
 
 // Finds the channel of a name. Holds no reference, so that a channel ends with
 // the last proxy that uses it.
@@ -81,49 +81,56 @@ void VornDeliveryChannel::deliver(VornProxyDependent& proxy,
                                   const VornSupport::VornNotification& notification) {
     if (!remote_) throw VornException("no remote name that can be reached: " + name_);
 
-    // Written without the lock: addContent is the proxy's own code.
     auto* const gathering = VornDeliveryGathering::current();
-    std::string own;
-    std::string& delivery = gathering != nullptr ? gathering->scratch_ : own;
-    delivery.clear();
-    appendInt(delivery, proxy.getHandle());
+    // Taken, not borrowed: addContent, the proxy's own code, may deliver too.
+    std::string head;
+    if (gathering != nullptr) head.swap(gathering->scratch_);
+    head.clear();
+    appendInt(head, proxy.getHandle());
     const bool datagram = remote_->kind == VornRemoteName::Kind::Udp;
-    VornContentConnection content(delivery, datagram ? kMostDatagram : kMostStream);
+    VornContentConnection content(head, datagram ? kMostDatagram : kMostStream,
+                                  datagram ? kMostDatagram + 1 : kShare);
     proxy.addContent(content, notification);
     if (content.hasFailed()) {
         throw VornException("delivery to " + name_ + " could not be written or is too large");
     }
 
-    append(delivery, gathering);
-    if (delivery.capacity() > kKeptCapacity) std::string().swap(delivery);
+    append(head, content.sharedOwner(), content.shared(), gathering);
+    if (gathering != nullptr && head.capacity() <= kKeptCapacity) head.swap(gathering->scratch_);
 }
 
-void VornDeliveryChannel::append(std::string_view delivery, VornDeliveryGathering* gathering) {
+void VornDeliveryChannel::append(std::string_view head, const VornDeliveryBacklog::Owner& owner,
+                                 std::string_view rest, VornDeliveryGathering* gathering) {
     VornMutexLock lock(mutex_);
     refuseWhileBackingOffLocked();
-    pending_.append(delivery);
-    ends_.push_back(pending_.size());
+    backlog_.add(head, owner, rest);
     const unsigned failuresBefore = failureCount_;
-    const std::size_t unsent = unsentLocked();
-    const std::size_t held = gathering != nullptr ? kGather : 0;
-    if (unsent > held) {
-        if (state_ == State::Closed) openLocked();
-        sendLocked();
-    }
-    if (gathering != nullptr && failureCount_ == failuresBefore) {
-        if (gatheredBy_ != gathering) {
-            gatheredBy_ = gathering;
-            gathering->held_.push_back(shared_from_this());
+    if (backlog_.unsent() > (gathering != nullptr ? kGather : 0)) sendLocked();
+    if (failureCount_ == failuresBefore && backlog_.unsent() > 0) {
+        if (gathering == nullptr) {
+            lock.unlock();
+            std::vector<Pointer> self{shared_from_this()};
+            waitFor(self, 0);
+            lock.lock();
+        } else {
+            if (gatheredBy_ != gathering) {
+                gatheredBy_ = gathering;
+                gathering->held_.push_back(shared_from_this());
+            }
+            if (backlog_.unsent() > kGather) noteStallLocked(*gathering);
         }
-        if (unsentLocked() > kGather) gathering->addStalled(shared_from_this());
-    }
-    if (unsentLocked() > (gathering != nullptr ? kMostHeld : 0)) {
-        lock.unlock();
-        std::vector<Pointer> self{shared_from_this()};
-        waitFor(self, held);
-        lock.lock();
     }
     if (failureCount_ != failuresBefore) throw VornException(failure_);
+}
+
+// A client on trial is not waited for: its time passes while others are told.
+void VornDeliveryChannel::noteStallLocked(VornDeliveryGathering& gathering) {
+    if (isOnTrialLocked()) {
+        if (Clock::now() >= deadlineLocked()) failStalledLocked();
+    } else if (stalledIn_ != &gathering) {
+        stalledIn_ = &gathering;
+        gathering.stalled_.push_back(shared_from_this());
+    }
 }
 
 void VornDeliveryChannel::refuseWhileBackingOffLocked() {
@@ -145,29 +152,26 @@ void VornDeliveryChannel::openLocked() {
     }
     // The system's name service may take longer than a delivery may.
     state_ = State::Resolving;
-    auto self = std::make_unique<Pointer>(shared_from_this());
-    const auto error = VornPlatform::startThread(
-        {.name = "VornResolve", .stackBytes = VornSupport::VornThread::kClientStack},
-        &resolveInBackground, self.get());
-    if (error) {
-        failLocked("no thread to look up the host: " + error.text(), false);
-    } else {
-        self.release();  // the thread's from here on
+    try {
+        VornHostLookup::getInstance().find(
+            remote_->host, remote_->port,
+            [weak = weak_from_this()](VornPlatform::Resolved found) {
+                if (const auto channel = weak.lock()) channel->resolved(std::move(found));
+            });
+    } catch (const std::exception& e) {
+        failLocked(e.what(), false);
     }
 }
 
-void VornDeliveryChannel::resolveInBackground(void* raw) {
-    const std::unique_ptr<Pointer> self(static_cast<Pointer*>(raw));
-    VornDeliveryChannel& channel = **self;
-    auto resolved = VornPlatform::resolve(channel.remote_->host, channel.remote_->port);
-    VornMutexLock lock(channel.mutex_);
-    if (channel.state_ != State::Resolving) return;  // given up meanwhile
-    channel.state_ = State::Closed;
-    channel.addresses_ = std::move(resolved.addresses);
-    if (channel.addresses_.empty()) {
-        channel.failLocked(resolved.problem, false);
+void VornDeliveryChannel::resolved(VornPlatform::Resolved found) {
+    VornMutexLock lock(mutex_);
+    if (state_ != State::Resolving) return;  // given up meanwhile
+    state_ = State::Closed;
+    addresses_ = std::move(found.addresses);
+    if (addresses_.empty()) {
+        failLocked(found.problem, false);
     } else {
-        channel.connectNextLocked();
+        connectNextLocked();
     }
 }
 
@@ -205,7 +209,8 @@ void VornDeliveryChannel::finishConnectLocked() {
     state_ = State::Open;
     VornPlatform::setNoDelay(socket_.handle(), true);
     VornPlatform::setKeepAlive(socket_.handle());
-    rewindToDeliveryLocked();
+    // Also a delivery that an earlier connection took in part begins anew.
+    backlog_.rewind();
 }
 
 // A client may close and listen again; what is sent into a connection that it
@@ -224,16 +229,14 @@ void VornDeliveryChannel::reopenIfPeerLeftLocked() {
 
 // Sends what the system takes without waiting.
 void VornDeliveryChannel::sendLocked() {
-    if (unsentLocked() == 0) return;
+    if (backlog_.unsent() == 0) return;
     if (state_ == State::Closed) openLocked();
     if (state_ == State::Open) reopenIfPeerLeftLocked();
     if (state_ == State::Connecting) finishConnectLocked();
-    while (state_ == State::Open && unsentLocked() > 0) {
-        const std::string_view piece = nextPieceLocked();
-        const auto result = VornPlatform::send(socket_.handle(), piece.data(), piece.size());
+    while (state_ == State::Open && backlog_.unsent() > 0) {
+        const auto result = sendNextLocked();
         if (!result.error) {
-            sent_ += result.count;
-            dropSentLocked();
+            noteSentLocked(result.count);
         } else if (result.error.condition() == OsCondition::WouldBlock) {
             if (!refusedSince_) refusedSince_ = Clock::now();
             return;
@@ -245,32 +248,27 @@ void VornDeliveryChannel::sendLocked() {
     }
 }
 
-// What one send may hold: of a stream everything, of datagrams one delivery.
-std::string_view VornDeliveryChannel::nextPieceLocked() const {
-    const std::string_view all(pending_);
-    if (remote_->kind == VornRemoteName::Kind::Tcp) return all.substr(sent_);
-    return all.substr(sent_, ends_[endsPassed_] - sent_);
+// Of a stream as much as goes at once, of datagrams one delivery.
+VornPlatform::IoResult VornDeliveryChannel::sendNextLocked() {
+    if (remote_->kind == VornRemoteName::Kind::Udp) {
+        const std::string_view delivery = backlog_.nextDelivery();
+        return VornPlatform::send(socket_.handle(), delivery.data(), delivery.size());
+    }
+    const auto pieces = backlog_.nextPieces();
+    return pieces[1].empty()
+               ? VornPlatform::send(socket_.handle(), pieces[0].data(), pieces[0].size())
+               : VornPlatform::send(socket_.handle(), pieces[0], pieces[1]);
 }
 
-void VornDeliveryChannel::dropSentLocked() {
-    while (endsPassed_ < ends_.size() && ends_[endsPassed_] <= sent_) ++endsPassed_;
-    if (unsentLocked() <= kGather) refusedSince_.reset();
-    if (unsentLocked() > 0) return;
-    pending_.clear();
-    ends_.clear();
-    sent_ = endsPassed_ = 0;
-    if (pending_.capacity() > kKeptCapacity) std::string().swap(pending_);
+void VornDeliveryChannel::noteSentLocked(std::size_t bytes) {
+    backlog_.markSent(bytes);
+    if (backlog_.unsent() <= kGather) refusedSince_.reset();
+    if (backlog_.unsent() > 0) return;
     if (!lastFailureStalled_ || Clock::now() - openedAt_ > kTrust) failures_ = 0;
 }
 
-// A new connection begins with a whole delivery: one that the old connection
-// took in part is sent again from its beginning.
-void VornDeliveryChannel::rewindToDeliveryLocked() {
-    sent_ = endsPassed_ > 0 ? ends_[endsPassed_ - 1] : 0;
-}
-
 void VornDeliveryChannel::failLocked(const std::string& reason, bool stalled) {
-    const auto lost = ends_.size() - endsPassed_;
+    const auto lost = backlog_.deliveries();
     const auto doubled = kFirstBackOff * (1 << std::min(failures_, 9));
     const auto backOff = std::min<milliseconds>(doubled, kLongestBackOff);
     ++failures_;
@@ -281,13 +279,27 @@ void VornDeliveryChannel::failLocked(const std::string& reason, bool stalled) {
     socket_.close();
     state_ = State::Closed;
     addresses_.clear();  // looked up anew the next time
-    std::string().swap(pending_);
-    ends_.clear();
-    sent_ = endsPassed_ = 0;
+    backlog_ = {};
     refusedSince_.reset();
     VORN_LOG(3, "VornDeliveryChannel::send: " << failure_ << "; deliveries lost: " << lost
                                               << ", next try in "
                                               << static_cast<long>(backOff.count()) << " ms");
+}
+
+void VornDeliveryChannel::failStalledLocked() {
+    failLocked(isOnTrialLocked() ? "it still does not take its bytes"
+                                 : "it did not take its bytes within " +
+                                       std::to_string(timeOut().count()) + " ms",
+               true);
+}
+
+// When the client's time ends; while connecting, that of the address that is tried.
+VornDeliveryChannel::Clock::time_point VornDeliveryChannel::deadlineLocked() const {
+    const milliseconds patience =
+        isOnTrialLocked() ? std::min(timeOut(), kTrialPatience) : timeOut();
+    const auto whole = refusedSince_.value_or(Clock::now()) + patience;
+    if (state_ != State::Connecting || nextAddress_ >= addresses_.size()) return whole;
+    return std::min(whole, openedAt_ + timeOut() / static_cast<int>(addresses_.size()));
 }
 
 // Sends what can be sent. True when that is enough or the channel has failed;
@@ -296,11 +308,18 @@ bool VornDeliveryChannel::progress(std::size_t limit, VornPlatform::SocketWait& 
                                    Clock::time_point& deadline) {
     VornMutexLock lock(mutex_);
     sendLocked();
-    if (unsentLocked() <= limit) return true;
-    deadline = refusedSince_.value_or(Clock::now()) + timeOut();
+    if (backlog_.unsent() <= limit) return true;
+    deadline = deadlineLocked();
+    if (Clock::now() >= deadline && state_ == State::Connecting &&
+        nextAddress_ < addresses_.size()) {
+        socket_.close();
+        state_ = State::Closed;
+        connectNextLocked();
+        if (backlog_.unsent() <= limit) return true;  // failed
+        deadline = deadlineLocked();
+    }
     if (Clock::now() >= deadline) {
-        failLocked("it did not take its bytes within " + std::to_string(timeOut().count()) + " ms",
-                   true);
+        failStalledLocked();
         return true;
     }
     wait = {.socket = socket_.handle(), .wantWrite = true};

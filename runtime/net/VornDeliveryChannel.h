@@ -1,9 +1,11 @@
 #pragma once
 
+#include "runtime/net/VornDeliveryBacklog.h"
 #include "runtime/net/VornProxyDependent.h"
 #include "runtime/net/VornRemoteName.h"
 #include "runtime/platform/Export.h"
 #include "runtime/platform/Socket.h"
+#include "runtime/platform/SocketAddress.h"
 #include "runtime/support/VornMutex.h"
 
 #include <chrono>
@@ -31,6 +33,7 @@ public:
     using Pointer = std::shared_ptr<VornDeliveryChannel>;
 
     static constexpr std::size_t kGather = 16 * 1024;    // bytes held before they are sent
+    static constexpr std::size_t kShare = 4 * 1024;      // shared content that is not copied
     static constexpr std::size_t kMostDatagram = 60000;  // a delivery over UDP
 
     // The channel of a remote name: made when nobody has it yet.
@@ -52,22 +55,28 @@ private:
 
     explicit VornDeliveryChannel(const std::string& remoteName);
 
-    void append(std::string_view delivery, VornDeliveryGathering* gathering) VORN_EXCLUDES(mutex_);
+    void append(std::string_view head, const VornDeliveryBacklog::Owner& owner,
+                std::string_view rest, VornDeliveryGathering* gathering) VORN_EXCLUDES(mutex_);
     bool progress(std::size_t limit, VornPlatform::SocketWait& wait, Clock::time_point& deadline)
         VORN_EXCLUDES(mutex_);
 
     void refuseWhileBackingOffLocked() VORN_REQUIRES(mutex_);
     void openLocked() VORN_REQUIRES(mutex_);
+    void resolved(VornPlatform::Resolved found) VORN_EXCLUDES(mutex_);
     void connectNextLocked() VORN_REQUIRES(mutex_);
     void finishConnectLocked() VORN_REQUIRES(mutex_);
     void reopenIfPeerLeftLocked() VORN_REQUIRES(mutex_);
     void sendLocked() VORN_REQUIRES(mutex_);
-    std::string_view nextPieceLocked() const VORN_REQUIRES(mutex_);
-    void dropSentLocked() VORN_REQUIRES(mutex_);
-    void rewindToDeliveryLocked() VORN_REQUIRES(mutex_);
+    VornPlatform::IoResult sendNextLocked() VORN_REQUIRES(mutex_);
+    void noteSentLocked(std::size_t bytes) VORN_REQUIRES(mutex_);
+    Clock::time_point deadlineLocked() const VORN_REQUIRES(mutex_);
+    void noteStallLocked(VornDeliveryGathering& gathering) VORN_REQUIRES(mutex_);
+    void failStalledLocked() VORN_REQUIRES(mutex_);
     void failLocked(const std::string& reason, bool stalled) VORN_REQUIRES(mutex_);
-    std::size_t unsentLocked() const VORN_REQUIRES(mutex_) { return pending_.size() - sent_; }
-    static void resolveInBackground(void* raw);
+    // It stalled not long ago: that it connects again says little.
+    bool isOnTrialLocked() const VORN_REQUIRES(mutex_) {
+        return lastFailureStalled_ && failures_ > 0;
+    }
 
     const std::string name_;
     const std::optional<VornRemoteName> remote_;
@@ -78,10 +87,7 @@ private:
     std::vector<VornPlatform::SocketAddress> addresses_ VORN_GUARDED_BY(mutex_);
     std::size_t nextAddress_ VORN_GUARDED_BY(mutex_) = 0;
 
-    std::string pending_ VORN_GUARDED_BY(mutex_);           // deliveries, one behind the other
-    std::vector<std::size_t> ends_ VORN_GUARDED_BY(mutex_); // where each of them ends
-    std::size_t sent_ VORN_GUARDED_BY(mutex_) = 0;          // bytes of pending_ that have gone out
-    std::size_t endsPassed_ VORN_GUARDED_BY(mutex_) = 0;    // entries of ends_ up to sent_
+    VornDeliveryBacklog backlog_ VORN_GUARDED_BY(mutex_);
     // Since when the client has not taken what was there for it.
     std::optional<Clock::time_point> refusedSince_ VORN_GUARDED_BY(mutex_);
 
@@ -91,7 +97,9 @@ private:
     std::string failure_ VORN_GUARDED_BY(mutex_);        // the last one's reason
     Clock::time_point nextTry_ VORN_GUARDED_BY(mutex_){};
     Clock::time_point openedAt_ VORN_GUARDED_BY(mutex_){};
+    // In whose lists it stands.
     const VornDeliveryGathering* gatheredBy_ VORN_GUARDED_BY(mutex_) = nullptr;
+    const VornDeliveryGathering* stalledIn_ VORN_GUARDED_BY(mutex_) = nullptr;
 };
 
 }  // namespace VornNet

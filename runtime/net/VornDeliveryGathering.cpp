@@ -2,10 +2,12 @@
 
 #include "runtime/support/VornMutex.h"
 
-#include <algorithm>
 #include <utility>
 
 namespace VornNet {
+
+using VornSupport::VornMutexLock;
+
 namespace {
 
 thread_local VornDeliveryGathering* currentGathering = nullptr;
@@ -21,25 +23,35 @@ VornDeliveryGathering::~VornDeliveryGathering() {
 
 VornDeliveryGathering* VornDeliveryGathering::current() { return currentGathering; }
 
-void VornDeliveryGathering::addStalled(std::shared_ptr<VornDeliveryChannel> channel) {
-    if (std::find(stalled_.begin(), stalled_.end(), channel) == stalled_.end()) {
-        stalled_.push_back(std::move(channel));
-    }
-}
-
 void VornDeliveryGathering::settle() {
+    if (++settled_ % kSweep == 0) dropLeft();
     if (stalled_.empty()) return;
+    for (const auto& channel : stalled_) {
+        VornMutexLock lock(channel->mutex_);
+        if (channel->stalledIn_ == this) channel->stalledIn_ = nullptr;
+    }
     VornDeliveryChannel::waitFor(stalled_, VornDeliveryChannel::kGather);
 }
 
+// A connection ends with the last registration of its client, also when the
+// events never pause.
+void VornDeliveryGathering::dropLeft() {
+    std::erase_if(held_, [](const auto& channel) {
+        if (channel.use_count() > 1) return false;
+        VornMutexLock lock(channel->mutex_);
+        return channel->backlog_.unsent() == 0;
+    });
+}
+
 void VornDeliveryGathering::flush() {
-    stalled_.clear();
+    settle();
     if (held_.empty()) return;
     for (const auto& channel : held_) {
-        VornSupport::VornMutexLock lock(channel->mutex_);
+        VornMutexLock lock(channel->mutex_);
         if (channel->gatheredBy_ == this) channel->gatheredBy_ = nullptr;
     }
     VornDeliveryChannel::waitFor(held_, 0);
+    held_.clear();
 }
 
 }  // namespace VornNet

@@ -37,10 +37,14 @@ private:
     friend class VornDeliveryChannel;
     using Channels = std::vector<std::shared_ptr<VornDeliveryChannel>>;
 
-    void addStalled(std::shared_ptr<VornDeliveryChannel> channel);
+    // Events between two looks for clients that have no registration any more.
+    static constexpr int kSweep = 64;
 
-    Channels held_;        // have unsent bytes
+    void dropLeft();
+
+    Channels held_;        // have unsent bytes, or had
     Channels stalled_;     // of those, the ones over the limit
+    int settled_ = 0;
     std::string scratch_;  // where a delivery is written, kept for its memory
 };
 

@@ -55,11 +55,10 @@ std::string VornSocketConnection::getPeerName() const {
 
 // ---- connecting --------------------------------------------------------------
 
-void VornSocketConnection::connectTo(const SocketAddress& address, OsError& error) {
+OsError VornSocketConnection::connectTo(const SocketAddress& address, milliseconds patience) {
     Socket socket;
-    error = VornPlatform::startConnectTcp(address, socket);
-    if (error) return;
-    const auto deadline = Clock::now() + kConnect;
+    if (const OsError error = VornPlatform::startConnectTcp(address, socket)) return error;
+    const auto deadline = Clock::now() + patience;
     SocketWait wait{.socket = socket.handle(), .wantWrite = true};
     // A connect under way cannot be broken off from another thread everywhere,
     // hence the looks in between.
@@ -67,34 +66,44 @@ void VornSocketConnection::connectTo(const SocketAddress& address, OsError& erro
         if (isAborted()) fail("the connection was aborted");
         const int ms = std::min(msUntil(deadline), static_cast<int>(kConnectLook.count()));
         const IoResult waited = VornPlatform::waitReady({&wait, 1}, ms);
-        if (waited.error) fail("cannot connect", waited.error);
-        if (!wait.canWrite && ms == 0) fail("cannot connect: no answer within 10 s");
+        if (waited.error) return waited.error;
+        if (!wait.canWrite && ms == 0) return OsError::timedOut();
     }
-    error = VornPlatform::pendingError(socket.handle());
+    OsError error = VornPlatform::pendingError(socket.handle());
     if (!error) error = VornPlatform::setNonBlocking(socket.handle(), false);
-    if (error) return;
+    if (error) return error;
     VornPlatform::setKeepAlive(socket.handle());
     VornPlatform::setNoDelay(socket.handle(), noDelay_ != 0);
     VornMutexLock lock(mutex_);
     socket_ = std::move(socket);
     peer_ = address;
+    return {};
+}
+
+void VornSocketConnection::connectToOneOf(std::span<const SocketAddress> addresses,
+                                          milliseconds patience) {
+    OsError error;
+    for (const SocketAddress& address : addresses) {
+        error = connectTo(address, patience);
+        if (!error) break;
+    }
+    if (error) {
+        throw VornException("cannot connect to " + host_ + ":" + std::to_string(peer_.port()),
+                            error);
+    }
+    // An abort that came before the socket was in place did not reach it.
+    if (isAborted()) fail("the connection was aborted");
 }
 
 void VornSocketConnection::establish() {
     if (socket_) fail("is connected already");
     const auto resolved = VornPlatform::resolve(host_, peer_.port());
-    const std::string what = "cannot connect to " + host_ + ":" + std::to_string(peer_.port());
     if (resolved.addresses.empty()) {
-        throw VornException(what + ": " + resolved.problem, resolved.error.code());
+        throw VornException("cannot connect to " + host_ + ":" + std::to_string(peer_.port()) +
+                                ": " + resolved.problem,
+                            resolved.error.code());
     }
-    OsError error;
-    for (const SocketAddress& address : resolved.addresses) {
-        connectTo(address, error);
-        if (!error) break;
-    }
-    if (error) throw VornException(what, error);
-    // An abort that came before the socket was in place did not reach it.
-    if (isAborted()) fail("the connection was aborted");
+    connectToOneOf(resolved.addresses, kConnect);
 }
 
 // ---- the channel -------------------------------------------------------------

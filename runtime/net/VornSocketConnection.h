@@ -5,6 +5,8 @@
 #include "runtime/platform/Socket.h"
 #include "runtime/support/VornMutex.h"
 
+#include <chrono>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -39,8 +41,13 @@ protected:
     bool isChannelGone() override;
     bool admitsPeer() override;
 
+    // establish() behind the look-up; `patience` is for one address.
+    void connectToOneOf(std::span<const VornPlatform::SocketAddress> addresses,
+                        std::chrono::milliseconds patience);
+
 private:
-    void connectTo(const VornPlatform::SocketAddress& address, VornPlatform::OsError& error);
+    VornPlatform::OsError connectTo(const VornPlatform::SocketAddress& address,
+                                    std::chrono::milliseconds patience);
     void awaitReady(bool write);
     bool sendWithin(std::string_view bytes);
     void drain();

@@ -36,6 +36,7 @@ public:
     void close() override;
     std::string getAddress() const override { return "udp:" + port_->address().text(); }
     int getPort() const { return port_->address().port(); }
+    std::chrono::milliseconds getSilence() const { return port_->silence(); }
 
 private:
     bool mayBegin();

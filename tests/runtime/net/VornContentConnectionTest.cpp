@@ -10,9 +10,15 @@
 using VornNet::VornContentConnection;
 using VornSupport::VornException;
 
+namespace {
+
+class Owner : public VornSupport::VornObjectBase {};
+
+}  // namespace
+
 TEST(VornContentConnection, AppendsInTheWireEncoding) {
     std::string out = "x";
-    VornContentConnection connection(out, 100);
+    VornContentConnection connection(out, 100, 1000);
     connection.writeInt(-2);
     connection.writeInt2(1);
     connection.writeInt3(2);
@@ -28,7 +34,7 @@ TEST(VornContentConnection, AppendsInTheWireEncoding) {
 
 TEST(VornContentConnection, TakesAnEmptyOrNegativeRawWriteAsNothing) {
     std::string out;
-    VornContentConnection connection(out, 0);
+    VornContentConnection connection(out, 0, 1000);
     int count = 7;
     connection.write(nullptr, 0, count);
     EXPECT_EQ(count, 0);
@@ -39,7 +45,7 @@ TEST(VornContentConnection, TakesAnEmptyOrNegativeRawWriteAsNothing) {
 
 TEST(VornContentConnection, RefusesContentBeyondItsLimitAndRemembersIt) {
     std::string out;
-    VornContentConnection connection(out, 8);
+    VornContentConnection connection(out, 8, 1000);
     connection.writeString("1234");
     EXPECT_THROW(connection.writeInt(1), VornException);
     EXPECT_TRUE(connection.hasFailed());
@@ -48,7 +54,7 @@ TEST(VornContentConnection, RefusesContentBeyondItsLimitAndRemembersIt) {
 
 TEST(VornContentConnection, CannotBeRead) {
     std::string out;
-    VornContentConnection connection(out, 8);
+    VornContentConnection connection(out, 8, 1000);
     std::string text;
     char buffer[4];
     int length = 4;
@@ -82,4 +88,30 @@ TEST(WireCodec, EncodesBigEndianAndBack) {
     VornNet::append16(text, 7777);
     VornNet::appendString(text, "JobStatus");
     EXPECT_EQ(text, std::string("\x1e\x61\0\0\0\x09JobStatus", 15));
+}
+
+TEST(VornContentConnection, PointsToALargeSharedEnd) {
+    const auto owner = VornSupport::makeCounted<Owner>();
+    const std::string large(100, 'l');
+    std::string out;
+    VornContentConnection connection(out, 1000, 100);
+    connection.writeShared(*owner, std::string_view(large).substr(1));
+    EXPECT_EQ(out, large.substr(1)) << "small ones are copied";
+    connection.writeShared(*owner, large);
+    EXPECT_EQ(out.size(), 99u);
+    EXPECT_EQ(connection.shared().data(), large.data());
+    EXPECT_EQ(connection.sharedOwner().get(), owner.get());
+    connection.writeInt(1);
+    EXPECT_EQ(out.size(), 203u) << "what follows makes it a part like others";
+    EXPECT_TRUE(connection.shared().empty());
+    EXPECT_EQ(owner->refCount(), 1u);
+}
+
+TEST(VornContentConnection, CountsWhatIsShared) {
+    const std::string large(100, 'l');
+    std::string out;
+    VornContentConnection connection(out, 103, 10);
+    connection.writeShared(*VornSupport::makeCounted<Owner>(), large);
+    EXPECT_THROW(connection.writeInt(1), VornSupport::VornException);
+    EXPECT_TRUE(connection.hasFailed());
 }

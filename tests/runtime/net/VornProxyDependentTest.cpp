@@ -300,6 +300,7 @@ TEST_F(VornDeliveryGatheringTest, ASlowReaderGetsEverythingInOrder) {
         const Socket client = listener.accept();
         received = readBytes(client, kDeliveries * (4 + text.size()));
     });
+    const auto registered = makeCounted<TestProxy>(listener.remoteName(), 0, text);
     {
         VornDeliveryGathering gathering;
         for (int i = 0; i < kDeliveries; ++i) {
@@ -313,4 +314,97 @@ TEST_F(VornDeliveryGatheringTest, ASlowReaderGetsEverythingInOrder) {
         const auto at = static_cast<std::size_t>(i) * (4 + text.size());
         ASSERT_EQ(VornNet::decode32(received.data() + at), static_cast<std::uint32_t>(i));
     }
+}
+
+// However large an event and however many do not read, the deliveries themselves
+// wait for nobody and copy little.
+TEST_F(VornDeliveryGatheringTest, WaitsForNobodyInsideADelivery) {
+    class Content : public VornSupport::VornObjectBase {
+    public:
+        const std::string bytes = std::string(32 << 20, 'x');
+    };
+    const auto content = makeCounted<Content>();
+    const auto writeIt = [&](VornNet::VornConnection& connection) {
+        connection.writeShared(*content, content->bytes);
+    };
+    std::vector<TcpListener> listeners(8);
+    TcpListener reading;
+    const auto good = makeCounted<TestProxy>(reading.remoteName(), 2, writeIt);
+    std::string received;
+    std::thread reader([&] {
+        const Socket client = reading.accept();
+        received = readBytes(client, 4 + content->bytes.size());
+    });
+    {
+        VornDeliveryGathering gathering;
+        const auto start = Clock::now();
+        std::vector<VornSupport::VornSmartPointer<TestProxy>> proxies;
+        for (const auto& listener : listeners) {
+            proxies.push_back(makeCounted<TestProxy>(listener.remoteName(), 1, writeIt));
+            proxies.back()->tell();
+        }
+        good->tell();
+        EXPECT_LT(Clock::now() - start, std::chrono::seconds(10)) << "half the time of one client";
+        EXPECT_EQ(content->refCount(), 10u) << "one copy for all";
+        limits().deliveryMs = 1000;
+        gathering.settle();
+        EXPECT_EQ(content->refCount(), 1u);
+    }
+    reader.join();
+    EXPECT_EQ(received, delivery(2, content->bytes));
+}
+
+// One that has stalled is given hardly any time until it has proved itself.
+TEST_F(VornDeliveryGatheringTest, HardlyWaitsForAClientThatStalledBefore) {
+    limits().deliveryMs = 200;
+    TcpListener stalled;
+    const auto proxy =
+        makeCounted<TestProxy>(stalled.remoteName(), 1, std::string(16 << 20, 'x'));
+    VornDeliveryGathering gathering;
+    EXPECT_EQ(messageOf(*proxy), "");
+    gathering.settle();
+    EXPECT_NE(messageOf(*proxy).find("within 200 ms"), std::string::npos);
+    limits().deliveryMs = 60000;
+    const auto start = Clock::now();
+    std::string message;
+    while (message.find("still does not take its bytes") == std::string::npos) {
+        message = messageOf(*proxy);
+        gathering.settle();
+        ASSERT_LT(Clock::now() - start, std::chrono::seconds(30));
+    }
+}
+
+// Also while events never pause.
+TEST_F(VornDeliveryGatheringTest, LetsTheConnectionOfAnUnregisteredClientGo) {
+    TcpListener listener;
+    auto& container = VornProxyDependentContainer::getInstance();
+    container.add(makeCounted<TestProxy>(listener.remoteName(), 1, "x"));
+    VornDeliveryGathering gathering;
+    dynamic_cast<TestProxy&>(*container.lookup(listener.remoteName(), 1)).tell();
+    container.remove(listener.remoteName(), 1);
+    const Socket client = listener.accept();
+    for (int i = 0; i < 1000; ++i) gathering.settle();
+    EXPECT_EQ(readBytes(client, 6), delivery(1, "x")) << "and then the end of the stream";
+}
+
+// A proxy may tell others while it is told.
+TEST_F(VornDeliveryGatheringTest, KeepsDeliveriesInsideDeliveriesApart) {
+    TcpListener outer;
+    TcpListener inner;
+    const auto second = makeCounted<TestProxy>(inner.remoteName(), 2, "inner");
+    const auto first = makeCounted<TestProxy>(
+        outer.remoteName(), 1, [&](VornNet::VornConnection& connection) {
+            connection.writeInt(7);
+            second->tell();
+            connection.writeInt(8);
+        });
+    {
+        VornDeliveryGathering gathering;
+        first->tell();
+    }
+    std::string expected;
+    VornNet::appendInt(expected, 7);
+    VornNet::appendInt(expected, 8);
+    EXPECT_EQ(readBytes(outer.accept(), 12), delivery(1, expected));
+    EXPECT_EQ(readBytes(inner.accept(), 9), delivery(2, "inner"));
 }

@@ -9,8 +9,10 @@
 #include <atomic>
 #include <chrono>
 #include <thread>
+#include <vector>
 
 using namespace NetTest;
+using namespace std::chrono_literals;
 using TestSupport::awaitReadable;
 using TestSupport::readBytes;
 using TestSupport::waitUntil;
@@ -333,6 +335,77 @@ TEST(VornSocketConnection, TriesTheAddressesOfAName) {
     VornSocketConnection connection("localhost", listener.port());
     connection.establish();
     EXPECT_TRUE(listener.hasCaller());
+}
+
+// A listener that nobody serves: once its queue is full, the system lets further
+// callers wait for an answer, or refuses them.
+class Deaf {
+public:
+    Deaf() {
+        EXPECT_FALSE(VornPlatform::listenTcp(0, 1, "127.0.0.1", listener_));
+        EXPECT_FALSE(VornPlatform::localAddress(listener_.handle(), address));
+        for (bool taken = true; taken && callers_.size() < 64;) {
+            VornPlatform::Socket caller;
+            if (VornPlatform::startConnectTcp(address, caller)) break;
+            VornPlatform::SocketWait wait{.socket = caller.handle(), .wantWrite = true};
+            VornPlatform::waitReady({&wait, 1}, 100);
+            taken = wait.canWrite && !VornPlatform::pendingError(caller.handle());
+            callers_.push_back(std::move(caller));
+        }
+    }
+    VornPlatform::SocketAddress address;
+
+private:
+    VornPlatform::Socket listener_;
+    std::vector<VornPlatform::Socket> callers_;
+};
+
+class Reaching : public VornSocketConnection {
+public:
+    using VornSocketConnection::connectToOneOf;
+    using VornSocketConnection::VornSocketConnection;
+    ~Reaching() override { close(); }
+};
+
+TEST(VornSocketConnection, GoesOnToTheNextAddressWhenOneDoesNotAnswer) {
+    const Deaf deaf;
+    TestSupport::TcpListener listener;
+    Reaching connection("some host", 1);
+    connection.connectToOneOf({{deaf.address, addressOf("127.0.0.1", listener.port())}}, 300ms);
+    EXPECT_TRUE(listener.hasCaller());
+    EXPECT_EQ(connection.getPeerName(), "tcp:127.0.0.1:" + std::to_string(listener.port()));
+}
+
+TEST(VornSocketConnection, SaysThatNoAddressAnswered) {
+    const Deaf deaf;
+    Reaching connection("some host", 17);
+    const auto begin = Clock::now();
+    try {
+        connection.connectToOneOf({{deaf.address, deaf.address}}, 250ms);
+        FAIL();
+    } catch (const VornException& e) {
+        EXPECT_EQ(e.getMessage().find("cannot connect to some host:17: "), 0U) << e.getMessage();
+        const auto condition = VornPlatform::OsError(e.getCode()).condition();
+        if (condition == OsCondition::TimedOut) {
+            EXPECT_GE(Clock::now() - begin, 500ms) << "both were waited for";
+        } else {
+            EXPECT_EQ(condition, OsCondition::ConnectionRefused);
+        }
+    }
+    EXPECT_EQ(connection.getSocket(), -1);
+}
+
+TEST(VornSocketConnection, TriesNoFurtherAddressAfterAnAbort) {
+    const Deaf deaf;
+    TestSupport::TcpListener listener;
+    Reaching connection("some host", 1);
+    connection.abort();
+    EXPECT_EQ(messageOf([&] {
+                  connection.connectToOneOf(
+                      {{deaf.address, addressOf("127.0.0.1", listener.port())}}, 10s);
+              }).find("tcp:some host:1: the connection was aborted"),
+              0U);
+    EXPECT_FALSE(listener.hasCaller());
 }
 
 TEST(VornSocketConnection, NamesHostAndPortWhenItCannotConnect) {

@@ -394,6 +394,58 @@ TEST(VornUDPServerSocket, BoundsWhatAPeerMaySendUnread) {
     EXPECT_EQ(readToEnd(*connection).size(), VornNet::UDPPort::kQueueBytes);
 }
 
+// A reader that lags a little behind for ever must not cost what has passed.
+TEST(UDPPort, KeepsOnlyWhatIsUnread) {
+    constexpr std::size_t kBlock = 8192;
+    constexpr std::size_t kLag = 3 * kBlock;
+    VornNet::UDPPort port(0, "127.0.0.1", 512, 60s);
+    const Socket client = udpTo(port.address().port());
+    const auto receive = [&port](VornNet::UDPPort::PeerPointer& peer) {
+        VornPlatform::SocketWait wait{.socket = port.socket(), .wantRead = true};
+        VornPlatform::waitReady({&wait, 1}, static_cast<int>(kPatience.count()));
+        return port.receiveNext(peer, [] { return true; });
+    };
+    VornNet::UDPPort::PeerPointer peer;
+    std::size_t sent = 0;
+    std::size_t taken = 0;
+    std::string got(kBlock, '\0');
+    for (int round = 0; round < 500; ++round) {
+        std::string block(kBlock, '\0');
+        for (char& c : block) c = static_cast<char>(sent++ % 251);
+        sendBytes(client, block);
+        ASSERT_FALSE(receive(peer));
+        ASSERT_TRUE(peer);
+        if (sent <= kLag) continue;
+        std::size_t count = 0;
+        ASSERT_EQ(port.read(*peer, got.data(), kBlock, false, count),
+                  VornNet::UDPPort::Arrival::Bytes);
+        for (std::size_t i = 0; i < count; ++i) {
+            ASSERT_EQ(got[i], static_cast<char>(taken++ % 251)) << taken;
+        }
+        ASSERT_LE(peer->queue.capacity(), 8 * kLag) << "after " << sent << " bytes";
+    }
+    EXPECT_EQ(taken, 500 * kBlock - kLag);
+}
+
+TEST(VornUDPServerSocket, KeepsAQuietConversationForThirtySecondsUnlessToldOtherwise) {
+    EXPECT_EQ(VornUDPServerSocket::kSilence, 30s);
+    EXPECT_EQ(VornUDPServerSocket(0).getSilence(), 30s);
+    EXPECT_EQ(VornUDPServerSocket(0, "*", 512, 7s).getSilence(), 7s);
+}
+
+TEST(VornUDPServerSocket, AnswersInDatagramsOfAtMost512BytesUnlessToldOtherwise) {
+    VornUDPServerSocket server(0, "127.0.0.1");
+    const Socket client = udpTo(server.getPort());
+    sendBytes(client, "x");
+    const ConnectionPointer connection = server.waitForClient(true);
+    ASSERT_TRUE(connection);
+    int count = 0;
+    connection->write(std::string(600, 'd').data(), 600, count);
+    connection->flush();
+    EXPECT_EQ(receiveDatagram(client), std::string(512, 'd'));
+    EXPECT_EQ(receiveDatagram(client), std::string(88, 'd'));
+}
+
 TEST(VornUDPServerSocket, LeavesNoHandlesBehind) {
     { VornUDPServerSocket warm(0); }
     const int before = NativeProbe::countHandles();
