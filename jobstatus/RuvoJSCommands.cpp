@@ -30,6 +30,7 @@ std::vector<std::int32_t> readNumbers(VornConnection& connection, std::int32_t c
 }  // namespace
 
 void RUVO_JS_CREATE::handleClient(VornConnection& connection, RuvoEngineBase& engine) {
+    as<RuvoJSEngine>(engine).waitForRoom(connection);
     std::string description;
     std::string name;
     connection.readString(description);
@@ -63,6 +64,7 @@ void RUVO_JS_LOOKUP::handleClient(VornConnection& connection, RuvoEngineBase& en
 }
 
 void RUVO_JS_DELETE::handleClient(VornConnection& connection, RuvoEngineBase& engine) {
+    as<RuvoJSEngine>(engine).waitForRoom(connection);
     VORN_LOG(9, "RUVO_JS_DELETE::handleClient: enter");
     const std::int32_t result = as<RuvoJSEngine>(engine).deleteJob(connection.readInt());
     connection.writeInt(result);
@@ -70,6 +72,7 @@ void RUVO_JS_DELETE::handleClient(VornConnection& connection, RuvoEngineBase& en
 }
 
 void RUVO_JS_SET_PROGRESS::handleClient(VornConnection& connection, RuvoEngineBase& engine) {
+    as<RuvoJSEngine>(engine).waitForRoom(connection);
     // It enters under this shorter name; those who read logs look for it.
     VORN_LOG(9, "RUVO_JS_PROGRESS::handleClient: enter");
     const std::int32_t id = connection.readInt();
@@ -92,6 +95,7 @@ void RUVO_JS_GET_ALL_PROGRESS::handleClient(VornConnection&, RuvoEngineBase&) {
 }
 
 void RUVO_JS_CANCEL::handleClient(VornConnection& connection, RuvoEngineBase& engine) {
+    as<RuvoJSEngine>(engine).waitForRoom(connection);
     VORN_LOG(9, "RUVO_JS_CANCEL::handleClient: enter");
     const std::int32_t result = as<RuvoJSEngine>(engine).cancelJob(connection.readInt());
     connection.writeInt(result);

@@ -88,6 +88,10 @@ void RuvoJSEngine::storeLocked(const Job& job) {
     ids_.take(job->getID());
 }
 
+void RuvoJSEngine::waitForRoom(VornNet::VornConnection& connection) {
+    if (notifier_ != nullptr) notifier_->waitForRoom(connection);
+}
+
 std::int32_t RuvoJSEngine::createJob(const std::string& description, const std::string& name) {
     VornMutexLock lock(mutex_);
     if (byName_.contains(name)) return kNoSuchJob;

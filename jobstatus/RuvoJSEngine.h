@@ -85,6 +85,10 @@ public:
     std::int32_t getProgress(std::int32_t id) const VORN_EXCLUDES(mutex_);  // 0: no such job
     std::int32_t cancelJob(std::int32_t id) VORN_EXCLUDES(mutex_);
 
+    // Called by the commands that announce a change, no lock held, before they
+    // make it: see RuvoNNEngine::waitForRoom.
+    void waitForRoom(VornNet::VornConnection& connection);
+
     // The numbers of the last mapJob(); empty when there is no such job.
     std::vector<std::int32_t> getMappedIds(std::int32_t id) const VORN_EXCLUDES(mutex_);
     std::size_t size() const VORN_EXCLUDES(mutex_);

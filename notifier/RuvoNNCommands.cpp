@@ -3,6 +3,7 @@
 #include "notifier/RuvoNNConsumer.h"
 #include "notifier/RuvoNNEngine.h"
 #include "runtime/net/VornProxyDependentContainer.h"
+#include "runtime/support/VornException.h"
 #include "runtime/support/VornLogging.h"
 
 #include <cstdint>
@@ -49,6 +50,12 @@ void RUVO_NN_UNREGISTER::handleClient(VornConnection& connection, RuvoEngineBase
     VORN_LOG(9, "RUVO_NN_UNREGISTER::handleClient: client="
                     << "|" << remoteName << ":" << handle << "|");
 
+    // The removal may wait for the client's listener; earlier answers do not. A
+    // client that has gone is removed all the same.
+    try {
+        connection.flush();
+    } catch (const VornSupport::VornException&) {
+    }
     VornProxyDependentContainer& container = VornProxyDependentContainer::getInstance();
     const auto dependent = container.lookup(remoteName, handle);
     VORN_LOG(9, "RUVO_NN_UNREGISTER::handleClient: spDependent lookup completed");
@@ -70,6 +77,8 @@ void RUVO_NN_UNREGISTER::handleClient(VornConnection& connection, RuvoEngineBase
 
 void RUVO_NN_NOTIFY::handleClient(VornConnection& connection, RuvoEngineBase& engine) {
     VORN_LOG(9, "RUVO_NN_NOTIFY::handleClient: enter");
+    auto& notifier = as<RuvoNNEngine>(engine);
+    notifier.waitForRoom(connection);
     std::string sender;
     std::string eventName;
     std::string message;
@@ -77,14 +86,14 @@ void RUVO_NN_NOTIFY::handleClient(VornConnection& connection, RuvoEngineBase& en
     connection.readString(eventName);
     connection.readString(message);
     const std::int32_t size = connection.readInt();
-    std::string data = VornNet::readBlock(connection, size, "event data");
+    const std::string data = VornNet::readBlock(connection, size, "event data");
     VORN_LOG(9, "RUVO_NN_NOTIFY::handleClient: event=|" << eventName << "| from " << sender);
 
     if (eventName.empty()) {
         connection.writeInt(kEmptyName);
     } else {
-        as<RuvoNNEngine>(engine).produce(VornSupport::makeCounted<RuvoNNEventNotification>(
-            std::move(sender), std::move(eventName), std::move(message), std::move(data)));
+        notifier.produce(VornSupport::makeCounted<RuvoNNEventNotification>(
+            std::move(sender), std::move(eventName), std::move(message), data));
         connection.writeInt(kDone);
     }
     VORN_LOG(9, "RUVO_NN_NOTIFY::handleClient: exit");

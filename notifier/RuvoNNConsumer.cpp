@@ -41,6 +41,14 @@ bool RuvoNNConsumer::checkEvent(const VornNotification& notification) {
                     << "|" << event->getEventName() << "|"
                     << " REFNOTIF=" << static_cast<const void*>(event));
     if (!expression_.getErrorText().empty()) throw VornException(expression_.getErrorText(), 0);
+    if (event->getEventName().size() > expression_.longestQuickText()) {
+        // All others would wait for the search.
+        const std::string problem = "the name of an event, " +
+                                    std::to_string(event->getEventName().size()) +
+                                    " bytes, is too long for the signature of " + getRemoteName();
+        VORN_LOG(3, "RuvoNNConsumer::checkEvent: " << problem);
+        throw VornException(problem, 0);
+    }
     // A signature that can match nothing selects only where it matches something.
     if (expression_.isNonEmptyFoundIn(event->getEventName())) {
         remoteNotify(notification);
@@ -64,12 +72,9 @@ void RuvoNNConsumer::addContent(VornNet::VornConnection& connection,
         if (event == nullptr) throw VornException("not an event notification");
         VORN_LOG(9, "RuvoNNConsumer::addContent: EventNotification (event="
                         << "|" << event->getEventName() << "|)");
-        connection.writeString(event->getSender());
-        connection.writeString(event->getEventName());
-        connection.writeString(event->getMessage());
-        connection.writeInt(event->getDataSize());
-        int written = 0;
-        connection.write(event->getData(), event->getDataSize(), written);
+        // Sender, event name, message, the data's size and the data. Counting who
+        // holds it is no change of the event.
+        connection.writeShared(const_cast<RuvoNNEventNotification&>(*event), event->getContent());
     } catch (...) {
         connection.abort();
     }

@@ -23,7 +23,9 @@ public:
 
     // Delivers the event when the signature's first match in its name is not
     // empty. Returns false always. Throws VornException with the reason when
-    // the signature was refused, and what remoteNotify throws.
+    // the signature was refused or the name is too long to be searched for it
+    // quickly (VornRegularExpression::longestQuickText), and what remoteNotify
+    // throws.
     bool checkEvent(const VornSupport::VornNotification& notification) override;
 
 protected:

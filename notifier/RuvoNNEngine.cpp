@@ -2,20 +2,38 @@
 
 #include "notifier/RuvoNNCommands.h"
 #include "runtime/net/VornDeliveryGathering.h"
+#include "runtime/net/VornNetLimits.h"
 #include "runtime/net/VornProxyDependentContainer.h"
+#include "runtime/platform/FreeMemory.h"
 #include "runtime/support/VornLogging.h"
 
+#include <chrono>
 #include <exception>
+#include <thread>
 #include <utility>
 
 namespace RuvoService {
 
 using VornNet::VornProxyDependentContainer;
 using VornSupport::VornCriticalSection;
+using VornSupport::VornMutexLock;
+
+namespace {
+
+constexpr std::chrono::microseconds kBurstGap{20};
+constexpr std::size_t kMuch = std::size_t{64} * 1024 * 1024;
+
+// An estimate: what the queue and the heap add is not known.
+std::size_t memoryOf(const RuvoNNEventNotification& event) {
+    return sizeof event + event.getContent().size() + event.getEventName().size();
+}
+
+}  // namespace
 
 RuvoNNEngine::RuvoNNEngine()
     : RuvoEngineBase("Notifier"),
-      thread_(VornSupport::makeCounted<NotificationQueueHandler>(&events_), "RuvoNNEngineQueue") {
+      thread_(VornSupport::makeCounted<NotificationQueueHandler>(&events_, *this),
+              "RuvoNNEngineQueue") {
     VORN_LOG(9, "RuvoNNEngine::constructor"
                     << " this=" << static_cast<const void*>(this));
     addCommand<RUVO_NN_NOTIFY>("RUVO_NN_NOTIFY");
@@ -28,6 +46,7 @@ RuvoNNEngine::~RuvoNNEngine() {
     VORN_LOG(9, "RuvoNNConsumer::destructor "
                     << " this=" << static_cast<const void*>(this));
     retire();
+    setRunning(false);
     events_.produceSentinel(true);
     thread_.waitForThreadExit();
 }
@@ -37,35 +56,90 @@ bool RuvoNNEngine::initialize() {
                     << " this=" << static_cast<const void*>(this));
     VornCriticalSection lock(lock_);
     events_.produceSentinel(false);  // of an earlier cleanup
-    return thread_.start();
+    const bool started = thread_.start();
+    setRunning(started);
+    return started;
 }
 
 bool RuvoNNEngine::cleanup() {
     VORN_LOG(9, "RuvoNNEngine::cleanup"
                     << " this=" << static_cast<const void*>(this));
     VornCriticalSection lock(lock_);
+    setRunning(false);
     events_.produceSentinel(true);
     thread_.waitForThreadExit();
     return true;
 }
 
-void RuvoNNEngine::produce(Event event) { events_.produce(event); }
+void RuvoNNEngine::produce(Event event) {
+    queuedBytes_ += memoryOf(*event);
+    events_.produce(event);
+}
+
+void RuvoNNEngine::waitForRoom(VornNet::VornConnection& connection) {
+    const std::size_t most = VornNet::VornNetLimits::getInstance().eventQueueBytes;
+    if (queuedBytes_ <= most) return;
+    connection.flush();
+    VornMutexLock lock(roomMutex_);
+    ++roomWaiters_;
+    // Not at the first byte of room: then every event would wake everybody.
+    while (running_ && queuedBytes_ > most / 2) roomCondition_.wait(roomMutex_);
+    --roomWaiters_;
+}
+
+void RuvoNNEngine::noteOffered(std::size_t bytes) {
+    const std::size_t left = queuedBytes_ -= bytes;
+    if (roomWaiters_ == 0) return;
+    if (left > VornNet::VornNetLimits::getInstance().eventQueueBytes / 2) return;
+    VornMutexLock lock(roomMutex_);
+    roomCondition_.notifyAll();
+}
+
+void RuvoNNEngine::setRunning(bool running) {
+    VornMutexLock lock(roomMutex_);
+    running_ = running;
+    roomCondition_.notifyAll();
+}
 
 int RuvoNNEngine::NotificationQueueHandler::run(VornSupport::VornWorkInformation&) {
     VornNet::VornDeliveryGathering gathering;
+    unsigned inRow = 0;  // events since the queue was last found empty for good
+    std::size_t passed = 0;  // bytes since memory was given back
     for (;;) {
         try {
-            if (events_->isEmpty()) gathering.flush();
+            if (events_->isEmpty() && (inRow < 2 || !moreComesAtOnce())) {
+                gathering.flush();
+                if (events_->isEmpty()) inRow = 0;
+                if (inRow == 0 && passed > kMuch) {
+                    VornPlatform::giveFreeMemoryBack();
+                    passed = 0;
+                }
+            }
             Event event;
             if (!events_->consume(event)) return 0;
+            ++inRow;
+            const std::size_t bytes = memoryOf(*event);
             offer(*event);
             event = nullptr;
+            passed += bytes;
+            engine_.noteOffered(bytes);
             gathering.settle();
         } catch (const std::exception& e) {
             // Out of memory, say: costs this event, not all that follow.
             VORN_LOG(2, "NotificationQueueHandler::run: exception: " << e.what());
         }
     }
+}
+
+// Of a burst the next event is microseconds away: waiting that long costs less
+// than sending what is gathered and being woken again.
+bool RuvoNNEngine::NotificationQueueHandler::moreComesAtOnce() const {
+    const auto end = std::chrono::steady_clock::now() + kBurstGap;
+    do {
+        if (!events_->isEmpty()) return true;
+        std::this_thread::yield();
+    } while (std::chrono::steady_clock::now() < end);
+    return false;
 }
 
 void RuvoNNEngine::NotificationQueueHandler::offer(const RuvoNNEventNotification& event) {

@@ -4,9 +4,13 @@
 #include "notifier/RuvoNNEventNotification.h"
 #include "runtime/platform/Export.h"
 #include "runtime/support/VornCriticalSection.h"
+#include "runtime/support/VornMutex.h"
 #include "runtime/support/VornSmartPointer.h"
 #include "runtime/support/VornSynchronizedQueue.h"
 #include "runtime/support/VornThread.h"
+
+#include <atomic>
+#include <cstddef>
 
 namespace RuvoService {
 
@@ -28,6 +32,13 @@ public:
     // waits for a delivery.
     void produce(Event event);
 
+    // Called by a command on its client's thread, no lock held, before it raises
+    // an event: while more than "ruvod.limits.event-queue-bytes" of events wait,
+    // sends the client its answers and waits, so that clients that raise faster
+    // than listeners take cannot fill the memory. Does not wait while the queue
+    // thread does not run. Throws what the connection throws.
+    void waitForRoom(VornNet::VornConnection& connection) VORN_EXCLUDES(roomMutex_);
+
 protected:
     bool initialize() override;
     bool cleanup() override;
@@ -38,19 +49,31 @@ private:
     // The body of the queue thread.
     class NotificationQueueHandler : public VornSupport::VornThread::VornRunnable {
     public:
-        explicit NotificationQueueHandler(Events* events) : events_(events) {}
+        NotificationQueueHandler(Events* events, RuvoNNEngine& engine)
+            : events_(events), engine_(engine) {}
         int run(VornSupport::VornWorkInformation& information) override;
 
     private:
         static void offer(const RuvoNNEventNotification& event);
+        bool moreComesAtOnce() const;
 
         Events* const events_;  // the engine's, which outlives the thread
+        RuvoNNEngine& engine_;
     };
+
+    void noteOffered(std::size_t bytes) VORN_EXCLUDES(roomMutex_);
+    void setRunning(bool running) VORN_EXCLUDES(roomMutex_);
 
     VornSupport::VornCriticalSectionObject lock_;  // orders initialize() and cleanup()
     VornSupport::VornSynchronizedQueue<Event> queue_;
     Events events_{queue_};
     VornSupport::VornThread thread_;
+
+    std::atomic<std::size_t> queuedBytes_{0};
+    std::atomic<int> roomWaiters_{0};  // changed under roomMutex_
+    VornSupport::VornMutex roomMutex_;
+    VornSupport::VornCondition roomCondition_;
+    bool running_ VORN_GUARDED_BY(roomMutex_) = false;
 };
 
 }  // namespace RuvoService

@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 namespace RuvoService {
 
@@ -17,26 +18,31 @@ public:
     // Copies `dataSize` bytes from `data`.
     RuvoNNEventNotification(std::string sender, std::string eventName, std::string message,
                             std::int32_t dataSize, const char* data);
-    // Takes the data over; at most 2 GiB - 1.
+    // Copies `data`; at most 2 GiB - 1.
     RuvoNNEventNotification(std::string sender, std::string eventName, std::string message,
-                            std::string data);
+                            std::string_view data);
     ~RuvoNNEventNotification() override;
 
-    const std::string& getSender() const { return sender_; }
+    std::string_view getSender() const { return sender_; }
     const std::string& getEventName() const { return eventName_; }  // never empty
-    const std::string& getMessage() const { return message_; }
+    std::string_view getMessage() const { return message_; }
     std::int32_t getDataSize() const { return static_cast<std::int32_t>(data_.size()); }
     const char* getData() const { return data_.data(); }
+
+    // All of them as a client is sent them: the strings, the size, the data
+    // (WireCodec.h). Made once, whatever the number of clients.
+    std::string_view getContent() const { return content_; }
 
     // The notification as an event, or null when it is none. Cheap enough to
     // ask once a consumer.
     static const RuvoNNEventNotification* from(const VornSupport::VornNotification& notification);
 
 private:
-    const std::string sender_;
     const std::string eventName_;
-    const std::string message_;
-    const std::string data_;
+    const std::string content_;
+    const std::string_view sender_;   // of content_
+    const std::string_view message_;  // likewise
+    const std::string_view data_;     // likewise
 };
 
 }  // namespace RuvoService

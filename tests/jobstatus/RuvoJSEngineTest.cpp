@@ -63,8 +63,8 @@ TEST_F(VornJSEJob, AnnouncesItselfWithNameSenderAndMessage) {
     public:
         bool checkEvent(const VornSupport::VornNotification& notification) override {
             const auto* event = RuvoService::RuvoNNEventNotification::from(notification);
-            text = event->getSender() + "|" + event->getEventName() + "|" + event->getMessage() +
-                   "|" + std::to_string(event->getDataSize());
+            text = std::string(event->getSender()) + "|" + event->getEventName() + "|" +
+                   std::string(event->getMessage()) + "|" + std::to_string(event->getDataSize());
             return false;
         }
         std::string text;

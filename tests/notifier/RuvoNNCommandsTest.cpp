@@ -116,6 +116,14 @@ TEST_F(RuvoNNCommands, UnregisterTakesOneRegistrationAtATimeTheEarliestFirst) {
     EXPECT_EQ(container().lookup("tcp:host:7", 1), second);
 }
 
+// A removal may wait for the client's listener.
+TEST_F(RuvoNNCommands, UnregisterSendsEarlierAnswersFirst) {
+    engine_.enroll("disk", "tcp:host:7", 1);
+    FakeConnection connection;
+    connection.sendString("RUVO_NN_UNREGISTER").sendString("tcp:host:7").sendInt(1);
+    EXPECT_EQ(engine_.run(connection), (Texts{"flush", "int 0"}));
+}
+
 TEST_F(RuvoNNCommands, UnregisterTraces) {
     engine_.enroll("disk", "tcp:host:7", 1);
     const std::string address = addressText(container().lookup("tcp:host:7", 1).get());

@@ -1,6 +1,7 @@
 #include "notifier/RuvoNNEngine.h"
 
 #include "runtime/net/VornDeliveryGathering.h"
+#include "runtime/net/VornNetLimits.h"
 #include "runtime/support/VornEvent.h"
 #include "runtime/support/VornException.h"
 #include "runtime/support/VornThreadName.h"
@@ -10,6 +11,8 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <cstdint>
 #include <map>
 #include <memory>
 #include <optional>
@@ -270,4 +273,103 @@ TEST(RuvoNNEngine, TracesTheWayOfAnEvent) {
                             "NotificationQueueHandler::run: index=1",
                             "NotificationQueueHandler::run: container unlocked"}));
     EXPECT_TRUE(log.has(9, "VornProducerConsumer::consume: found sentinel"));
+}
+
+// ---- room in the queue ---------------------------------------------------------------
+
+namespace {
+
+// A limit of two of these events.
+constexpr std::size_t kEventBytes = 40000;
+
+RuvoNNEngine::Event largeEvent() {
+    return VornSupport::makeCounted<RuvoService::RuvoNNEventNotification>(
+        "s", "e", "m", std::string(kEventBytes, 'x'));
+}
+
+class RuvoNNEngineRoom : public ::testing::Test {
+protected:
+    RuvoNNEngineRoom() { limit() = 2 * kEventBytes; }
+    ~RuvoNNEngineRoom() override { limit() = 67108864; }
+    static std::atomic<std::uint32_t>& limit() {
+        return VornNet::VornNetLimits::getInstance().eventQueueBytes;
+    }
+
+    // Lets the queue thread stand still inside an event until `go_` is set.
+    void holdQueue() {
+        recorder_->onEvent = [this] { go_.wait(); };
+        engine_.initialize();
+        engine_.produce(eventNamed("first"));
+        ASSERT_TRUE(recorder_->await(1));
+    }
+
+    TestNotifier engine_;
+    Recorder recorder_;
+    VornEvent go_{true};
+    TestSupport::FakeConnection connection_;
+};
+
+}  // namespace
+
+TEST_F(RuvoNNEngineRoom, IsThereUpToTheLimit) {
+    holdQueue();
+    engine_.produce(largeEvent());
+    engine_.waitForRoom(connection_);
+    EXPECT_EQ(connection_.written(), Texts{});
+    go_.set();
+}
+
+TEST_F(RuvoNNEngineRoom, IsWaitedForBeyondTheLimitWithTheAnswersSent) {
+    holdQueue();
+    for (int i = 0; i < 3; ++i) engine_.produce(largeEvent());
+    std::atomic<bool> hasRoom{false};
+    std::jthread raiser([&] {
+        engine_.waitForRoom(connection_);
+        hasRoom = true;
+    });
+    EXPECT_TRUE(waitUntil([&] { return connection_.flushes() == 1; }));
+    EXPECT_FALSE(hasRoom);
+    go_.set();
+    EXPECT_TRUE(waitUntil([&] { return hasRoom.load(); }));
+    EXPECT_TRUE(recorder_->await(4));
+}
+
+TEST_F(RuvoNNEngineRoom, IsNotWaitedForOnceTheEngineStops) {
+    holdQueue();
+    for (int i = 0; i < 3; ++i) engine_.produce(largeEvent());
+    std::jthread raiser([&] { engine_.waitForRoom(connection_); });
+    EXPECT_TRUE(waitUntil([&] { return connection_.flushes() == 1; }));
+    std::jthread stopping([&] { engine_.cleanup(); });
+    raiser.join();
+    go_.set();
+    stopping.join();
+    EXPECT_EQ(recorder_->names().size(), 4u) << "what was raised is told all the same";
+}
+
+TEST_F(RuvoNNEngineRoom, KeepsACommandWaitingThatRaisesAnEvent) {
+    holdQueue();
+    for (int i = 0; i < 3; ++i) engine_.produce(largeEvent());
+    std::jthread raiser([&] {
+        connection_.sendString("RUVO_NN_NOTIFY").sendString("s").sendString("last");
+        connection_.sendString("m").sendInt(0);
+        engine_.run(connection_);
+    });
+    EXPECT_TRUE(waitUntil([&] { return connection_.flushes() == 1; }));
+    EXPECT_EQ(connection_.reads(), Texts{"string"}) << "the command's name alone";
+    go_.set();
+    raiser.join();
+    EXPECT_EQ(connection_.written(), (Texts{"flush", "int 0"}));
+    EXPECT_TRUE(recorder_->await(5));
+}
+
+TEST(RuvoNNEngine, SendsASingleEventAtOnceAndABurstTogether) {
+    TestNotifier engine;
+    Recorder recorder;
+    engine.initialize();
+    for (int round = 1; round <= 20; ++round) {
+        engine.produce(eventNamed("single"));
+        ASSERT_TRUE(recorder->await(101 * round - 100));
+        for (int i = 0; i < 100; ++i) engine.produce(eventNamed("burst"));
+        ASSERT_TRUE(recorder->await(101 * round));
+    }
 }

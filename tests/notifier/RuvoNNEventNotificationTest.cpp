@@ -38,12 +38,14 @@ TEST(RuvoNNEventNotification, HasACopyOfTheCallersBytes) {
     EXPECT_EQ(dataOf(*event), "first");
 }
 
-TEST(RuvoNNEventNotification, TakesBytesOverWithoutACopy) {
-    std::string bytes(1000, 'x');
-    const char* const where = bytes.data();
-    const auto event = makeCounted<RuvoNNEventNotification>("s", "e", "m", std::move(bytes));
-    EXPECT_EQ(static_cast<const void*>(event->getData()), static_cast<const void*>(where));
-    EXPECT_EQ(event->getDataSize(), 1000);
+TEST(RuvoNNEventNotification, HasItsContentReadyForTheWire) {
+    const auto event = makeCounted<RuvoNNEventNotification>("sender", "e", "", 2, "\0x");
+    EXPECT_EQ(event->getContent(),
+              std::string("\0\0\0\6sender\0\0\0\1e\0\0\0\0\0\0\0\2\0x", 25));
+    EXPECT_EQ(event->getSender(), "sender");
+    EXPECT_EQ(event->getEventName(), "e");
+    EXPECT_EQ(event->getMessage(), "");
+    EXPECT_EQ(dataOf(*event), std::string("\0x", 2));
 }
 
 TEST(RuvoNNEventNotification, MayBeWithoutData) {

@@ -29,7 +29,9 @@ public:
     std::vector<std::string> withdraw(const std::string& remoteName, std::int32_t handle) {
         TestSupport::FakeConnection connection;
         connection.sendString("RUVO_NN_UNREGISTER").sendString(remoteName).sendInt(handle);
-        return run(connection);
+        auto written = run(connection);
+        std::erase(written, "flush");
+        return written;
     }
     std::vector<std::string> raise(const std::string& eventName, const std::string& data = "") {
         TestSupport::FakeConnection connection;
