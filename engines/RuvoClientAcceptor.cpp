@@ -71,6 +71,8 @@ void RuvoClientAcceptor::dispatch(
             VORN_LOG(2, "RuvoClientAcceptor::dispatch: unknown exception");
         }
     }
+    // At once: the client's last bytes are not waited for on a listener's thread.
+    connection->abort();
     connection->close();
 }
 

@@ -66,7 +66,11 @@ bool RuvoNetworkService::listen(const char* className,
         setServer(makeEndpoint());
         VORN_LOG(4, className << "::initialize: listening on " << getAddress());
         if (RuvoNetworkService::initialize()) return true;
+    } catch (const VornSupport::VornPropertyNotFound& e) {
+        VORN_LOG(9, className << "::initialize: exception setting server - " << e.getMessage()
+                              << " (" << e.getCode() << ")");
     } catch (const VornException& e) {
+        VORN_LOG(2, getMonitorName() << " cannot listen: " << e.getMessage());
         VORN_LOG(9, className << "::initialize: exception setting server - " << e.getMessage()
                               << " (" << e.getCode() << ")");
     }

@@ -52,7 +52,7 @@ RuvoService::RuvoService(const std::string& propertiesPath, const std::string& h
       clientThreadPool(std::make_unique<RuvoServiceClientThreadPool>()) {
     properties->loadProperties(propertiesPath_, "=");
     m_pThis = this;
-    acceptor_ = std::make_unique<RuvoServiceClientAcceptor>(*clientThreadPool);
+    acceptor_ = std::make_unique<RuvoServiceClientAcceptor>();
     directories_ = RuvoDirectories::of(properties->getPropertyOr("ruvod.operating-directory", ""));
     try {
         readSettings();
@@ -157,6 +157,7 @@ void RuvoService::removeThreadFromPool(VornSupport::VornThread& thread) {
 bool RuvoService::go() {
     VORN_LOG(9, "RuvoService::go: entering");
     initialize();
+    acceptor_->setRefusing(false);
     auto& manager = VornEventMonitorManager::getInstance();
     manager.addDependent(*this);
     bool good = true;
@@ -168,9 +169,11 @@ bool RuvoService::go() {
         VORN_LOG(2, "RuvoService::go: exception: " << e.what());
         good = false;
     }
-    manager.stopMonitors();
-    // Nobody is served any more: clients that wait in a read end here and now.
+    // Nobody is served any more: clients that wait in a read end here and now, and
+    // none can go on to give the engines work that they must finish first.
+    acceptor_->setRefusing(true);
     VornNet::VornAcceptedConnections::getInstance().abortAll();
+    manager.stopMonitors();
     manager.removeDependent(*this);
     properties->removeDependent(*this);
     return good;

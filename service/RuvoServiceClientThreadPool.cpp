@@ -2,8 +2,6 @@
 
 #include "runtime/support/VornLogging.h"
 
-#include <algorithm>
-
 namespace RuvoService {
 
 using VornSupport::VornCollaborator;
@@ -30,7 +28,7 @@ RuvoServiceClientThreadPool::~RuvoServiceClientThreadPool() {
 void RuvoServiceClientThreadPool::add(VornThread& thread) {
     thread.addDependent(*this);
     VornCriticalSection lock(lock_);
-    threads_.push_back(&thread);
+    threads_.insert(&thread);
 }
 
 void RuvoServiceClientThreadPool::remove(VornThread& thread) {
@@ -51,7 +49,7 @@ void RuvoServiceClientThreadPool::handleNotification(VornCollaborator& source,
 
 void RuvoServiceClientThreadPool::erase(const VornCollaborator& thread) {
     VornCriticalSection lock(lock_);
-    std::erase_if(threads_, [&thread](const VornThread* entry) { return entry == &thread; });
+    threads_.erase(&thread);
     // Inside the lock: the destructor that finds the list empty takes the event
     // along.
     if (threads_.empty()) emptied_.set();

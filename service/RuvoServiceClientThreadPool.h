@@ -6,7 +6,7 @@
 #include "runtime/support/VornThread.h"
 
 #include <cstddef>
-#include <vector>
+#include <unordered_set>
 
 namespace RuvoService {
 
@@ -32,7 +32,7 @@ public:
 private:
     void erase(const VornSupport::VornCollaborator& thread);
 
-    std::vector<VornSupport::VornThread*> threads_ VORN_GUARDED_BY(lock_);
+    std::unordered_set<const VornSupport::VornCollaborator*> threads_ VORN_GUARDED_BY(lock_);
     mutable VornSupport::VornCriticalSectionObject lock_;
     VornSupport::VornEvent emptied_;
 };

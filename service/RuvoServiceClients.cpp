@@ -4,8 +4,10 @@
 #include "service/RuvoService.h"
 
 #include "runtime/monitor/VornEventMonitorManager.h"
+#include "runtime/net/VornNetLimits.h"
 #include "runtime/support/VornException.h"
 #include "runtime/support/VornLogging.h"
+#include "runtime/support/VornTimer.h"
 #include "runtime/support/VornTokenizer.h"
 
 #include <cctype>
@@ -35,6 +37,25 @@ bool isText(char c) {
     const auto byte = static_cast<unsigned char>(c);
     return std::isalnum(byte) != 0 || std::isspace(byte) != 0 || std::ispunct(byte) != 0;
 }
+
+// Breaks a client off that does not say in time what it is. Whoever can reach the
+// port could fill the places of all others with connections else.
+class OpeningTimer : public VornSupport::VornTimer {
+public:
+    explicit OpeningTimer(VornConnection& connection) : connection_(connection) {
+        start(VornNet::VornNetLimits::getInstance().openingMs, true);
+    }
+    ~OpeningTimer() override { stop(); }
+
+private:
+    void timerFired() override {
+        VORN_LOG(3, "RuvoService::handleClient: no first line within \"ruvod.limits.opening-ms\" "
+                    "from " << connection_.getPeerName());
+        connection_.abort();
+    }
+
+    VornConnection& connection_;
+};
 
 }  // namespace
 
@@ -89,7 +110,11 @@ bool RuvoService::isProxyRequest(VornConnection& connection) {
 RuvoService::Opening RuvoService::readOpening(VornConnection& connection) {
     char buffer[kLineSize];
     bool closed = false;
-    const std::string line = connection.readLine(buffer, kLineSize, closed);
+    std::string line;
+    {
+        const OpeningTimer timer(connection);
+        line = connection.readLine(buffer, kLineSize, closed);
+    }
     if (line.find(kHTTP) != std::string::npos) return openHTTP(line);
     Opening opening;
     opening.serviceName = line;

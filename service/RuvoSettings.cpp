@@ -85,6 +85,8 @@ void applyNetSettings(const RuvoProperties& properties) {
     limits.clients = static_cast<int>(number("ruvod.limits.clients"));
     limits.stringBytes = static_cast<std::uint32_t>(number("ruvod.limits.string-bytes"));
     limits.blockBytes = static_cast<std::uint32_t>(number("ruvod.limits.block-bytes"));
+    limits.eventQueueBytes = static_cast<std::uint32_t>(number("ruvod.limits.event-queue-bytes"));
+    limits.openingMs = static_cast<int>(number("ruvod.limits.opening-ms"));
     limits.deliveryMs = static_cast<int>(number("ruvod.limits.delivery-ms"));
     VornNet::VornLocalAccess::getInstance().configure(
         choiceOf(properties, "ruvod.local-access"), textOf(properties, "ruvod.local-access.group"));

@@ -33,6 +33,27 @@ TEST(Module, MakesItsMonitorsKnownFromAttachToDetach) {
     EXPECT_EQ(log.texts(9).back(), "ruvos::Module::detach: exiting");
 }
 
+// Who lists or starts them sees them in the order in which they were made.
+TEST(Module, MakesItsMonitorsInTheirOrder) {
+    Module module;
+    module.attach();
+    const TestSupport::LogCapture log;
+    VornEventMonitorManager::getInstance().startMonitors(
+        VornSupport::makeCounted<VornSupport::VornProperties<std::string>>(true));
+    std::vector<std::string> order;
+    for (const auto& text : log.texts()) {
+        for (const std::string name : {"RuvoTCPServer::initialize", "RuvoUDPServer::initialize",
+                                       "RuvoNNEngine::initialize"}) {
+            if (text.starts_with(name) && (order.empty() || order.back() != name)) {
+                order.push_back(name);
+            }
+        }
+    }
+    VornEventMonitorManager::getInstance().stopMonitors();
+    EXPECT_THAT(order, ElementsAre("RuvoTCPServer::initialize", "RuvoUDPServer::initialize",
+                                   "RuvoNNEngine::initialize"));
+}
+
 TEST(Module, CanBeAttachedAgain) {
     Module module;
     module.attach();

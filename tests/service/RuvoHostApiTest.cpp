@@ -95,6 +95,30 @@ TEST(RuvoHostApi, RunsTheDaemonFromCreateToDestroy) {
     EXPECT_EQ(addresses(), "");
 }
 
+TEST(RuvoHostApi, TellsWhenThreadsAreLeftAtTheEnd) {
+    class Left : public VornSupport::VornThread {
+    public:
+        Left() : VornThread("Left") {}
+        VornSupport::VornEvent end{true};
+
+    protected:
+        int run() override {
+            end.wait();
+            return 0;
+        }
+    };
+    const Place place("ruvod.tcp-server.port=0\n");
+    Left left;
+    ASSERT_TRUE(left.start());
+    char error[256] = "";
+    ASSERT_EQ(api().create(place.properties().c_str(), "", error, sizeof error), 0) << error;
+    EXPECT_EQ(api().destroy(1), 1);
+    EXPECT_TRUE(place.logged(2, "RuvoHostApi::destroy: threads still running: 1"));
+    left.end.set();
+    left.waitForThreadExit();
+    EXPECT_TRUE(VornSupport::VornThread::waitForLiveCount(0, 60000));
+}
+
 TEST(RuvoHostApi, CanBeDoneAgain) {
     const Place place("ruvod.tcp-server.port=0\n");
     for (int i = 0; i < 3; ++i) {

@@ -2,7 +2,6 @@
 
 #include "service/RuvoServiceClientThread.h"
 
-#include "runtime/net/VornNetLimits.h"
 #include "service/RuvoServiceClientAcceptor.h"
 #include "service/RuvoServiceClientThreadPool.h"
 #include "tests/service/OpenService.h"
@@ -25,7 +24,6 @@ using RuvoService::RuvoClientAcceptor;
 using RuvoService::RuvoServiceClientThreadPool;
 using TestSupport::FakeConnection;
 using TestSupport::waitUntil;
-using VornNet::VornNetLimits;
 using VornSupport::makeCounted;
 using VornSupport::VornThread;
 
@@ -124,10 +122,6 @@ TEST(RuvoServiceClientThreadPool, GoesAtOnceWhenNobodyIsLeft) {
 
 class RuvoServiceClientThreads : public ::testing::Test {
 protected:
-    ~RuvoServiceClientThreads() override {
-        VornNetLimits::getInstance().clients = 4096;
-    }
-
     static Client newClient() {
         auto client = makeCounted<FakeConnection>();
         client->waitForMore();
@@ -210,9 +204,8 @@ TEST_F(RuvoServiceClientThreads, ServeManyClientsAtOnce) {
 TEST_F(RuvoServiceClientThreads, LeaveNoTraceInThePoolWhenTheyCannotBeStarted) {
     const auto thread = makeCounted<WaitingThread>();
     thread->startable = false;
-    VornNetLimits::getInstance().clients = 1;
     EXPECT_FALSE(RuvoService::RuvoServiceClientThread::startInPool(*thread));
-    // The one place is free, and nobody waits for the thread that never was.
+    // Nobody waits for the thread that never was.
     const auto client = newClient();
     dispatch(client);
     EXPECT_FALSE(client->isClosed());
@@ -221,46 +214,6 @@ TEST_F(RuvoServiceClientThreads, LeaveNoTraceInThePoolWhenTheyCannotBeStarted) {
 }
 
 // ---- the acceptor --------------------------------------------------------------
-
-TEST_F(RuvoServiceClientThreads, AreNotMadeBeyondTheLimit) {
-    VornNetLimits::getInstance().clients = 2;
-    const std::vector<Client> clients{newClient(), newClient()};
-    for (const auto& client : clients) dispatch(client);
-    const auto refused = newClient();
-    dispatch(refused);
-    EXPECT_TRUE(refused->isClosed()) << "closed before dispatch returned";
-    EXPECT_EQ(place_.count(3, "RuvoServiceClientAcceptor::acceptClient: fake:1 closed, as "
-                              "\"ruvod.limits.clients\" (2) are connected"),
-              1);
-    for (const auto& client : clients) EXPECT_FALSE(client->isClosed());
-
-    clients[0]->endOfInput();
-    EXPECT_TRUE(waitUntil([] { return VornThread::liveCount() == 1; }));
-    const auto next = newClient();
-    dispatch(next);
-    EXPECT_FALSE(next->isClosed());
-    next->endOfInput();
-    clients[1]->endOfInput();
-    EXPECT_TRUE(waitUntil([] { return VornThread::liveCount() == 0; }));
-}
-
-TEST_F(RuvoServiceClientThreads, StayWithinTheLimitWhenListenersCompete) {
-    VornNetLimits::getInstance().clients = 5;
-    std::vector<Client> clients;
-    for (int i = 0; i < 40; ++i) clients.push_back(newClient());
-    std::vector<std::thread> listeners;
-    for (std::size_t listener = 0; listener < 4; ++listener) {
-        listeners.emplace_back([&, listener] {
-            for (std::size_t i = listener; i < clients.size(); i += 4) dispatch(clients[i]);
-        });
-    }
-    for (auto& listener : listeners) listener.join();
-    int served = 0;
-    for (const auto& client : clients) served += client->isClosed() ? 0 : 1;
-    EXPECT_EQ(served, 5);
-    for (const auto& client : clients) client->endOfInput();
-    EXPECT_TRUE(waitUntil([] { return VornThread::liveCount() == 0; }));
-}
 
 TEST(RuvoServiceClientAcceptor, IsInForceAsLongAsTheServiceLives) {
     const Place place;
@@ -274,6 +227,25 @@ TEST(RuvoServiceClientAcceptor, IsInForceAsLongAsTheServiceLives) {
     late->waitForMore();
     RuvoClientAcceptor::dispatch(late);
     EXPECT_TRUE(late->isClosed());
+}
+
+TEST(RuvoServiceClientAcceptor, ClosesClientsAtOnceWhileItRefuses) {
+    const Place place;
+    const OpenService service(place.properties(), "");
+    RuvoService::RuvoServiceClientAcceptor acceptor;
+    acceptor.setRefusing(true);
+    const auto refused = makeCounted<FakeConnection>();
+    refused->waitForMore();
+    RuvoClientAcceptor::dispatch(refused);
+    EXPECT_TRUE(refused->isClosed());
+    EXPECT_TRUE(refused->isAborted()) << "closing waited for the client";
+    acceptor.setRefusing(false);
+    const auto served = makeCounted<FakeConnection>();
+    served->waitForMore();
+    RuvoClientAcceptor::dispatch(served);
+    EXPECT_TRUE(waitUntil([&] { return served->isWaiting(); }));
+    served->endOfInput();
+    EXPECT_TRUE(waitUntil([&] { return served->isClosed(); }));
 }
 
 TEST(RuvoService, WaitsForItsClientsBeforeItGoes) {
