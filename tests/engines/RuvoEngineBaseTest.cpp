@@ -4,11 +4,11 @@
 #include "runtime/support/VornException.h"
 #include "tests/support/FakeConnection.h"
 #include "tests/support/LogCapture.h"
+#include "tests/support/TestSupport.h"
 
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <barrier>
 #include <set>
 #include <string>
 #include <thread>
@@ -57,7 +57,7 @@ public:
 
 // Waits until two of its kind are at work and tells who they are.
 struct Meeting {
-    std::barrier<> both{2};
+    std::atomic<int> arrived{0};
     std::atomic<const void*> who[2]{};
 } meeting;
 
@@ -65,8 +65,8 @@ class MEET final : public CountedHandler {
 public:
     void handleClient(VornConnection& connection, RuvoEngineBase&) override {
         meeting.who[connection.readInt()] = this;
-        meeting.both.arrive_and_wait();
-        connection.writeInt(0);
+        ++meeting.arrived;
+        if (TestSupport::waitUntil([] { return meeting.arrived == 2; })) connection.writeInt(0);
     }
 };
 
@@ -190,6 +190,7 @@ TEST(RuvoEngineBase, TracesTheWayInAndNotTheWayOut) {
 TEST(RuvoEngineBase, GivesEachRequestAHandlerOfItsOwn) {
     TestEngine engine;
     FakeConnection connections[2];
+    meeting.arrived = 0;
     std::vector<std::jthread> clients;
     for (int i = 0; i < 2; ++i) {
         connections[i].sendString("MEET").sendInt(i);
