@@ -303,10 +303,10 @@ protected:
         ASSERT_TRUE(recorder_->await(1));
     }
 
-    TestNotifier engine_;
-    Recorder recorder_;
     VornEvent go_{true};
+    Recorder recorder_;
     TestSupport::FakeConnection connection_;
+    TestNotifier engine_;  // ends first: its thread uses the others
 };
 
 }  // namespace

