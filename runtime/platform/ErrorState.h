@@ -15,7 +15,7 @@ public:
 
 private:
     int errorNumber_;
-    unsigned long systemError_ = 0;
+    [[maybe_unused]] unsigned long systemError_ = 0;  // Windows has one beside errno
 };
 
 }  // namespace VornPlatform

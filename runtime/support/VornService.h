@@ -27,6 +27,7 @@ public:
     // Asks run() to end. Repeated calls do nothing.
     void stop();
     bool isStopping();
+    bool isStoppable() const { return stoppable_; }
 
     virtual bool startIt(const std::string& argument) = 0;
     virtual bool stopIt() = 0;

@@ -366,7 +366,7 @@ TEST(RuvoNNEngine, SendsASingleEventAtOnceAndABurstTogether) {
     TestNotifier engine;
     Recorder recorder;
     engine.initialize();
-    for (int round = 1; round <= 20; ++round) {
+    for (std::size_t round = 1; round <= 20; ++round) {
         engine.produce(eventNamed("single"));
         ASSERT_TRUE(recorder->await(101 * round - 100));
         for (int i = 0; i < 100; ++i) engine.produce(eventNamed("burst"));

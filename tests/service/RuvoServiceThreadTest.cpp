@@ -36,6 +36,7 @@ protected:
 };
 
 TEST_F(RuvoServiceThreadTest, EndsWithZeroWhenTheWorkEndedWell) {
+    EXPECT_TRUE(service_.isStoppable());
     EXPECT_FALSE(isTold());
     EXPECT_EQ(exitCodeOfRun(), 0);
     EXPECT_TRUE(isTold());

@@ -144,7 +144,7 @@ TEST_F(VornLoggingTest, WritesNothingWhileAccessIsNotAllowed) {
 }
 
 TEST_F(VornLoggingTest, KeepsRecordsOfOneThreadApartThatAreOpenAtOnce) {
-    const auto inner = [this](int depth, const auto& self) -> std::string {
+    const auto inner = [](int depth, const auto& self) -> std::string {
         VORN_LOG(2, "inner " << (depth > 0 ? self(depth - 1, self) : "end"));
         return "value" + std::to_string(depth);
     };
