@@ -77,6 +77,7 @@ void RuvoService::readSettings() {
     applyLogFile(*properties, directories_);
     applyLogLevel(properties->getPropertyOr("logging.level", "1"));
     applyLogTarget(properties->getPropertyOr("logging.target", "2"));
+    VornSupport::VornLogging::getInstance().openFile();
     applyNetSettings(*properties);
     logBadValues(*properties, directories_);
     readNames();
@@ -247,6 +248,7 @@ void RuvoService::reloadProperties() {
     applyNetSettings(*properties);
     logBadValues(*properties, directories_);
     resetValues(false);
+    VornSupport::VornLogging::getInstance().openFile();
 }
 
 void RuvoService::processEvents() {

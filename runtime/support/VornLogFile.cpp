@@ -33,11 +33,16 @@ void VornLogFile::configure(const std::string& path, std::uint64_t maxBytes, int
     if (path != path_) {
         storage_->close();
         path_ = path;
+        problem_ = {};
         retryAt_ = {};
     }
     maxBytes_ = maxBytes;
     files_ = std::clamp(files, 0, kMostFiles);
     rotateAt_ = {};
+}
+
+void VornLogFile::open(TimePoint now) {
+    if (!path_.empty()) makeReady(now);
 }
 
 void VornLogFile::write(std::string_view line, TimePoint now) {
@@ -80,6 +85,12 @@ bool VornLogFile::catchUp(TimePoint now) {
     return true;
 }
 
+OsError VornLogFile::tryToOpen() {
+    const OsError error = storage_->open(path_);
+    if (error) problem_ = error;
+    return error;
+}
+
 // Sees to it that the name leads to the open file.
 bool VornLogFile::makeReady(TimePoint now) {
     const bool stale = now - checkedAt_ >= kRetry;
@@ -88,7 +99,7 @@ bool VornLogFile::makeReady(TimePoint now) {
     checkedAt_ = now;
     if (!storage_->isOpen()) {
         headWritten_ = 0;  // a line begun in the file before is begun anew in this one
-        if (storage_->open(path_)) {
+        if (tryToOpen()) {
             retryAt_ = now + kRetry;
             return false;
         }
@@ -113,6 +124,7 @@ bool VornLogFile::put(std::string_view line, TimePoint now) {
     headWritten_ += written;
     if (headWritten_ >= line.size()) {
         headWritten_ = 0;
+        problem_ = {};
         return true;
     }
     const OsCondition condition = error.condition();
@@ -120,13 +132,14 @@ bool VornLogFile::put(std::string_view line, TimePoint now) {
                           condition == OsCondition::WouldBlock ||
                           condition == OsCondition::Interrupted;
     if (!willPass) storage_->close();
+    if (!willPass || condition == OsCondition::NoSpace) problem_ = error;
     retryAt_ = now + kRetry;
     return false;
 }
 
 void VornLogFile::rotate(TimePoint now) {
     if (files_ == 0 ? storage_->truncate() : shiftFiles()) rotateAt_ = now + kRetry;
-    if (!storage_->isOpen() && storage_->open(path_)) {
+    if (!storage_->isOpen() && tryToOpen()) {
         retryAt_ = now + kRetry;
         return;
     }

@@ -62,12 +62,18 @@ public:
     // when `files` is 0. What is no regular file is never renamed.
     void configure(const std::string& path, std::uint64_t maxBytes, int files);
 
+    // Opens the file unless it is open, without regard to the time of the next try.
+    void open(TimePoint now);
     // `line` includes its line end.
     void write(std::string_view line, TimePoint now);
     // Writes what is held back, without regard to the time of the next try.
     // False when something still is.
     bool flush(TimePoint now);
 
+    // Why the file could not be opened or written, last time; none when it could,
+    // or when it only takes no more for the moment.
+    VornPlatform::OsError problem() const { return problem_; }
+    const std::string& path() const { return path_; }
     std::size_t heldBytes() const { return heldBytes_; }
     std::size_t lostLines() const { return lost_; }
 
@@ -77,11 +83,13 @@ private:
     bool makeReady(TimePoint now);
     bool put(std::string_view line, TimePoint now);
     void rotate(TimePoint now);
+    VornPlatform::OsError tryToOpen();
     VornPlatform::OsError shiftFiles();
 
     const LostLine lostLine_;
     const std::unique_ptr<VornLogStorage> storage_;
     std::string path_;
+    VornPlatform::OsError problem_;
     std::uint64_t maxBytes_ = 0;
     int files_ = 0;
     std::uint64_t fileBytes_ = 0;  // about as many; looked up once a second

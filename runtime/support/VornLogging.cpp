@@ -108,6 +108,7 @@ struct VornLogging::Impl {
     void switchOn() VORN_REQUIRES(mutex) { on_ = allowed ? level.load() : -1; }
     void write(VornLogRecord& record) VORN_EXCLUDES(mutex);
     std::string lostLine(std::size_t lost) VORN_REQUIRES(mutex);
+    void tellOfTrouble() VORN_REQUIRES(mutex);
 
     std::atomic<int> level{on_.load()};
     std::atomic<int> target{static_cast<int>(VornLogTarget::StandardError)};
@@ -116,6 +117,7 @@ struct VornLogging::Impl {
     bool allowed VORN_GUARDED_BY(mutex) = true;
     VornLogClock clock VORN_GUARDED_BY(mutex);
     VornLogFile file VORN_GUARDED_BY(mutex);
+    bool toldOfTrouble VORN_GUARDED_BY(mutex) = false;
     SystemWriter systemWriter VORN_GUARDED_BY(mutex) = &VornPlatform::writeSystemLog;
 };
 
@@ -129,7 +131,19 @@ void VornLogging::Impl::write(VornLogRecord& record) {
     if (!toFile && !toStandardError) return;
     const std::string_view line = record.line(clock.format(std::chrono::system_clock::now()));
     if (toStandardError) VornPlatform::writeStandardError(line);
-    if (toFile) file.write(line, std::chrono::steady_clock::now());
+    if (toFile) {
+        file.write(line, std::chrono::steady_clock::now());
+        tellOfTrouble();
+    }
+}
+
+// Nobody would look for the reason in a log that is not there.
+void VornLogging::Impl::tellOfTrouble() {
+    const VornPlatform::OsError problem = file.problem();
+    if (!problem || toldOfTrouble) return;
+    toldOfTrouble = true;
+    VornPlatform::writeStandardError("VornLogging: the log file " + file.path() +
+                                     " cannot be written: " + problem.text() + "\n");
 }
 
 std::string VornLogging::Impl::lostLine(std::size_t lost) {
@@ -181,6 +195,18 @@ void VornLogging::setFile(const std::string& path, std::uint64_t maxBytes, int f
     }
     VornMutexLock lock(impl_->mutex);
     impl_->file.configure(absolute, maxBytes, files);
+    impl_->toldOfTrouble = false;
+}
+
+void VornLogging::openFile() {
+    const ErrorStateKeeper keeper;
+    try {
+        VornMutexLock lock(impl_->mutex);
+        if (!goesTo(impl_->target, VornLogTarget::File)) return;
+        impl_->file.open(std::chrono::steady_clock::now());
+        impl_->tellOfTrouble();
+    } catch (...) {
+    }
 }
 
 void VornLogging::setSystemName(const std::string& name) {

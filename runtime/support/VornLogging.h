@@ -39,7 +39,8 @@ inline constexpr VornEndRecord endrecord{};
 // in which control characters appear as \n, \r, \t or \xNN, so that no client
 // can forge a line. What cannot be written (a full disk, a file that is gone)
 // is kept up to 1 MiB and written when the file can be again; what was lost
-// beyond that is counted in a line of its own.
+// beyond that is counted in a line of its own. The first time that a file cannot
+// be opened or written after setFile, one line on standard error says so.
 class VORN_EXPORT VornLogging {
 public:
     static VornLogging& getInstance();
@@ -59,6 +60,8 @@ public:
     // (0: emptied instead). The path is made absolute when it is set. Opened at
     // the first record.
     void setFile(const std::string& path, std::uint64_t maxBytes, int files);
+    // Opens the file now if records go there.
+    void openFile();
     // The name under which target 4 reports to the system's log.
     void setSystemName(const std::string& name);
     // Called, under the log's lock, in place of the system's log; null: no more.

@@ -270,6 +270,55 @@ TEST_F(VornLogFileTest, OpensAnewAfterAnErrorThatWillNotPass) {
     EXPECT_EQ(content(), "one\ntwo\nthree\n");
 }
 
+TEST_F(VornLogFileTest, OpensItsFileWhenAskedTo) {
+    file_.open(now_);
+    EXPECT_EQ(disk_.opens, 0);
+    file_.configure("log", 0, 0);
+    file_.open(now_);
+    EXPECT_TRUE(disk_.files.contains("log"));
+    file_.open(now_);
+    write("one\n");
+    EXPECT_EQ(disk_.opens, 1);
+    EXPECT_EQ(content(), "one\n");
+    EXPECT_FALSE(file_.problem());
+}
+
+TEST_F(VornLogFileTest, KnowsWhyItsFileCannotBeOpened) {
+    disk_.openError = errorOf(OsCondition::NotFound);
+    file_.configure("log", 0, 0);
+    EXPECT_FALSE(file_.problem());
+    file_.open(now_);
+    EXPECT_EQ(file_.problem().code(), disk_.openError.code());
+    disk_.openError = {};
+    now_ += seconds(1);
+    write("one\n");
+    EXPECT_FALSE(file_.problem());
+    disk_.openError = errorOf(OsCondition::NotFound);
+    file_.configure("other", 0, 0);
+    write("two\n");
+    EXPECT_TRUE(file_.problem());
+    file_.configure("third", 0, 0);
+    EXPECT_FALSE(file_.problem());
+}
+
+TEST_F(VornLogFileTest, KnowsWhyItsFileCannotBeWritten) {
+    file_.configure("log", 0, 0);
+    disk_.space = 4;
+    write("one\n");
+    EXPECT_FALSE(file_.problem());
+    write("two\n");
+    EXPECT_EQ(file_.problem().condition(), OsCondition::NoSpace);
+    disk_.space.reset();
+    EXPECT_TRUE(file_.flush(now_));
+    EXPECT_FALSE(file_.problem());
+    disk_.writeError = errorOf(OsCondition::WouldBlock);  // a slow reader is no trouble
+    write("three\n");
+    EXPECT_FALSE(file_.problem());
+    disk_.writeError = errorOf(OsCondition::Closed);
+    EXPECT_FALSE(file_.flush(now_));
+    EXPECT_EQ(file_.problem().condition(), OsCondition::Closed);
+}
+
 TEST_F(VornLogFileTest, RotatesBeforeTheLimitIsPassed) {
     file_.configure("log", 10, 2);
     for (const char* line : {"line1\n", "line2\n", "line3\n", "line4\n"}) write(line);

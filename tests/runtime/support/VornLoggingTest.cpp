@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <regex>
@@ -308,6 +309,41 @@ TEST_F(VornLoggingTest, StandardErrorTargetsWriteThere) {
         text, std::regex(R"(\S+ \[main\] 1 only there\n\S+ \[main\] 1 in both\n)")))
         << text;
     EXPECT_EQ(records(), Records{"[main] 1 in both"});
+}
+
+TEST_F(VornLoggingTest, TellsOnceOnStandardErrorThatTheFileCannotBeWritten) {
+    const std::string folder = directory_.file("folder");
+    std::filesystem::create_directory(TestSupport::toPath(folder));
+    const std::string beginning = "VornLogging: the log file " + folder + " cannot be written: ";
+    const auto told = [&](const auto& work) {
+        testing::internal::CaptureStderr();
+        work();
+        return testing::internal::GetCapturedStderr();
+    };
+    log_.setFile(folder, 0, 0);
+    const std::string line = told([&] { log_.openFile(); });
+    EXPECT_EQ(line.rfind(beginning, 0), 0u) << line;
+    EXPECT_GT(line.size(), beginning.size() + 1);
+    EXPECT_EQ(std::count(line.begin(), line.end(), '\n'), 1);
+    EXPECT_EQ(told([&] {
+                  log_.openFile();
+                  VORN_LOG(1, "text");
+                  log_.flush();
+              }),
+              "");
+    log_.setFile(folder, 0, 0);
+    EXPECT_EQ(told([&] { log_.openFile(); }), line);  // configured anew
+    log_.setFile(folder, 0, 0);
+    EXPECT_EQ(told([&] { VORN_LOG(1, "text"); }), line);
+}
+
+TEST_F(VornLoggingTest, OpensItsFileOnlyWhereRecordsGoThere) {
+    log_.setTarget(static_cast<int>(VornLogTarget::StandardError));
+    log_.openFile();
+    EXPECT_FALSE(TestSupport::exists(path_));
+    log_.setTarget(static_cast<int>(VornLogTarget::FileAndStandardError));
+    log_.openFile();
+    EXPECT_TRUE(TestSupport::exists(path_));
 }
 
 struct LogsAtTheEnd {
