@@ -1,6 +1,7 @@
 #include "service/RuvoConfigurationCheck.h"
 
 #include "runtime/support/VornPropertiesText.h"
+#include "runtime/support/VornShortText.h"
 #include "service/RuvoConfigurationKeys.h"
 
 #include <map>
@@ -9,6 +10,7 @@
 
 namespace RuvoService {
 
+using VornSupport::shortText;
 using VornSupport::VornPropertyLine;
 
 namespace {
@@ -25,13 +27,13 @@ public:
 
     void visit(const VornPropertyLine& line) {
         if (line.key.empty()) {
-            complain(line.number, "there is no key and value in \"" + std::string(line.value) + "\"");
+            complain(line.number, "there is no key and value in \"" + shortText(line.value) + "\"");
             return;
         }
         const std::string key(line.key);
         if (const auto earlier = values_.find(key); earlier != values_.end()) {
             complain(line.number,
-                     key + ": was given before, on line " + std::to_string(earlier->second.line));
+                     shortText(key) + ": was given before, on line " + std::to_string(earlier->second.line));
         }
         values_.insert_or_assign(key, Value{line.number, std::string(line.value)});
     }
@@ -46,7 +48,7 @@ public:
             const std::string complaint =
                 known == nullptr ? "the key is unknown"
                                  : complainAboutValue(*known, value.text, directories);
-            if (!complaint.empty()) complain(value.line, key + ": " + complaint);
+            if (!complaint.empty()) complain(value.line, shortText(key) + ": " + complaint);
         }
         for (const auto& known : ruvoConfigurationKeys()) {
             if (!known.required || values_.contains(known.key)) continue;

@@ -1,6 +1,7 @@
 #include "service/RuvoConfigurationKeys.h"
 
 #include "runtime/platform/PathText.h"
+#include "runtime/support/VornShortText.h"
 
 #include <charconv>
 #include <filesystem>
@@ -71,7 +72,9 @@ bool isOneOf(std::string_view words, std::string_view value) {
     return false;
 }
 
-std::string quoted(const std::string& value) { return '"' + value + '"'; }
+std::string quoted(const std::string& value) {
+    return '"' + VornSupport::shortText(value) + '"';
+}
 
 std::filesystem::path joined(const std::string& base, const std::string& path) {
     return VornPlatform::pathFromUtf8(base) / VornPlatform::pathFromUtf8(path);
@@ -133,10 +136,14 @@ std::string complainAboutValue(const RuvoConfigurationKey& key, const std::strin
             if (isOneOf(key.words, value)) return {};
             return quoted(value) + " is not one of " + std::string(key.words);
         case Kind::Directory:
+            if (value.empty()) return "the value is empty";
             if (isDirectory(joined(directories.start, value))) return {};
             return "there is no directory " + quoted(value);
         case Kind::FilePath:
             if (value.empty()) return "the value is empty";
+            if (isDirectory(joined(directories.operating, value))) {
+                return quoted(value) + " is a directory";
+            }
             if (isDirectory(joined(directories.operating, value).parent_path())) return {};
             return "there is no directory for " + quoted(value);
     }

@@ -4,6 +4,7 @@
 #include "runtime/net/VornNetLimits.h"
 #include "runtime/platform/PathText.h"
 #include "runtime/support/VornLogging.h"
+#include "runtime/support/VornShortText.h"
 
 #include <cctype>
 #include <filesystem>
@@ -98,7 +99,7 @@ void logBadValues(const RuvoProperties& properties, const RuvoDirectories& direc
         if (known == nullptr) return;
         const std::string complaint = complainAboutValue(*known, value, directories);
         if (complaint.empty()) return;
-        VORN_LOG(2, "RuvoService::readSettings: " << key << ": " << complaint);
+        VORN_LOG(2, "RuvoService::readSettings: " << VornSupport::shortText(key) << ": " << complaint);
     });
 }
 

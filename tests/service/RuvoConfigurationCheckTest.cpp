@@ -55,6 +55,35 @@ TEST_F(RuvoConfigurationCheckTest, TellsOfTheMissingOperatingDirectory) {
                 ElementsAre(" ruvod.operating-directory: the key is missing"));
 }
 
+TEST_F(RuvoConfigurationCheckTest, TellsOfAnEmptyOperatingDirectory) {
+    EXPECT_THAT(complaintsOfFile("ruvod.operating-directory=\n"),
+                ElementsAre("1: ruvod.operating-directory: the value is empty"));
+    EXPECT_THAT(complaintsOfFile("ruvod.operating-directory =  \r\n"),
+                ElementsAre("1: ruvod.operating-directory: the value is empty"));
+}
+
+TEST_F(RuvoConfigurationCheckTest, TellsOfALogFileThatIsADirectory) {
+    EXPECT_THAT(complaints("logging.file=.\n"),
+                ElementsAre("2: logging.file: \".\" is a directory"));
+}
+
+TEST_F(RuvoConfigurationCheckTest, ShowsTheBeginningOfLongTexts) {
+    const std::string text(100000, 'x');
+    const std::string shown = std::string(200, 'x') + "...";
+    EXPECT_THAT(complaints(text + "\n"),
+                ElementsAre("2: there is no key and value in \"" + shown + "\""));
+    EXPECT_THAT(complaints(text + "=1\n" + text + "=2\n"),
+                ElementsAre("3: " + shown + ": was given before, on line 2",
+                            "3: " + shown + ": the key is unknown"));
+    EXPECT_THAT(complaints("logging.level=" + text + "\nlogging.file=no/" + text + "\n"),
+                ElementsAre("3: logging.file: there is no directory for \"no/" +
+                                shown.substr(3) + "\"",
+                            "2: logging.level: \"" + shown + "\" is not a number from 0 to 9"));
+    EXPECT_THAT(complaints("ruvod.gateway=" + std::string(199, 'x') + "\xc3\xa9y\n"),
+                ElementsAre("2: ruvod.gateway: \"" + std::string(199, 'x') +
+                            "...\" is not one of on|off"));
+}
+
 TEST_F(RuvoConfigurationCheckTest, TellsLineAndKeyOfUnknownKeysAndBadValues) {
     EXPECT_THAT(complaints("ruvod.nonsense=1\nlogging.level=12\n"),
                 ElementsAre("3: logging.level: \"12\" is not a number from 0 to 9",
