@@ -3,8 +3,10 @@
 #include "notifier/RuvoNNConsumer.h"
 #include "notifier/RuvoNNEngine.h"
 #include "runtime/net/VornProxyDependentContainer.h"
+#include "runtime/net/VornRemoteName.h"
 #include "runtime/support/VornException.h"
 #include "runtime/support/VornLogging.h"
+#include "runtime/support/VornShortText.h"
 
 #include <cstdint>
 #include <string>
@@ -35,6 +37,11 @@ void RUVO_NN_REGISTER::handleClient(VornConnection& connection, RuvoEngineBase&)
     if (signature.empty()) {
         connection.writeInt(kEmptyName);
     } else {
+        // Accepted all the same; nothing else would ever tell why nothing comes.
+        if (!VornNet::VornRemoteName::parse(remoteName)) {
+            VORN_LOG(3, "RUVO_NN_REGISTER::handleClient: "
+                            << VornSupport::shortText(remoteName) << " cannot be reached");
+        }
         container.add(VornSupport::makeCounted<RuvoNNConsumer>(remoteName, handle, signature));
         connection.writeInt(kDone);
     }

@@ -70,6 +70,22 @@ TEST_F(RuvoNNCommands, RegisterTakesWhatTurnsOutUseless) {
     EXPECT_EQ(container().size(), 3);
 }
 
+TEST_F(RuvoNNCommands, RegisterTellsOfARemoteNameThatCannotBeReached) {
+    const LogCapture log(3);
+    for (const std::string name : {"no remote name", "", "pipe", "tcp:host:0", "tcp:host:70000"}) {
+        EXPECT_EQ(engine_.enroll("disk", name, 1), kDone);
+        EXPECT_TRUE(log.has(3, "RUVO_NN_REGISTER::handleClient: " + name + " cannot be reached"))
+            << name;
+    }
+    EXPECT_EQ(engine_.enroll("disk", std::string(100000, 'x'), 1), kDone);
+    EXPECT_TRUE(log.has(3, "RUVO_NN_REGISTER::handleClient: " + std::string(200, 'x') +
+                               "... cannot be reached"));
+    const auto told = log.beginning("RUVO_NN_REGISTER::").size();
+    EXPECT_EQ(engine_.enroll("disk", "tcp:host:7", 1), kDone);
+    EXPECT_EQ(engine_.enroll("", "no remote name", 1), Texts{"int -2"});
+    EXPECT_EQ(log.beginning("RUVO_NN_REGISTER::").size(), told);
+}
+
 TEST_F(RuvoNNCommands, RegisterTraces) {
     const LogCapture log(9);
     engine_.enroll("disk", "tcp:host:7", 1);
