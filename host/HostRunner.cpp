@@ -1,6 +1,5 @@
 #include "host/HostRunner.h"
 
-#include "host/HostCommandLine.h"
 #include "runtime/platform/Signals.h"
 #include "runtime/platform/StandardError.h"
 
@@ -32,6 +31,14 @@ void reload() {
 void say(const std::string& line) {
     std::fputs((line + "\n").c_str(), stdout);
     std::fflush(stdout);
+}
+
+// False, with a complaint, when something of what was said got lost. A running
+// daemon does not ask: it serves its clients whoever listens.
+bool wasHeard() {
+    if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0) return true;
+    complain("cannot write to standard output");
+    return false;
 }
 
 // Whoever started us waits for the last of these lines.
@@ -86,7 +93,14 @@ int runService(const RuvoHostApi& module, const std::string& properties) {
 
 int checkProperties(const RuvoHostApi& module, const std::string& properties) {
     const auto print = [](void*, const char* line) { say(line); };
-    return module.check(properties.c_str(), print, nullptr) == 0 ? kSuccess : kFailure;
+    const bool isGood = module.check(properties.c_str(), print, nullptr) == 0;
+    return wasHeard() && isGood ? kSuccess : kFailure;
+}
+
+int leave(const HostCommandLine& line) {
+    std::fputs(line.output.c_str(), stdout);
+    VornPlatform::writeStandardError(line.errors);
+    return wasHeard() ? line.exitStatus : kFailure;
 }
 
 }  // namespace RuvoHost

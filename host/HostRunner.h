@@ -1,5 +1,6 @@
 #pragma once
 
+#include "host/HostCommandLine.h"
 #include "service/RuvoHostApi.h"
 
 #include <string>
@@ -14,6 +15,10 @@ void listenToSignals();
 // streams what there is to say.
 int runService(const RuvoHostApi& module, const std::string& properties);
 int checkProperties(const RuvoHostApi& module, const std::string& properties);
+
+// Prints what an Exit has to say and returns its status, or kFailure when that
+// cannot be written.
+int leave(const HostCommandLine& line);
 
 // "ruvohost: TEXT" on standard error.
 void complain(const std::string& text);

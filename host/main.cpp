@@ -3,17 +3,13 @@
 #include "host/HostRunner.h"
 #include "runtime/platform/ProgramSetup.h"
 
-#include <iostream>
-
 int main(int argc, char** argv) {
     using namespace RuvoHost;
     VornPlatform::prepareStandardStreams();
     const auto line = parseHostCommandLine(VornPlatform::programArguments(argc, argv), RUVO_VERSION);
     switch (line.action) {
         case HostAction::Exit:
-            std::cout << line.output;
-            std::cerr << line.errors;
-            return line.exitStatus;
+            return leave(line);
         case HostAction::Install:
         case HostAction::Remove:
             complain("this build has no service integration: start it with \"run\"");

@@ -97,5 +97,15 @@ TEST_F(HostRunner, PrintsWhatACheckFinds) {
     EXPECT_EQ(FakeModule::calls, "check file;check file;");
 }
 
+TEST_F(HostRunner, LeavesWithWhatTheCommandLineHasToSay) {
+    ::testing::internal::CaptureStdout();
+    ::testing::internal::CaptureStderr();
+    EXPECT_EQ(leave({.action = HostAction::Exit, .output = "help\n"}), kSuccess);
+    EXPECT_EQ(leave({.action = HostAction::Exit, .exitStatus = kBadUsage, .errors = "bad\n"}),
+              kBadUsage);
+    EXPECT_EQ(::testing::internal::GetCapturedStdout(), "help\n");
+    EXPECT_EQ(::testing::internal::GetCapturedStderr(), "bad\n");
+}
+
 }  // namespace
 }  // namespace RuvoHost
