@@ -75,4 +75,8 @@ ruvo_status ruvo_listener_wake(ruvo_listener* listener) {
     });
 }
 
+uint64_t ruvo_listener_lost(const ruvo_listener* listener) {
+    return listener == nullptr ? 0 : listener->listener.lost();
+}
+
 void ruvo_delivery_free(ruvo_delivery* delivery) { delete static_cast<OwnedDelivery*>(delivery); }

@@ -18,7 +18,8 @@ class RUVO_API RuvoJobs {
 public:
     explicit RuvoJobs(RuvoClient& client) : client_(client) {}
 
-    // The new job's id, 1 to 10000. -1: the name is taken; 0: the table is full.
+    // The new job's id, 1 to 10000. -1: the name is taken. While all ids
+    // are taken it is 10000, and the job that had it is gone.
     std::int32_t create(std::string_view name, std::string_view description);
     // Replaces the job's list of numbers.
     void map(std::int32_t id, std::span<const std::int32_t> numbers);

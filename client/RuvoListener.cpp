@@ -1,6 +1,7 @@
 #include "client/RuvoListener.h"
 
 #include "client/Delivery.h"
+#include "runtime/net/WireCodec.h"
 #include "runtime/platform/Socket.h"
 
 #include <algorithm>
@@ -49,6 +50,7 @@ public:
     bool wasWoken() const { return woken_; }
     void wake() { waker_.wake(); }
     std::uint64_t rejected() const { return rejected_; }
+    std::uint64_t lost() const { return lost_; }
 
 private:
     struct Connection {
@@ -62,7 +64,9 @@ private:
     bool receiveFrom(Connection& connection);
     bool takeDeliveries(Connection& connection);
     void receiveDatagram();
+    bool isOurs(std::int32_t handle) const { return handles_.empty() || handles_.contains(handle); }
     bool keep(RuvoDelivery&& delivery);
+    void giveUp(std::string_view begun);
     std::size_t heldBytes() const;
 
     const RuvoListenerOptions options_;
@@ -73,6 +77,7 @@ private:
     std::vector<Connection> connections_;
     std::deque<RuvoDelivery> ready_;
     std::uint64_t rejected_ = 0;
+    std::uint64_t lost_ = 0;
     bool woken_ = false;
     std::string datagram_;
 };
@@ -169,8 +174,15 @@ bool ListenerCore::receiveFrom(Connection& connection) {
     if (got.error) return got.error.condition() == OsCondition::WouldBlock;
     if (got.count == 0) return false;
     if (takeDeliveries(connection) && heldBytes() <= options_.maxHeldBytes) return true;
-    ++rejected_;
+    giveUp(connection.held);
     return false;
+}
+
+// Counts a delivery that will never be complete.
+void ListenerCore::giveUp(std::string_view begun) {
+    ++rejected_;
+    if (begun.size() < 4) return;
+    if (isOurs(static_cast<std::int32_t>(VornNet::decode32(begun.data())))) ++lost_;
 }
 
 // False when what came can never become a delivery.
@@ -202,8 +214,12 @@ void ListenerCore::receiveDatagram() {
     RuvoDelivery delivery;
     std::size_t consumed = 0;
     const std::string_view bytes(datagram_.data(), got.count);
-    if (decodeDelivery(bytes, options_, delivery, consumed) != DecodeOutcome::Complete ||
-        consumed != bytes.size()) {
+    const DecodeOutcome outcome = decodeDelivery(bytes, options_, delivery, consumed);
+    if (outcome == DecodeOutcome::Invalid) {
+        giveUp(bytes);
+        return;
+    }
+    if (outcome != DecodeOutcome::Complete || consumed != bytes.size()) {
         ++rejected_;
         return;
     }
@@ -211,7 +227,7 @@ void ListenerCore::receiveDatagram() {
 }
 
 bool ListenerCore::keep(RuvoDelivery&& delivery) {
-    if (!handles_.empty() && !handles_.contains(delivery.handle)) {
+    if (!isOurs(delivery.handle)) {
         ++rejected_;
         return false;
     }
@@ -247,5 +263,7 @@ bool RuvoListener::wasWoken() const { return core_->wasWoken(); }
 void RuvoListener::wake() { core_->wake(); }
 
 std::uint64_t RuvoListener::rejected() const { return core_->rejected(); }
+
+std::uint64_t RuvoListener::lost() const { return core_->lost(); }
 
 }  // namespace Ruvo

@@ -24,8 +24,9 @@ struct RuvoDelivery {
 
 struct RuvoListenerOptions {
     bool useUdp = false;
-    // What claims to be longer is no delivery: its connection is closed.
-    std::uint32_t maxStringBytes = 1048576;
+    // What claims to be longer is no delivery: its connection is closed. An
+    // event's name may be longer than any text that the daemon takes.
+    std::uint32_t maxStringBytes = 67108864;
     std::uint32_t maxDataBytes = 67108864;
     // Bytes held of incomplete deliveries, all connections together.
     std::size_t maxHeldBytes = std::size_t{160} << 20;
@@ -63,6 +64,10 @@ public:
 
     // Deliveries and connections that were thrown away so far.
     std::uint64_t rejected() const;
+    // Those among them that were meant for this listener, going by the handle,
+    // and over its limits: events that are missing, and maybe others that were
+    // on their way in the same connection.
+    std::uint64_t lost() const;
 
 private:
     std::unique_ptr<ListenerCore> core_;  // never null but in a moved-from object

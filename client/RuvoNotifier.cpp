@@ -7,6 +7,12 @@ namespace {
 
 constexpr std::string_view kMonitor = "Notifier";
 
+// The daemon cannot be configured to take less.
+constexpr std::size_t kLargestSureBlock = 64;
+constexpr const char* kLimitHint =
+    " bytes, and the daemon refuses blocks over \"ruvod.limits.block-bytes\" (64 MiB unless "
+    "configured otherwise)";
+
 }  // namespace
 
 RuvoRequest RuvoNotifier::registerRequest(std::string_view signature,
@@ -52,7 +58,17 @@ void RuvoNotifier::unregister(std::string_view remoteName, std::int32_t handle) 
 
 void RuvoNotifier::notify(std::string_view sender, std::string_view event,
                           std::string_view message, std::string_view data) {
-    expectDone(notifyRequest(sender, event, message, data), "an event's name must not be empty");
+    try {
+        expectDone(notifyRequest(sender, event, message, data),
+                   "an event's name must not be empty");
+    } catch (const RuvoClientError& error) {
+        // The daemon has no answer for it: it closes the connection.
+        if (error.problem() != RuvoProblem::Closed || data.size() <= kLargestSureBlock) throw;
+        throw RuvoClientError(RuvoProblem::Closed,
+                              std::string(error.what()) + "; the data has " +
+                                  std::to_string(data.size()) + kLimitHint,
+                              error.code());
+    }
 }
 
 }  // namespace Ruvo

@@ -109,7 +109,8 @@ RUVO_API void ruvo_free(void* memory);
 
 /* ---- JobStatus ---------------------------------------------------------- */
 
-/* RUVO_DECLINED: -1 the name is taken, 0 the table is full. */
+/* RUVO_DECLINED: -1 the name is taken. While the ids 1 to 10000 are taken, the
+ * new job gets 10000 and takes the place of the job that had it. */
 RUVO_API ruvo_status ruvo_job_create(ruvo_client* client, const char* name,
                                      const char* description, int32_t* id);
 /* Replaces the job's list of numbers. `numbers` may be null when count is 0.
@@ -171,6 +172,9 @@ RUVO_API ruvo_status ruvo_listener_next(ruvo_listener* listener, int timeout_ms,
                                         ruvo_delivery** delivery);
 /* Ends the wait under way, or the next one, with RUVO_WOKEN. Any thread. */
 RUVO_API ruvo_status ruvo_listener_wake(ruvo_listener* listener);
+/* How many deliveries to this listener were thrown away so far because a text
+ * or the data was larger than 64 MiB. */
+RUVO_API uint64_t ruvo_listener_lost(const ruvo_listener* listener);
 RUVO_API void ruvo_delivery_free(ruvo_delivery* delivery);
 
 #ifdef __cplusplus

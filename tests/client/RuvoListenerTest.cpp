@@ -170,6 +170,42 @@ TEST(RuvoListener, ClosesAConnectionThatDeclaresTooMuch) {
     }
 }
 
+TEST(RuvoListener, TakesTextsOfUpTo64Mebibytes) {
+    RuvoListener listener;
+    std::thread daemon([&] {
+        Sender sender(listener);
+        sender.send(delivery(1, "", "VornJSEvent:" + std::string(1048576, 'n'), ""));
+        sender.send(delivery(1, "", std::string(67108864, 'n'), ""));
+    });
+    EXPECT_EQ(eventOf(listener).size(), 1048588U);
+    EXPECT_EQ(eventOf(listener).size(), 67108864U);
+    daemon.join();
+    EXPECT_EQ(listener.lost(), 0U);
+    Sender sender(listener);
+    sender.send(i32(1) + i32(67108865));
+    EXPECT_TRUE(sender.isRejectedBy(listener));
+    EXPECT_EQ(listener.lost(), 1U);
+}
+
+TEST(RuvoListener, CountsWhatItLostOfItsOwn) {
+    RuvoListener listener({.maxStringBytes = 10, .maxHeldBytes = 100000});
+    const std::int32_t mine = listener.newHandle();
+    const auto reject = [&](const std::string& bytes) {
+        Sender sender(listener);
+        sender.send(bytes);
+        EXPECT_TRUE(sender.isRejectedBy(listener));
+    };
+    reject(i32(mine) + i32(11));
+    EXPECT_EQ(listener.lost(), 1U);
+    reject(i32(std::int64_t{mine} - 1) + i32(11));  // somebody else's
+    EXPECT_EQ(listener.lost(), 1U);
+    EXPECT_EQ(listener.rejected(), 2U);
+    reject(i32(mine) + str("") + str("") + str("") + i32(200000) + std::string(150000, 'd'));
+    EXPECT_EQ(listener.lost(), 2U);
+    reject(i32(0) + str("") + str("") + str("") + i32(200000) + std::string(150000, 'd'));
+    EXPECT_EQ(listener.lost(), 2U);
+}
+
 TEST(RuvoListener, HandsOutWhatCameBeforeTheHostilePart) {
     RuvoListener listener;
     Sender sender(listener);
@@ -271,4 +307,5 @@ TEST(RuvoListener, TakesDatagrams) {
     send(whole);
     EXPECT_EQ(eventOf(listener), "second");
     EXPECT_EQ(listener.rejected(), 4U);
+    EXPECT_EQ(listener.lost(), 1U);  // the lie was under a handle that is taken
 }

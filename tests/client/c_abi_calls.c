@@ -197,6 +197,7 @@ int c_calls_arguments(void) {
     CHECK(ruvo_listener_new_handle(NULL, &value) == RUVO_ARGUMENT);
     CHECK(ruvo_listener_wake(NULL) == RUVO_ARGUMENT);
     CHECK(strcmp(ruvo_listener_remote_name(NULL), "") == 0);
+    CHECK(ruvo_listener_lost(NULL) == 0);
     ruvo_client_close(NULL);
     ruvo_batch_free(NULL);
     ruvo_listener_close(NULL);
@@ -228,6 +229,7 @@ int c_calls_listener(void (*send)(const char* remote_name, int32_t handle)) {
     CHECK(ruvo_listener_new_handle(listener, &handle) == RUVO_OK);
     send(ruvo_listener_remote_name(listener), handle);
     CHECK(ruvo_listener_next(listener, 20000, &delivery) == RUVO_OK);
+    CHECK(ruvo_listener_lost(listener) == 0);
     ruvo_listener_close(listener);
     CHECK(delivery->handle == handle); /* outlives its listener */
     CHECK(strcmp(delivery->sender, "me") == 0 && delivery->sender_size == 2);
