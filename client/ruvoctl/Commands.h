@@ -6,6 +6,11 @@
 
 namespace Ruvoctl {
 
+// The parser takes "[a,b]" for several arguments, and "[]" for none, where a
+// command takes any number of them. Throws UsageError when there is such an
+// argument, other than the one `expected`.
+void refuseLists(const Session& session, const std::string& expected = {});
+
 // Each adds its commands; parsing one of them sets session.command. What they
 // keep for that belongs to `app`.
 void addJobCommands(CLI::App& app, Session& session);

@@ -1,8 +1,10 @@
 #include "client/RuvoJobs.h"
 #include "client/ruvoctl/Commands.h"
+#include "client/ruvoctl/Numbers.h"
 #include "client/ruvoctl/Output.h"
 
 #include <charconv>
+#include <limits>
 #include <memory>
 #include <vector>
 
@@ -15,12 +17,17 @@ struct JobOptions {
     std::string job;  // a name or an id
     bool isName = false;
     std::string description;
-    std::int32_t progress = 0;
+    std::int64_t progress = 0;
+    bool takesList = false;
     std::vector<std::int32_t> numbers;
 };
 using Options = std::shared_ptr<JobOptions>;
 
-std::optional<std::int32_t> numberOf(const std::string& text) {
+constexpr std::int64_t kLeast = std::numeric_limits<std::int32_t>::min();
+constexpr std::int64_t kMost = std::numeric_limits<std::int32_t>::max();
+
+// The id that the text is, if it is one and no name.
+std::optional<std::int32_t> idIn(const std::string& text) {
     const std::size_t sign = text.rfind('-', 0) == 0 ? 1 : 0;
     if (text.size() == sign || text.find_first_not_of("0123456789", sign) != std::string::npos) {
         return std::nullopt;
@@ -41,7 +48,7 @@ std::int32_t lookUp(RuvoJobs& jobs, const std::string& name) {
 
 std::int32_t idOf(RuvoJobs& jobs, const JobOptions& options) {
     if (!options.isName) {
-        if (const auto number = numberOf(options.job)) return *number;
+        if (const auto number = idIn(options.job)) return *number;
     }
     return lookUp(jobs, options.job);
 }
@@ -53,7 +60,9 @@ CLI::App* add(CLI::App& parent, Session& session, const char* name, const char* 
     CLI::App* const command = parent.add_subcommand(name, about);
     command->callback([&session, options, work] {
         session.command = [&session, options, work] {
-            if (!options->isName) (void)numberOf(options->job);  // before connecting
+            // Before connecting.
+            if (options->takesList) refuseLists(session, options->job);
+            if (!options->isName) (void)idIn(options->job);
             auto client = session.connect();
             RuvoJobs jobs(client);
             work(session, jobs, *options);
@@ -109,12 +118,13 @@ void addProgress(CLI::App& job, Session& session) {
         add(job, session, "progress", "Report a job's progress", options,
             [](Session& run, RuvoJobs& jobs, const JobOptions& given) {
                 const std::int32_t id = idOf(jobs, given);
-                jobs.setProgress(id, given.progress);
+                jobs.setProgress(id, static_cast<std::int32_t>(given.progress));
                 show(run, {{"id", id}, {"progress", given.progress}},
                      jobText(id, "progress " + std::to_string(given.progress)));
             });
     addJobArgument(progress, options);
-    progress->add_option("value", options->progress, "Any 32-bit number")->required();
+    addNumber(*progress, "value", options->progress, "Any 32-bit number", kLeast, kMost)
+        ->required();
     progress->footer("Example:\n  ruvoctl job progress nightly-backup 50");
 }
 
@@ -135,6 +145,7 @@ void addGet(CLI::App& job, Session& session) {
 
 void addMap(CLI::App& job, Session& session) {
     auto options = std::make_shared<JobOptions>();
+    options->takesList = true;
     CLI::App* const map = add(
         job, session, "map", "Replace a job's list of numbers", options,
         [](Session& run, RuvoJobs& jobs, const JobOptions& given) {
@@ -144,7 +155,15 @@ void addMap(CLI::App& job, Session& session) {
                  jobText(id, std::to_string(given.numbers.size()) + " numbers mapped"));
         });
     addJobArgument(map, options);
-    map->add_option("numbers", options->numbers, "The new list; none empties it");
+    const auto take = [options](const std::vector<std::string>& texts) {
+        for (const std::string& text : texts) {
+            options->numbers.push_back(
+                static_cast<std::int32_t>(numberOf("numbers", text, kLeast, kMost)));
+        }
+    };
+    map->add_option_function<std::vector<std::string>>("numbers", take,
+                                                       "The new list; none empties it")
+        ->type_name("NUMBER");
     map->footer("Example:\n  ruvoctl job map nightly-backup 11 12 13");
 }
 

@@ -44,7 +44,8 @@ void addNotifyCommand(CLI::App& app, Session& session) {
         "Done when the event is queued, which is before anybody is told.\n\n"
         "Examples:\n"
         "  ruvoctl notify disk.failed --message \"bay 3\"\n"
-        "  ruvoctl notify inventory.ready --data-file inventory.xml");
+        "  echo 12 machines > ready.txt\n"
+        "  ruvoctl notify inventory.ready --data-file ready.txt");
     command->callback(
         [&session, options] { session.command = [&session, options] { return notify(session, *options); }; });
 }

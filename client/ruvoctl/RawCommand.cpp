@@ -1,5 +1,6 @@
 #include "client/ruvoctl/Commands.h"
 #include "client/ruvoctl/FileBytes.h"
+#include "client/ruvoctl/Numbers.h"
 #include "client/ruvoctl/Output.h"
 
 #include <charconv>
@@ -14,7 +15,7 @@ struct RawOptions {
     std::string command;
     std::vector<std::string> arguments;
     std::string expected;
-    double quietSeconds = 0.5;
+    std::chrono::milliseconds quiet{500};
 };
 
 template <typename Number>
@@ -99,14 +100,14 @@ void showBytes(Session& session, Ruvo::RuvoClient& client, std::chrono::millisec
 
 int run(Session& session, const RawOptions& options) {
     checkExpected(options.expected);
-    const auto quiet = durationOf(options.quietSeconds);
+    refuseLists(session);
     Ruvo::RuvoRequest request(options.monitor, options.command, Ruvo::RuvoRequest::Answer::Other);
     for (const std::string& argument : options.arguments) addArgument(request, argument);
     auto client = session.connect();
     try {
         client.send(request);
         if (options.expected.empty()) {
-            showBytes(session, client, quiet);
+            showBytes(session, client, options.quiet);
         } else {
             showExpected(session, client, options.expected);
         }
@@ -132,9 +133,9 @@ void addRawCommand(CLI::App& app, Session& session) {
     command->add_option("--expect", options->expected,
                         "What is answered: i and u numbers, s text, b sized bytes; without it "
                         "the bytes are printed in hex until none come");
-    command->add_option("--quiet", options->quietSeconds,
-                        "So many seconds without bytes are the end of the answer")
-        ->capture_default_str();
+    addDuration(*command, "--quiet", options->quiet,
+                "So long without bytes is the end of the answer")
+        ->default_str("0.5");
     command->footer(
         "Examples:\n"
         "  ruvoctl raw JobStatus RUVO_JS_LOOKUP s:nightly-backup --expect i\n"

@@ -1,7 +1,10 @@
 #include "client/ruvoctl/Ruvoctl.h"
 
 #include "client/ruvoctl/Commands.h"
+#include "client/ruvoctl/Numbers.h"
+#include "client/ruvoctl/Output.h"
 
+#include <algorithm>
 #include <exception>
 
 namespace Ruvoctl {
@@ -21,7 +24,8 @@ Environment:
   RUVO_PORT   the daemon's port, where --port does not name it
 
 Exit status: 0 done, 1 the daemon said no or nothing was found in time,
-2 bad usage, 3 the daemon cannot be reached.)";
+2 bad usage, 3 the daemon cannot be reached, 4 the output could not be
+written, or events were lost.)";
 
 int statusOf(Ruvo::RuvoProblem problem) {
     switch (problem) {
@@ -38,21 +42,26 @@ int statusOf(Ruvo::RuvoProblem problem) {
 
 void addGlobalOptions(CLI::App& app, Session& session) {
     app.add_option("--host", session.host, "Where the daemon runs")->capture_default_str();
-    app.add_option("--port", session.port,
-                   "Its port (default: RUVO_PORT, else 27610, with --udp 27611)")
-        ->check(CLI::Range(1, 65535));
+    addNumber(app, "--port", session.port,
+              "Its port (default: RUVO_PORT, else 27610, with --udp 27611)", 1, 65535);
     app.add_flag("--udp", session.useUdp, "Speak UDP instead of TCP");
-    app.add_option("--timeout", session.timeoutSeconds, "Seconds to wait for an answer")
-        ->capture_default_str();
+    addDuration(app, "--timeout", session.timeout, "How long to wait for an answer")
+        ->default_str("10");
     app.add_flag("--json", session.json, "Write results as JSON");
     app.set_version_flag("--version", std::string("ruvoctl ") + RUVO_VERSION);
 }
 
+// The last thing of each run: what was printed is not done before it is written.
+int finish(int status, Surroundings& surroundings) {
+    surroundings.out.flush();
+    if (surroundings.out) return status;
+    surroundings.err << "ruvoctl: cannot write to standard output" << std::endl;
+    return status == kDone ? kIncomplete : status;
+}
+
 int runCommand(Session& session) {
     try {
-        const int status = session.command();
-        session.out().flush();
-        return status;
+        return finish(session.command(), session.surroundings);
     } catch (const UsageError& error) {
         session.surroundings.err << "ruvoctl: " << error.what() << std::endl;
         return kBadUsage;
@@ -68,10 +77,42 @@ int runCommand(Session& session) {
     }
 }
 
+// What the parser says of arguments of which it can make nothing.
+std::string complaintOf(const CLI::App& app, const CLI::ParseError& error) {
+    const CLI::App* command = &app;
+    while (!command->get_subcommands().empty()) command = command->get_subcommands().front();
+    const bool lacksCommand = command->get_require_subcommand_min() > 0;
+    const auto unknown = app.remaining(true);
+    if (!lacksCommand || unknown.empty()) return error.what();
+    const std::string& first = unknown.front();
+    return (first.rfind('-', 0) == 0 ? "there is no option \"" : "there is no command \"") +
+           shown(first.substr(0, 100)) + "\"";
+}
+
+int refuse(const std::string& complaint, Surroundings& surroundings) {
+    surroundings.err << "ruvoctl: " << complaint << "\nTry 'ruvoctl --help'." << std::endl;
+    return kBadUsage;
+}
+
 }  // namespace
+
+void refuseLists(const Session& session, const std::string& expected) {
+    const auto isList = [](const std::string& text) {
+        return text.size() >= 2 && text.front() == '[' && text.back() == ']';
+    };
+    bool passed = !isList(expected);
+    for (const std::string& argument : session.arguments) {
+        if (!isList(argument)) continue;
+        if (passed || argument != expected) {
+            throw UsageError("\"" + shown(argument.substr(0, 100)) + "\" was not expected");
+        }
+        passed = true;
+    }
+}
 
 int run(const std::vector<std::string>& arguments, Surroundings& surroundings) {
     Session session(surroundings);
+    session.arguments = arguments;
     CLI::App app(kAbout, "ruvoctl");
     app.footer(kFooter);
     app.fallthrough();
@@ -86,10 +127,11 @@ int run(const std::vector<std::string>& arguments, Surroundings& surroundings) {
     try {
         app.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));
     } catch (const CLI::Success& asked) {
-        return app.exit(asked, surroundings.out, surroundings.err);
+        return finish(app.exit(asked, surroundings.out, surroundings.err), surroundings);
     } catch (const CLI::ParseError& error) {
-        surroundings.err << "ruvoctl: " << error.what() << "\nTry 'ruvoctl --help'." << std::endl;
-        return kBadUsage;
+        return refuse(complaintOf(app, error), surroundings);
+    } catch (const UsageError& error) {
+        return refuse(error.what(), surroundings);
     }
     return runCommand(session);
 }

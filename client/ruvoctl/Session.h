@@ -9,6 +9,7 @@
 #include <ostream>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 namespace Ruvoctl {
 
@@ -17,6 +18,7 @@ inline constexpr int kDone = 0;
 inline constexpr int kRefused = 1;      // the daemon said no, or it was not found or in time
 inline constexpr int kBadUsage = 2;
 inline constexpr int kUnreachable = 3;
+inline constexpr int kIncomplete = 4;  // output could not be written, or events were lost
 
 // What a run of the program needs from outside, so that tests can do without a
 // process. Borrowed; outlives the run.
@@ -58,14 +60,12 @@ struct Session {
 
     Surroundings& surroundings;
     std::string host = "127.0.0.1";
-    std::uint16_t port = 0;  // 0: RUVO_PORT, else the default port
+    std::int64_t port = 0;  // 0: RUVO_PORT, else the default port
     bool useUdp = false;
-    double timeoutSeconds = 10;
+    std::chrono::milliseconds timeout{10000};
     bool json = false;
+    std::vector<std::string> arguments;  // as they were given
     std::function<int()> command;
 };
-
-// At least a millisecond; throws UsageError for what is no number of seconds.
-std::chrono::milliseconds durationOf(double seconds);
 
 }  // namespace Ruvoctl

@@ -1,9 +1,11 @@
 #include "client/RuvoListener.h"
 #include "client/RuvoNotifier.h"
 #include "client/ruvoctl/Commands.h"
+#include "client/ruvoctl/Numbers.h"
 #include "client/ruvoctl/Output.h"
 
 #include <chrono>
+#include <limits>
 #include <memory>
 
 namespace Ruvoctl {
@@ -21,7 +23,7 @@ constexpr milliseconds kLastWords(2000);
 struct WatchOptions {
     std::string pattern;
     std::int64_t count = 0;  // 0: no end
-    double timeoutSeconds = 0;  // 0: no end
+    milliseconds timeout{0};  // 0: no end
     std::string delivery = "tcp";
 };
 
@@ -37,6 +39,7 @@ public:
 private:
     int wait();
     int finish(int status, const std::string& why);
+    void tellLosses();
     void showReady();
     bool isDaemonGone();
     void unregister();
@@ -47,6 +50,7 @@ private:
     const std::int32_t handle_;
     std::optional<Ruvo::RuvoClient> client_;
     std::int64_t seen_ = 0;
+    std::uint64_t toldLosses_ = 0;
     Clock::time_point lastSign_ = Clock::now();
 };
 
@@ -73,29 +77,40 @@ int Watch::finish(int status, const std::string& why) {
     return status;
 }
 
+void Watch::tellLosses() {
+    while (toldLosses_ < listener_.lost()) {
+        ++toldLosses_;
+        session_.surroundings.err
+            << "ruvoctl: lost an event: a text or its data is larger than 64 MiB; events right "
+               "after it may be lost too"
+            << std::endl;
+    }
+}
+
 int Watch::wait() {
-    const auto end = Clock::now() + (options_.timeoutSeconds > 0
-                                         ? durationOf(options_.timeoutSeconds)
-                                         : milliseconds::zero());
+    const bool endsInTime = options_.timeout.count() > 0;
+    const auto end = Clock::now() + options_.timeout;
     bool gone = false;
     for (;;) {
         // A daemon that has gone may have left deliveries behind.
         milliseconds patience = gone ? milliseconds(0) : kLookInterval;
-        if (options_.timeoutSeconds > 0) {
+        if (endsInTime) {
             const auto left = std::chrono::ceil<milliseconds>(end - Clock::now());
             patience = std::clamp(left, milliseconds(0), patience);
         }
-        if (const auto delivery = listener_.next(patience)) {
+        const auto delivery = listener_.next(patience);
+        tellLosses();
+        if (delivery) {
             session_.out() << (session_.json ? textOf(jsonOf(*delivery)) : lineOf(*delivery))
                            << std::endl;
-            if (!session_.out()) return kRefused;  // nobody reads any more
+            if (!session_.out()) return kIncomplete;  // nobody reads any more
             if (++seen_ == options_.count) return kDone;
         } else if (gone) {
             client_.reset();
             return finish(kUnreachable, "the daemon has gone");
         }
         if (session_.surroundings.isInterrupted()) return options_.count == 0 ? kDone : kRefused;
-        if (options_.timeoutSeconds > 0 && Clock::now() >= end) {
+        if (endsInTime && Clock::now() >= end) {
             return finish(kRefused, "the time is over after " + std::to_string(seen_) + " events");
         }
         gone = gone || isDaemonGone();
@@ -122,7 +137,7 @@ int Watch::run() {
     try {
         const int status = wait();
         unregister();
-        return status;
+        return status == kDone && listener_.lost() > 0 ? kIncomplete : status;
     } catch (...) {
         unregister();
         throw;
@@ -136,22 +151,22 @@ void addWatchCommand(CLI::App& app, Session& session) {
     CLI::App* const command =
         app.add_subcommand("watch", "Print each event whose name a pattern matches");
     command->add_option("pattern", options->pattern, "A regular expression")->required();
-    command->add_option("--count", options->count, "End after so many events")
-        ->check(CLI::NonNegativeNumber);
-    command->add_option("--timeout", options->timeoutSeconds,
-                        "End after so many seconds, with status 1");
+    addNumber(*command, "--count", options->count, "End after so many events; 0: no end", 0,
+              std::numeric_limits<std::int64_t>::max());
+    addDuration(*command, "--timeout", options->timeout, "End after so long, with status 1");
     command->add_option("--delivery", options->delivery, "How the daemon delivers: tcp or udp")
         ->check(CLI::IsMember({"tcp", "udp"}))
         ->capture_default_str();
     command->footer(
         "Ends at --count, --timeout, Ctrl-C, or when the daemon goes (status 3). A line on\n"
-        "standard error tells when the registration stands.\n\n"
+        "standard error tells when the registration stands, another of each event that was\n"
+        "lost because it was too large; the status is then 4. A pattern that is no regular\n"
+        "expression is accepted and matches nothing.\n\n"
         "Examples:\n"
         "  ruvoctl watch '^VornJSEvent:'\n"
         "  ruvoctl watch '^disk\\.' --count 1 --timeout 60 --json");
     command->callback([&session, options] {
         session.command = [&session, options] {
-            if (options->timeoutSeconds != 0) (void)durationOf(options->timeoutSeconds);
             if (options->pattern.empty()) throw UsageError("a pattern must not be empty");
             return Watch(session, *options).run();
         };

@@ -5,6 +5,9 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include <chrono>
+#include <filesystem>
+
 using namespace ClientTest;
 using Arguments = std::vector<std::string>;
 
@@ -296,6 +299,108 @@ TEST(Ruvoctl, RefusesBadUsage) {
     }
 }
 
+TEST(Ruvoctl, TakesDecimalNumbersOnly) {
+    const std::vector<std::string> none = {"",    " ",   " 5",  "5 ", "0x10", "+5",  "5.0", "1e3",
+                                           "1_0", "1'0", "--5", "-",  "5k",   "\t5", "{}",  "[5]",
+                                           "[]",  "[1,2]", "2147483648", "-2147483649"};
+    for (const std::string& text : none) {
+        for (const Arguments& command :
+             {Arguments{"job", "progress", "five", "--", text}, Arguments{"job", "map", "five", "--", text},
+              Arguments{"job", "map", "five", "1", "--", text}}) {
+            const Result result = run(command);
+            EXPECT_EQ(result.status, 2) << command[1] << " \"" << text << '"';
+            EXPECT_EQ(result.out, "");
+            EXPECT_EQ(result.err.rfind("ruvoctl: ", 0), 0U) << result.err;
+        }
+    }
+    for (const std::string text : {"", " 1", "0x1", "+1", "1.0", "1e3", "-1", "0", "65536"}) {
+        const Result result = run({"--port=" + text, "job", "lookup", "a"});
+        EXPECT_EQ(result.status, 2) << text;
+    }
+    for (const std::string text : {"", " 1", "0x1", "+1", "1e3", "-1", "0", "0.0", ".", "1.2.3",
+                                   "inf", "nan", "1000000.1", "1,5"}) {
+        for (const Arguments& command : {Arguments{"--timeout=" + text, "job", "lookup", "a"},
+                                         Arguments{"watch", "a", "--timeout=" + text},
+                                         Arguments{"raw", "M", "C", "--quiet=" + text}}) {
+            EXPECT_EQ(run(command).status, 2) << command[0] << " \"" << text << '"';
+        }
+    }
+    for (const std::string text : {"", " 1", "0x1", "+1", "1.0", "1e3", "-1"}) {
+        EXPECT_EQ(run({"watch", "a", "--count=" + text}).status, 2) << text;
+    }
+}
+
+TEST(Ruvoctl, TakesLeadingZerosForDecimals) {
+    EXPECT_EQ(runAgainst({{job("RUVO_JS_SET_PROGRESS", i32(2) + i32(10)), i32(2)}},
+                         {"job", "progress", "2", "010"})
+                  .out,
+              "job 2: progress 10\n");
+    EXPECT_EQ(runAgainst({{job("RUVO_JS_MAP_JOB", i32(2) + i32(2) + i32(-8) + i32(0)), i32(2)}},
+                         {"job", "map", "2", "-08", "0"})
+                  .out,
+              "job 2: 2 numbers mapped\n");
+}
+
+TEST(Ruvoctl, MapsAJobNamedLikeAList) {
+    const Result result = runAgainst({{job("RUVO_JS_LOOKUP", str("[a]")), i32(2)},
+                                      {job("RUVO_JS_MAP_JOB", i32(2) + i32(1) + i32(7)), i32(2)}},
+                                     {"job", "map", "[a]", "7"});
+    EXPECT_EQ(result.out, "job 2: 1 numbers mapped\n") << result.err;
+    EXPECT_EQ(run({"job", "map", "[1]", "[1]"}).status, 2);
+    EXPECT_EQ(run({"raw", "M", "C", "[]"}).status, 2);
+    EXPECT_EQ(run({"raw", "M", "C", "[s:a,s:b]"}).status, 2);
+}
+
+TEST(Ruvoctl, SaysWhatANumberMayBe) {
+    const auto complaint = [](const Arguments& arguments) {
+        const std::string text = run(arguments).err;
+        return text.substr(0, text.find('\n'));
+    };
+    EXPECT_EQ(complaint({"job", "progress", "five", ""}),
+              "ruvoctl: value takes a whole number, -2147483648 to 2147483647, not \"\"");
+    EXPECT_EQ(complaint({"watch", "a", "--count", "-1"}),
+              "ruvoctl: --count takes a whole number, 0 or more, not \"-1\"");
+    EXPECT_EQ(complaint({"--port", "0", "stop"}),
+              "ruvoctl: --port takes a whole number, 1 to 65535, not \"0\"");
+    for (const Arguments& arguments :
+         {Arguments{"--timeout", "0", "stop"}, Arguments{"watch", "a", "--timeout", "0"}}) {
+        EXPECT_EQ(complaint(arguments),
+                  "ruvoctl: --timeout takes seconds, more than 0 and at most 1000000, not \"0\"");
+    }
+    EXPECT_LT(complaint({"--port", std::string(100000, '9'), "stop"}).size(), 300U);
+    EXPECT_EQ(complaint({"--port", "\x1b[2J", "stop"}).find('\x1b'), std::string::npos);
+}
+
+TEST(Ruvoctl, NamesTheCommandThatThereIsNot) {
+    EXPECT_TRUE(has(run({"foo"}).err, "there is no command \"foo\"")) << run({"foo"}).err;
+    EXPECT_TRUE(has(run({"job", "foo"}).err, "there is no command \"foo\"")) << run({"job", "foo"}).err;
+    EXPECT_TRUE(has(run({"job", "foo", "bar"}).err, "\"foo\"")) << run({"job", "foo", "bar"}).err;
+    EXPECT_TRUE(has(run({"--foo"}).err, "there is no option \"--foo\"")) << run({"--foo"}).err;
+    EXPECT_TRUE(has(run({"\x1b[2J"}).err, "\"\\x1b[2J\"")) << run({"\x1b[2J"}).err;
+    for (const Arguments& arguments : {Arguments{}, Arguments{"job"}, Arguments{"--json"}}) {
+        EXPECT_TRUE(has(run(arguments).err, "A subcommand is required"));
+    }
+}
+
+TEST(Ruvoctl, TellsWhenItsOutputCannotBeWritten) {
+    ScriptedDaemon daemon([](ScriptedPeer& peer) {
+        peer.open();
+        peer.serve(job("RUVO_JS_LOOKUP", str("a")), i32(3));
+        peer.awaitClose();
+    });
+    for (const Arguments& arguments :
+         {Arguments{"job", "lookup", "a", "--port", std::to_string(daemon.port())},
+          Arguments{"--help"}, Arguments{"--version"}}) {
+        RuvoctlRun ruvoctl;
+        ruvoctl.out.breakOff();
+        EXPECT_EQ(ruvoctl.run(arguments), 4) << arguments[0];
+        EXPECT_EQ(ruvoctl.err.text(), "ruvoctl: cannot write to standard output\n");
+    }
+    RuvoctlRun failed;  // for another reason, which is the one to tell
+    failed.out.breakOff();
+    EXPECT_EQ(failed.run({"job", "lookup", "a", "--port", std::to_string(unusedPort())}), 3);
+}
+
 TEST(Ruvoctl, HelpsWithExamplesEverywhere) {
     const std::vector<Arguments> commands = {
         {}, {"job"}, {"job", "create"}, {"job", "lookup"}, {"job", "progress"}, {"job", "get"},
@@ -341,6 +446,35 @@ TEST(Ruvoctl, RaisesAnEventWithTheBytesOfAFile) {
         {"notify", "e", "--sender", "me", "--data-file", file, "--json"});
     EXPECT_EQ(result.status, 0) << result.err;
     EXPECT_EQ(nlohmann::json::parse(result.out)["dataSize"], 200004);
+}
+
+TEST(Ruvoctl, RefusesAFileThatIsTooLargeBeforeReadingIt) {
+    const TestSupport::TemporaryDirectory directory;
+    const std::string file = directory.file("large");
+    TestSupport::writeFile(file, "");
+    std::filesystem::resize_file(TestSupport::toPath(file), std::uintmax_t{3} << 30);
+    const auto begun = std::chrono::steady_clock::now();
+    const Result result = run({"notify", "e", "--data-file", file});
+    EXPECT_EQ(result.status, 2);
+    EXPECT_TRUE(has(result.err, "has 2 GiB or more")) << result.err;
+    // To read so much takes many times as long.
+    EXPECT_LT(std::chrono::steady_clock::now() - begun, std::chrono::seconds(1));
+}
+
+TEST(Ruvoctl, SaysWhatTheDaemonMayNotLikeAboutALargeBlock) {
+    for (const std::size_t size : {std::size_t{64}, std::size_t{65}}) {
+        const std::string data(size, 'x');
+        ScriptedDaemon daemon([&](ScriptedPeer& peer) {
+            peer.open();
+            peer.expect(u16(1) + engineRequest("Notifier", "RUVO_NN_NOTIFY",
+                                               str("ruvoctl") + str("e") + str("") + str(data)));
+            peer.close();
+        });
+        const Result result = run(
+            {"notify", "e", "--data", data, "--port", std::to_string(daemon.port())});
+        EXPECT_EQ(result.status, 3);
+        EXPECT_EQ(has(result.err, "\"ruvod.limits.block-bytes\" (64 MiB"), size == 65) << result.err;
+    }
 }
 
 TEST(Ruvoctl, RaisesAnEventWithATextAsData) {

@@ -49,7 +49,17 @@ public:
     void deliver(std::string_view event, std::string_view message, std::string_view data = {}) {
         if (!socket_) connect();
         const std::string bytes = delivery(handle_, "me", event, message, data);
-        VornPlatform::send(socket_.handle(), bytes.data(), bytes.size());
+        send(bytes);
+    }
+
+    // The beginning of a delivery, under another handle when `offset` is not 0,
+    // that no listener takes; returns when the watcher has closed its end.
+    void declareTooMuch(int offset = 0) {
+        connect();
+        send(i32(std::int64_t{handle_} - offset) + i32(67108865));
+        char byte = 0;
+        (void)VornPlatform::receive(socket_.handle(), &byte, 1);
+        socket_.close();
     }
 
     void takeUnregistration() {
@@ -61,6 +71,14 @@ public:
     const std::string& remoteName() const { return remoteName_; }
 
 private:
+    void send(std::string_view bytes) {
+        while (!bytes.empty()) {
+            const auto sent = VornPlatform::send(socket_.handle(), bytes.data(), bytes.size());
+            if (sent.error) throw std::runtime_error("cannot deliver: " + sent.error.text());
+            bytes.remove_prefix(sent.count);
+        }
+    }
+
     ScriptedPeer& peer_;
     std::string remoteName_;
     std::int32_t handle_ = 0;
@@ -237,7 +255,46 @@ TEST(RuvoctlWatch, UnregistersWhenNobodyReadsItsOutput) {
     });
     watching.ruvoctl.out.breakOff();
     broken.set_value();
-    EXPECT_EQ(watching.join(), 1);
+    EXPECT_EQ(watching.join(), 4);
+    EXPECT_NE(watching.err().find("cannot write to standard output"), std::string::npos);
+}
+
+TEST(RuvoctlWatch, TakesTheEventOfAJobWithTheLongestName) {
+    const std::string name(1048576, 'n');
+    Watching watching({"watch", ".", "--count", "2"}, ".",
+                      [&](WatchedDaemon& daemon, ScriptedPeer& peer) {
+                          daemon.deliver("VornJSEvent:" + name, name, native(2));
+                          daemon.deliver("next", "");
+                          goodbye(daemon, peer);
+                      });
+    EXPECT_EQ(watching.join(), 0) << watching.err();
+    EXPECT_TRUE(watching.out() == "VornJSEvent:" + name + " created sender=\"me\" message=\"" +
+                                      name + "\"\nnext sender=\"me\" message=\"\"\n");
+}
+
+TEST(RuvoctlWatch, TellsOfAnEventThatIsTooLarge) {
+    Watching watching({"watch", ".", "--count", "1"}, ".",
+                      [](WatchedDaemon& daemon, ScriptedPeer& peer) {
+                          daemon.declareTooMuch();
+                          daemon.connect();
+                          daemon.deliver("next", "");
+                          goodbye(daemon, peer);
+                      });
+    EXPECT_EQ(watching.join(), 4);
+    EXPECT_NE(watching.err().find("ruvoctl: lost an event: "), std::string::npos) << watching.err();
+    EXPECT_EQ(watching.out(), "next sender=\"me\" message=\"\"\n");
+}
+
+TEST(RuvoctlWatch, DoesNotTakeAStrangersNonsenseForALostEvent) {
+    Watching watching({"watch", ".", "--count", "1"}, ".",
+                      [](WatchedDaemon& daemon, ScriptedPeer& peer) {
+                          daemon.declareTooMuch(1);
+                          daemon.connect();
+                          daemon.deliver("next", "");
+                          goodbye(daemon, peer);
+                      });
+    EXPECT_EQ(watching.join(), 0);
+    EXPECT_EQ(watching.err().find("lost an event"), std::string::npos) << watching.err();
 }
 
 TEST(RuvoctlWatch, NoticesThatTheDaemonHasGone) {

@@ -61,6 +61,30 @@ TEST(RuvoctlNative, UnregistersWhenNobodyReadsItsOutput) {
     EXPECT_TRUE(waitUntil([&] { return unregistrations(daemon) == 1; }));
 }
 
+TEST(RuvoctlNative, TellsWhenItsOutputCannotBeWritten) {
+    Daemon daemon;
+    const std::string port = std::to_string(daemon.tcpPort());
+    ASSERT_EQ(runRuvoctl({"--port", port, "job", "create", "a"}).status, 0);
+    const auto runInto = [&](const std::string& output, const std::vector<std::string>& arguments) {
+        std::vector<std::string> line = {"sh", "-c", "\"$@\" " + output, "sh"};
+        for (const std::string& word : ruvoctlLine({"--port", port})) line.push_back(word);
+        line.insert(line.end(), arguments.begin(), arguments.end());
+        return runProgram(line);
+    };
+    for (const std::vector<std::string>& arguments :
+         {std::vector<std::string>{"job", "lookup", "a"}, {"job", "get", "a"},
+          {"job", "progress", "a", "5"}, {"job", "get", "a", "--json"},
+          {"raw", "JobStatus", "RUVO_JS_LOOKUP", "s:a", "--expect", "i"},
+          {"raw", "JobStatus", "RUVO_JS_LOOKUP", "s:a"}, {"--help"}, {"--version"}}) {
+        for (const std::string output : {">/dev/full", ">&-"}) {
+            const ClientRun run = runInto(output, arguments);
+            EXPECT_EQ(run.status, 4) << arguments[0] << output;
+            EXPECT_EQ(run.errors, "ruvoctl: cannot write to standard output\n");
+        }
+    }
+    EXPECT_EQ(runInto(">/dev/full", {"notify", "e"}).status, 0);  // prints nothing
+}
+
 TEST(RuvoctlNative, GoesOnWhenAnotherWatcherIsKilled) {
     Daemon daemon;
     const std::string port = std::to_string(daemon.tcpPort());

@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include <filesystem>
 #include <sstream>
 
 namespace IntegrationTests {
@@ -126,6 +127,36 @@ TEST_F(RuvoctlClient, WatchesAJobFromItsCreationToItsEnd) {
     EXPECT_THAT(lines[3], StartsWith("VornJSEvent:watched completed sender=\"udp:127.0.0.1\" "
                                      "message=\"watched\""));
     EXPECT_TRUE(daemon().logs(9, "RUVO_NN_UNREGISTER::handleClient: nconsumers=0"));
+}
+
+TEST_F(RuvoctlClient, WatchesAJobWithTheLongestName) {
+    const TemporaryDirectory directory;
+    const std::string name(1048576, 'n');
+    writeFile(directory.file("name"), name);
+    ClientProcess watcher(ruvoctlLine(withPort({"watch", "^VornJSEvent:nnnn|^next$", "--count", "2"})));
+    ASSERT_TRUE(watcher.complains("watching")) << watcher.errors();
+    const ClientRun created = run({"raw", "JobStatus", "RUVO_JS_CREATE", "s:",
+                                   "F:" + clientPath(directory.file("name")), "--expect", "i"});
+    ASSERT_EQ(created.status, 0) << created.errors;
+    EXPECT_EQ(run({"notify", "next"}).status, 0);
+    EXPECT_EQ(watcher.waitForExit(), 0) << watcher.errors();
+    const auto lines = linesOf(watcher.output());
+    ASSERT_EQ(lines.size(), 2U);
+    EXPECT_TRUE(lines[0] == "VornJSEvent:" + name + " created sender=\"udp:127.0.0.1\" message=\"" +
+                                name + "\"");
+    EXPECT_THAT(lines[1], StartsWith("next "));
+    EXPECT_EQ(run({"job", "delete", linesOf(created.output).at(0)}).status, 0);
+}
+
+TEST_F(RuvoctlClient, SaysWhyABlockThatIsTooLargeIsRefused) {
+    const TemporaryDirectory directory;
+    writeFile(directory.file("data"), "");
+    std::filesystem::resize_file(toPath(directory.file("data")), 67108865);
+    const ClientRun refused =
+        run({"notify", "large", "--data-file", clientPath(directory.file("data"))});
+    EXPECT_EQ(refused.status, 3);
+    EXPECT_THAT(refused.errors, HasSubstr("the data has 67108865 bytes, and the daemon refuses "
+                                          "blocks over \"ruvod.limits.block-bytes\" (64 MiB"));
 }
 
 TEST_F(RuvoctlClient, DeliversTheBytesOfAFileToEveryWatcher) {
