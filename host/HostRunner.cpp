@@ -100,6 +100,7 @@ int checkProperties(const RuvoHostApi& module, const std::string& properties) {
 int leave(const HostCommandLine& line) {
     std::fputs(line.output.c_str(), stdout);
     VornPlatform::writeStandardError(line.errors);
+    VornPlatform::flushStandardError(kLastLines);
     return wasHeard() ? line.exitStatus : kFailure;
 }
 

@@ -100,9 +100,14 @@ TEST_F(HostRunner, PrintsWhatACheckFinds) {
 TEST_F(HostRunner, LeavesWithWhatTheCommandLineHasToSay) {
     ::testing::internal::CaptureStdout();
     ::testing::internal::CaptureStderr();
-    EXPECT_EQ(leave({.action = HostAction::Exit, .output = "help\n"}), kSuccess);
-    EXPECT_EQ(leave({.action = HostAction::Exit, .exitStatus = kBadUsage, .errors = "bad\n"}),
-              kBadUsage);
+    HostCommandLine line;
+    line.action = HostAction::Exit;
+    line.output = "help\n";
+    EXPECT_EQ(leave(line), kSuccess);
+    line.output = "";
+    line.errors = "bad\n";
+    line.exitStatus = kBadUsage;
+    EXPECT_EQ(leave(line), kBadUsage);
     EXPECT_EQ(::testing::internal::GetCapturedStdout(), "help\n");
     EXPECT_EQ(::testing::internal::GetCapturedStderr(), "bad\n");
 }
