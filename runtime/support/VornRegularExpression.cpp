@@ -19,7 +19,7 @@ namespace {
 constexpr std::int64_t kMemory = 8 * 1024 * 1024;
 // Steps of the search that a pattern without a small automaton is left with, at
 // most this many a byte as its program has instructions, of some 5 ns each.
-constexpr std::size_t kMostWork = 16 * 1024 * 1024;
+constexpr std::size_t kMostWork = 32 * 1024 * 1024;
 constexpr std::size_t kLongestPattern = 64 * 1024;  // RE2 complains aloud of far longer ones
 
 bool isAscii(std::string_view text) {

@@ -51,9 +51,10 @@ public:
                      std::size_t* length = nullptr) const;
     // Whether the text holds a match at all: the cheapest question.
     bool isFoundIn(const std::string& text) const;
-    // The longest text, in bytes, in which a search is sure to end within a tenth
-    // of a second: npos for plain text, megabytes for common patterns, kilobytes
-    // for those with large counted repetitions. Longer ones may take seconds.
+    // The longest text, in bytes, in which a search is sure to end within about a
+    // fifth of a second: npos for plain text, a megabyte for common patterns,
+    // kilobytes for those with large counted repetitions. Longer ones may take
+    // seconds.
     std::size_t longestQuickText() const;
     // Whether the leftmost match in the text exists and is not empty.
     bool isNonEmptyFoundIn(const std::string& text) const;
