@@ -14,7 +14,8 @@ namespace VornPlatform {
 VORN_EXPORT std::vector<std::string> programArguments(int argc, char** argv);
 
 // Standard output and error take bytes as they are, and a terminal shows them
-// as UTF-8.
+// as UTF-8. On POSIX one that is closed stays unusable: no file that is opened
+// later takes its place.
 VORN_EXPORT void prepareStandardStreams();
 
 }  // namespace VornPlatform
