@@ -72,8 +72,14 @@ bool RuvoNNEngine::cleanup() {
 }
 
 void RuvoNNEngine::produce(Event event) {
-    queuedBytes_ += memoryOf(*event);
-    events_.produce(event);
+    const std::size_t bytes = memoryOf(*event);
+    queuedBytes_ += bytes;
+    try {
+        events_.produce(event);
+    } catch (...) {
+        noteOffered(bytes);
+        throw;
+    }
 }
 
 void RuvoNNEngine::waitForRoom(VornNet::VornConnection& connection) {
@@ -87,6 +93,7 @@ void RuvoNNEngine::waitForRoom(VornNet::VornConnection& connection) {
     --roomWaiters_;
 }
 
+// So many bytes of events are in the queue no longer.
 void RuvoNNEngine::noteOffered(std::size_t bytes) {
     const std::size_t left = queuedBytes_ -= bytes;
     if (roomWaiters_ == 0) return;
@@ -119,9 +126,14 @@ int RuvoNNEngine::NotificationQueueHandler::run(VornSupport::VornWorkInformation
             if (!events_->consume(event)) return 0;
             ++inRow;
             const std::size_t bytes = memoryOf(*event);
-            offer(*event);
-            event = nullptr;
             passed += bytes;
+            try {
+                offer(*event);
+            } catch (...) {
+                engine_.noteOffered(bytes);
+                throw;
+            }
+            event = nullptr;
             engine_.noteOffered(bytes);
             gathering.settle();
         } catch (const std::exception& e) {

@@ -267,10 +267,13 @@ void VornDeliveryChannel::noteSentLocked(std::size_t bytes) {
     if (!lastFailureStalled_ || Clock::now() - openedAt_ > kTrust) failures_ = 0;
 }
 
+milliseconds VornDeliveryChannel::backOffAfter(int failures) {
+    return std::min<milliseconds>(kFirstBackOff * (1 << std::min(failures, 9)), kLongestBackOff);
+}
+
 void VornDeliveryChannel::failLocked(const std::string& reason, bool stalled) {
     const auto lost = backlog_.deliveries();
-    const auto doubled = kFirstBackOff * (1 << std::min(failures_, 9));
-    const auto backOff = std::min<milliseconds>(doubled, kLongestBackOff);
+    const auto backOff = backOffAfter(failures_);
     ++failures_;
     ++failureCount_;
     lastFailureStalled_ = stalled;

@@ -36,6 +36,10 @@ public:
     static constexpr std::size_t kShare = 4 * 1024;      // shared content that is not copied
     static constexpr std::size_t kMostDatagram = 60000;  // a delivery over UDP
 
+    // How long a client is left alone after so many failures in a row before
+    // this one (0 or more): from 100 ms, doubled up to 30 s.
+    static std::chrono::milliseconds backOffAfter(int failures);
+
     // The channel of a remote name: made when nobody has it yet.
     static Pointer forName(const std::string& remoteName);
     ~VornDeliveryChannel();

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "tests/support/SpawnedProcess.h"
 #include "tests/support/TestSupport.h"
 
 #include <chrono>
@@ -18,29 +19,25 @@ std::string clientPath(const std::string& path);
 // uses it is a native program, also where the program under test is not.
 class ClientProcess {
 public:
-    // The first word is the program, looked for along PATH when it has no "/".
-    explicit ClientProcess(const std::vector<std::string>& line);
-    // Kills what still runs.
-    ~ClientProcess();
-    ClientProcess(const ClientProcess&) = delete;
-    ClientProcess& operator=(const ClientProcess&) = delete;
+    // See SpawnedProcess.
+    explicit ClientProcess(const std::vector<std::string>& line)
+        : process_(line, directory_.file("output"), directory_.file("errors")) {}
 
-    // The exit status (128 + signal's number for a killed one), or nothing when
-    // the process has not ended within the bound.
-    std::optional<int> waitForExit(std::chrono::milliseconds bound = kPatience);
-    void signal(int number) const;
+    std::optional<int> waitForExit(std::chrono::milliseconds bound = kPatience) {
+        return process_.waitForExit(bound);
+    }
+    void signal(int number) const { process_.signal(number); }
 
     // What it has written so far, with line ends of LF.
-    std::string output() const;
-    std::string errors() const;
+    std::string output() const { return process_.output(); }
+    std::string errors() const { return process_.errors(); }
     // Whether that holds, or gets in time, this text.
     bool outputs(const std::string& text) const;
     bool complains(const std::string& text) const;
 
 private:
     TemporaryDirectory directory_;
-    int id_ = -1;
-    std::optional<int> status_;
+    SpawnedProcess process_;
 };
 
 // The ruvoctl that RUVO_CLIENT_BIN names, through RUVO_CLIENT_EMULATOR where

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "tests/support/SpawnedProcess.h"
 #include "tests/support/TestSupport.h"
 #include "tests/support/WireClient.h"
 
@@ -22,34 +23,11 @@ bool isEmulated();
 // A path of this system as the programs under test write it.
 std::string foreignPath(const std::string& path);
 
-// One process with its descendants, its output in files.
-class HostProcess {
+// A running ruvohost with its descendants.
+class HostProcess : public SpawnedProcess {
 public:
-    // Starts ruvohost with these arguments; the output goes to files in `directory`.
+    // Starts it with these arguments; the output goes to files in `directory`.
     HostProcess(const std::vector<std::string>& arguments, const std::string& directory);
-    // Kills what still runs.
-    ~HostProcess();
-    HostProcess(const HostProcess&) = delete;
-    HostProcess& operator=(const HostProcess&) = delete;
-
-    int id() const { return id_; }
-    // The exit status (128 + signal's number for a killed one), or nothing when
-    // the process has not ended within the bound.
-    std::optional<int> waitForExit(std::chrono::milliseconds bound = kPatience);
-    bool hasExited() { return waitForExit(std::chrono::milliseconds(0)).has_value(); }
-    void signal(int number) const;
-    // Whether processes that it started are still there.
-    bool hasLeftOthers() const;
-
-    // What it has written so far, with line ends of LF.
-    std::string output() const;
-    std::string errors() const;
-
-private:
-    const std::string outputFile_;
-    const std::string errorsFile_;
-    int id_ = -1;
-    std::optional<int> status_;
 };
 
 // What a run of ruvohost to its end gave.

@@ -1,15 +1,8 @@
 #include "tests/support/DaemonLauncher.h"
 
-#include <fcntl.h>
 #include <signal.h>
-#include <spawn.h>
 #include <sys/fsuid.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include <algorithm>
-#include <cstdlib>
-#include <cstring>
 #include <filesystem>
 #include <iostream>
 #include <iterator>
@@ -17,52 +10,10 @@
 #include <stdexcept>
 #include <thread>
 
-extern char** environ;
-
 namespace TestSupport {
 namespace {
 
 constexpr uid_t kNobody = 65534;
-
-std::string environment(const char* name) {
-    const char* const value = std::getenv(name);
-    return value == nullptr ? "" : value;
-}
-
-std::string withoutCarriageReturns(std::string text) {
-    std::erase(text, '\r');
-    return text;
-}
-
-void check(int failed, const char* what) {
-    if (failed != 0) throw std::runtime_error(std::string(what) + ": " + std::strerror(failed));
-}
-
-// Starts a program as the leader of a session of its own, so that all it starts
-// can be found and ended.
-pid_t spawn(const std::vector<std::string>& line, const std::string& outputFile,
-            const std::string& errorsFile) {
-    posix_spawn_file_actions_t files;
-    check(::posix_spawn_file_actions_init(&files), "spawn");
-    const int flags = O_WRONLY | O_CREAT | O_APPEND;
-    ::posix_spawn_file_actions_addopen(&files, 0, "/dev/null", O_RDONLY, 0);
-    ::posix_spawn_file_actions_addopen(&files, 1, outputFile.c_str(), flags, 0600);
-    ::posix_spawn_file_actions_addopen(&files, 2, errorsFile.c_str(), flags, 0600);
-    posix_spawnattr_t attributes;
-    check(::posix_spawnattr_init(&attributes), "spawn");
-    ::posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSID);
-
-    std::vector<char*> arguments;
-    for (const auto& argument : line) arguments.push_back(const_cast<char*>(argument.c_str()));
-    arguments.push_back(nullptr);
-    pid_t id = -1;
-    const int failed =
-        ::posix_spawn(&id, arguments[0], &files, &attributes, arguments.data(), environ);
-    ::posix_spawnattr_destroy(&attributes);
-    ::posix_spawn_file_actions_destroy(&files);
-    check(failed, arguments[0]);
-    return id;
-}
 
 int entriesOf(const std::string& directory) {
     std::error_code failed;
@@ -83,42 +34,22 @@ std::string foreignPath(const std::string& path) { return isEmulated() ? "Z:" + 
 
 // ---- HostProcess ---------------------------------------------------------------
 
-HostProcess::HostProcess(const std::vector<std::string>& arguments, const std::string& directory)
-    : outputFile_(directory + "/output.txt"), errorsFile_(directory + "/errors.txt") {
+namespace {
+
+std::vector<std::string> hostLine(const std::vector<std::string>& arguments) {
     std::vector<std::string> line;
     if (isEmulated()) line.push_back(environment("RUVO_EMULATOR"));
     const std::string folder = environment("RUVO_BIN");
     if (folder.empty()) throw std::runtime_error("RUVO_BIN names the folder of the programs");
     line.push_back(folder + "/ruvohost");
     line.insert(line.end(), arguments.begin(), arguments.end());
-    id_ = spawn(line, outputFile_, errorsFile_);
+    return line;
 }
 
-HostProcess::~HostProcess() {
-    ::kill(-id_, SIGKILL);
-    waitForExit();
-}
+}  // namespace
 
-std::optional<int> HostProcess::waitForExit(std::chrono::milliseconds bound) {
-    waitUntil(
-        [this] {
-            int raw = 0;
-            if (status_ || ::waitpid(id_, &raw, WNOHANG) != id_) return status_.has_value();
-            status_ = WIFEXITED(raw) ? WEXITSTATUS(raw) : 128 + WTERMSIG(raw);
-            return true;
-        },
-        bound);
-    return status_;
-}
-
-void HostProcess::signal(int number) const {
-    if (!status_) ::kill(id_, number);
-}
-
-bool HostProcess::hasLeftOthers() const { return ::kill(-id_, 0) == 0; }
-
-std::string HostProcess::output() const { return withoutCarriageReturns(readFile(outputFile_)); }
-std::string HostProcess::errors() const { return withoutCarriageReturns(readFile(errorsFile_)); }
+HostProcess::HostProcess(const std::vector<std::string>& arguments, const std::string& directory)
+    : SpawnedProcess(hostLine(arguments), directory + "/output.txt", directory + "/errors.txt") {}
 
 HostRun runHost(const std::vector<std::string>& arguments) {
     const TemporaryDirectory directory;
@@ -202,7 +133,7 @@ bool Daemon::serves() const {
     return client.readNumber() == -1;
 }
 
-std::string Daemon::log() const { return withoutCarriageReturns(readFile(file("ruvod.log"))); }
+std::string Daemon::log() const { return writtenText(file("ruvod.log")); }
 
 bool Daemon::logs(int level, const std::string& text) const {
     return logsBeginning(level, text + '\n');

@@ -1,5 +1,6 @@
 #include "runtime/net/VornProxyDependent.h"
 
+#include "runtime/net/VornDeliveryChannel.h"
 #include "runtime/net/VornDeliveryGathering.h"
 #include "runtime/net/VornNetLimits.h"
 #include "runtime/net/VornProxyDependentContainer.h"
@@ -145,6 +146,16 @@ TEST_F(VornProxyDependentTest, DeliversNothingOfAContentThatFailed) {
     EXPECT_EQ(messageOf(*broken), "half way");
     whole->tell();
     EXPECT_EQ(readBytes(listener.accept(), 5), delivery(2, "b"));
+}
+
+TEST(VornDeliveryChannel, DoublesItsBackOffFromATenthToThirtySeconds) {
+    std::vector<long long> times;
+    for (int failures = 0; failures < 11; ++failures) {
+        times.push_back(VornNet::VornDeliveryChannel::backOffAfter(failures).count());
+    }
+    EXPECT_EQ(times, (std::vector<long long>{100, 200, 400, 800, 1600, 3200, 6400, 12800, 25600,
+                                             30000, 30000}));
+    EXPECT_EQ(VornNet::VornDeliveryChannel::backOffAfter(1 << 30).count(), 30000);
 }
 
 TEST_F(VornProxyDependentTest, FailsAListenerThatDoesNotTakeItsBytesInTime) {
