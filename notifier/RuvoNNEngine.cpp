@@ -110,14 +110,14 @@ void RuvoNNEngine::setRunning(bool running) {
 
 int RuvoNNEngine::NotificationQueueHandler::run(VornSupport::VornWorkInformation&) {
     VornNet::VornDeliveryGathering gathering;
-    unsigned inRow = 0;  // events since the queue was last found empty for good
+    unsigned inRow = 0;  // events since the last flush
     std::size_t passed = 0;  // bytes since memory was given back
     for (;;) {
         try {
             if (events_->isEmpty() && (inRow < 2 || !moreComesAtOnce())) {
                 gathering.flush();
-                if (events_->isEmpty()) inRow = 0;
-                if (inRow == 0 && passed > kMuch) {
+                inRow = 0;
+                if (passed > kMuch && events_->isEmpty()) {
                     VornPlatform::giveFreeMemoryBack();
                     passed = 0;
                 }

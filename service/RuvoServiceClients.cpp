@@ -11,6 +11,8 @@
 #include "runtime/support/VornTokenizer.h"
 
 #include <cctype>
+#include <cstring>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -56,6 +58,16 @@ private:
 
     VornConnection& connection_;
 };
+
+// Whether the first line is there already, as that of most clients is. Does not
+// wait.
+bool hasLine(VornConnection& connection) {
+    char bytes[kLineSize];
+    int length = kLineSize;
+    bool closed = false;
+    return connection.peek(bytes, length, closed) &&
+           std::memchr(bytes, '\n', static_cast<std::size_t>(length)) != nullptr;
+}
 
 }  // namespace
 
@@ -112,7 +124,8 @@ RuvoService::Opening RuvoService::readOpening(VornConnection& connection) {
     bool closed = false;
     std::string line;
     {
-        const OpeningTimer timer(connection);
+        std::optional<OpeningTimer> timer;
+        if (!hasLine(connection)) timer.emplace(connection);
         line = connection.readLine(buffer, kLineSize, closed);
     }
     if (line.find(kHTTP) != std::string::npos) return openHTTP(line);
