@@ -86,7 +86,7 @@ void VornTimerService::insertLocked(const StatePtr& state, TimerClock::time_poin
     }
     state->place = armed_.emplace(due, state);
     state->armed = true;
-    if (state->place == armed_.begin()) earlier_.notifyOne();
+    if (due < sleepsUntil_) earlier_.notifyOne();
 }
 
 // Also withdraws what came due and has not been begun.
@@ -197,11 +197,13 @@ void VornTimerService::waitForWorkLocked() {
     auto wake = TimerClock::time_point::max();
     if (!armed_.empty()) wake = armed_.begin()->first;
     if (unservedLocked() > 0) wake = std::min(wake, nextLook_);
+    sleepsUntil_ = wake;
     if (wake == TimerClock::time_point::max()) {
         earlier_.wait(mutex_);
     } else {
         earlier_.waitUntil(mutex_, wake);
     }
+    sleepsUntil_ = TimerClock::time_point::min();
 }
 
 void VornTimerService::enterWorker(void* service) {

@@ -67,7 +67,10 @@ private:
     static void enterWorker(void* service);
 
     VornMutex mutex_;
-    VornCondition earlier_;  // a timer became the earliest one
+    VornCondition earlier_;  // a timer comes due before sleepsUntil_
+    // Until when the dispatcher sleeps, which a stopped timer does not change:
+    // one that is armed and stopped again and again wakes nobody.
+    TimerClock::time_point sleepsUntil_ VORN_GUARDED_BY(mutex_) = TimerClock::time_point::min();
     std::multimap<TimerClock::time_point, StatePtr> armed_ VORN_GUARDED_BY(mutex_);
     bool dispatching_ VORN_GUARDED_BY(mutex_) = false;
 
