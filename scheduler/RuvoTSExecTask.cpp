@@ -1,0 +1,137 @@
+#include "scheduler/RuvoTSExecTask.h"
+
+#include "runtime/platform/AppendFile.h"
+#include "runtime/platform/BatchCommand.h"
+#include "runtime/platform/FreshFile.h"
+#include "runtime/platform/Process.h"
+#include "runtime/support/VornLogging.h"
+#include "scheduler/RuvoTSEscape.h"
+#include "scheduler/RuvoTSRuns.h"
+#include "scheduler/RuvoTSStore.h"
+#include "scheduler/RuvoTSTaskThread.h"
+
+namespace RuvoService {
+namespace {
+
+constexpr int kPauseMs = 100;
+constexpr std::int32_t kNoInterpreter = 127;  // as shells say it
+constexpr std::int32_t kNoProcess = -1;       // as system(3) says it
+
+// As a line of the batch file: what a zero byte ends.
+std::string lineOf(const std::string& text) { return text.substr(0, text.find('\0')) + '\n'; }
+
+// What a file opened as text makes of it.
+std::string withLineEnds(const std::string& text) {
+    std::string changed;
+    changed.reserve(text.size() + 4);
+    for (const char c : text) {
+        if (c == '\n') {
+            changed += VornPlatform::lineEnd();
+        } else {
+            changed += c;
+        }
+    }
+    return changed;
+}
+
+bool writeBatchFile(const std::string& file, const std::string& text) {
+    VornPlatform::FreshFile batch;
+    VornPlatform::OsError error = batch.create(file);
+    const bool created = !error;
+    if (!error) error = batch.write(text);
+    if (!error) error = batch.close();
+    if (!error) return true;
+    VORN_LOG(2, "RuvoTSExecTask::runtaskonsystem: cannot write " << file << ": " << error.text());
+    batch.close();
+    if (created) VornPlatform::removeFile(file);
+    return false;
+}
+
+}  // namespace
+
+RuvoTSExecTask::RuvoTSExecTask(const std::string& name, RuvoTSSeconds nextTime,
+                               std::uint32_t frequency, const std::string& appName,
+                               const std::string& path, const std::string& params,
+                               const std::string& logFile)
+    : RuvoTSTask(name, nextTime, frequency),
+      appName_(appName),
+      path_(path),
+      params_(params),
+      logFile_(logFile) {}
+
+RuvoTSExecTask::~RuvoTSExecTask() = default;
+
+std::string RuvoTSExecTask::serialize() const {
+    return "exec " + escapeText(getName()) + ' ' + recordTime(getNextTime()) + ' ' +
+           std::to_string(getFrequency()) + ' ' + escapeText(appName_) + ' ' + escapeText(path_) +
+           ' ' + escapeText(params_) + ' ' + escapeText(logFile_);
+}
+
+int RuvoTSExecTask::performTask() {
+    VORN_LOG(9, "RuvoTSExecTask::performTask enter HANDLE=" << getHandle()
+                                                            << " NAME=" << getName());
+    const auto pause = [this] {
+        return RuvoTSRuns::getInstance().pause(kPauseMs) && !isFinished();
+    };
+    if (!pause()) return 0;
+    const auto thread = VornSupport::makeCounted<RuvoTSTaskThread>(getName());
+    if (!pause()) return 0;
+    VORN_LOG(9, "RuvoTSExecTask::performTask new thread "
+                    << " THREADTHIS=" << static_cast<const void*>(thread.get())
+                    << " NAME=" << getName());
+    enlist(*thread);
+    if (!pause()) {
+        withdraw(*thread);
+        return 0;
+    }
+    launch(*thread);
+    pause();
+    VORN_LOG(9, "RuvoTSExecTask::performTask exit ");
+    return 0;
+}
+
+std::string RuvoTSExecTask::commandLine() const {
+    std::string line = appName_ + ' ' + params_ + ' ';
+    if (!logFile_.empty()) line += '>' + logFile_ + " 2>&1 \r\n";
+    return line;
+}
+
+std::string RuvoTSExecTask::batchText() const {
+    const std::string directory = path_.empty() ? "" : "cd /d " + path_;
+    return withLineEnds(lineOf(directory) + lineOf(commandLine()));
+}
+
+std::optional<std::int32_t> RuvoTSExecTask::runtaskonsystem() {
+    VORN_LOG(9, "RuvoTSTExecTask::runtaskonsystem enter");
+    const std::string file = RuvoTSStore::inTemporaryFolder(identity() + ".bat");
+    VORN_LOG(9, "RuvoTSTaskThread::runtaskonsystem ready "
+                    << " tempfile=" << file << " cmdline=" << VornPlatform::batchCommand(file));
+    std::optional<std::int32_t> status = kNoBatchFile;
+    if (writeBatchFile(file, batchText())) {
+        VORN_LOG(9, "RuvoTSTaskThread::runtaskonsystem script "
+                        << " cmdline=" << commandLine());
+        status = runBatchFile(file);
+        if (!status) return {};  // the interpreter may still read the file
+        VornPlatform::removeFile(file);
+    }
+    VORN_LOG(9, "RuvoTSExecTask::runtaskonsystem exit "
+                    << " STATUS=" << *status);
+    return status;
+}
+
+std::optional<std::int32_t> RuvoTSExecTask::runBatchFile(const std::string& file) const {
+    VornPlatform::ProcessHandle process;
+    if (const auto error =
+            VornPlatform::startProcess(VornPlatform::batchCommand(file), process)) {
+        VORN_LOG(2, "RuvoTSExecTask::runtaskonsystem: cannot start the command interpreter for "
+                        << getName() << ": " << error.text());
+        const bool missing = error.condition() == VornPlatform::OsCondition::NotFound;
+        return missing ? kNoInterpreter : kNoProcess;
+    }
+    if (process.waitUnless(RuvoTSRuns::getInstance().stopSignal())) return process.exitCode();
+    VORN_LOG(3, "RuvoTSExecTask::runtaskonsystem: the service stops, the command of "
+                    << getName() << " goes on");
+    return {};
+}
+
+}  // namespace RuvoService

@@ -1,0 +1,139 @@
+#include "scheduler/RuvoTSStore.h"
+
+#include "runtime/platform/AppendFile.h"
+#include "runtime/platform/Environment.h"
+#include "runtime/platform/PathText.h"
+#include "runtime/support/VornLogging.h"
+
+#include <filesystem>
+#include <fstream>
+#include <system_error>
+
+namespace RuvoService {
+namespace {
+
+constexpr std::size_t kGather = 256 * 1024;       // bytes that are written at once
+constexpr std::size_t kKeptCapacity = 1024 * 1024;  // of the buffer between two stores
+
+// Puts lines together from pieces of a file.
+class LineCutter {
+public:
+    explicit LineCutter(const std::function<void(std::string_view)>& visit) : visit_(visit) {}
+
+    void add(std::string_view piece) {
+        for (;;) {
+            const std::size_t end = piece.find('\n');
+            append(piece.substr(0, end));
+            if (end == piece.npos) return;
+            endLine();
+            piece.remove_prefix(end + 1);
+        }
+    }
+    // A last line may lack its line end.
+    void finish() {
+        if (!line_.empty()) endLine();
+    }
+
+private:
+    void append(std::string_view piece) {
+        if (tooLong_ || line_.size() + piece.size() > RuvoTSStore::kLongestLine) {
+            tooLong_ = true;
+            std::string().swap(line_);
+        } else {
+            line_ += piece;
+        }
+    }
+    void endLine() {
+        if (!tooLong_) visit_(line_);
+        tooLong_ = false;
+        line_.clear();
+    }
+
+    const std::function<void(std::string_view)>& visit_;
+    std::string line_;
+    bool tooLong_ = false;
+};
+
+}  // namespace
+
+std::string RuvoTSStore::inTemporaryFolder(const std::string& name) {
+    const std::string folder = VornPlatform::getEnv("TEMP").value_or("");
+    return folder.empty() ? name : folder + VornPlatform::pathSeparator() + name;
+}
+
+RuvoTSStore::Names RuvoTSStore::names() {
+    const std::string base = inTemporaryFolder("RuvoTSEngineExecTasks");
+    return {base + ".dat", base + ".tmp", base + ".bak"};
+}
+
+bool RuvoTSStore::begin() {
+    names_ = names();
+    buffer_.clear();
+    error_ = file_.create(names_.fresh);
+    if (!error_) return true;
+    note("cannot write " + names_.fresh, error_);
+    return false;
+}
+
+void RuvoTSStore::settle() {
+    if (buffer_.size() < kGather) return;
+    if (!error_) error_ = file_.write(buffer_);
+    buffer_.clear();
+}
+
+bool RuvoTSStore::finish() {
+    if (!error_) error_ = file_.write(buffer_);
+    if (!error_) error_ = file_.flushToDisk();
+    const VornPlatform::OsError closing = file_.close();
+    if (!error_) error_ = closing;
+    buffer_.clear();
+    if (buffer_.capacity() > kKeptCapacity) buffer_.shrink_to_fit();
+
+    std::string what = "cannot write " + names_.fresh;
+    if (!error_) {
+        what = "cannot replace " + names_.current;
+        error_ = VornPlatform::replaceFile(names_.fresh, names_.current, names_.previous);
+    }
+    if (error_) {
+        VornPlatform::removeFile(names_.fresh);  // a full disk needs the room
+        note(what, error_);
+        return false;
+    }
+    if (!condition_.empty()) {
+        condition_.clear();
+        VORN_LOG(2, "RuvoTSTaskSet::recordTaskSet: " << names_.current << " is written again");
+    }
+    return true;
+}
+
+void RuvoTSStore::note(const std::string& what, VornPlatform::OsError error) {
+    const std::string condition = what + ": " + error.text();
+    if (condition == condition_) return;
+    condition_ = condition;
+    VORN_LOG(2, "RuvoTSTaskSet::recordTaskSet: " << condition << "; the old store stays");
+}
+
+bool RuvoTSStore::read(const std::string& file,
+                       const std::function<void(std::string_view)>& visit, std::string& reason) {
+    const auto path = VornPlatform::pathFromUtf8(file);
+    std::error_code error;
+    const auto status = std::filesystem::status(path, error);
+    if (status.type() == std::filesystem::file_type::not_found) return true;
+    reason = error ? error.message() : "it is no file";
+    if (!std::filesystem::is_regular_file(status)) return false;
+    std::ifstream stream(path, std::ios::binary);
+    reason = "it cannot be opened";
+    if (!stream) return false;
+
+    LineCutter lines(visit);
+    std::string piece(kGather, '\0');
+    do {
+        stream.read(piece.data(), static_cast<std::streamsize>(piece.size()));
+        lines.add(std::string_view(piece).substr(0, static_cast<std::size_t>(stream.gcount())));
+    } while (stream);
+    lines.finish();
+    reason = "it cannot be read to its end";
+    return stream.eof();
+}
+
+}  // namespace RuvoService

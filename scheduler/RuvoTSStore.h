@@ -1,0 +1,61 @@
+#pragma once
+
+#include "runtime/platform/Export.h"
+#include "runtime/platform/FreshFile.h"
+#include "runtime/platform/OsError.h"
+
+#include <cstddef>
+#include <functional>
+#include <string>
+#include <string_view>
+
+namespace RuvoService {
+
+// The file in which the tasks outlive the service: "RuvoTSEngineExecTasks.dat"
+// in the folder of temporary files. It is always written whole, under another
+// name, flushed to the disk, and then takes the old one's place in one step; the
+// old one becomes ".bak". So at every moment there is a ".dat" with either all
+// of the old tasks or all of the new. When it cannot be written, the old one
+// stays; that is logged at level 2 when it begins, when its cause changes and
+// when it is over. One thread at a time.
+class VORN_EXPORT RuvoTSStore {
+public:
+    struct Names {
+        std::string current;   // .dat
+        std::string fresh;     // .tmp
+        std::string previous;  // .bak
+    };
+
+    // The folder is the variable "TEMP"; without it, or when it is empty, names
+    // are relative to the working directory. Looked up at each call.
+    static std::string inTemporaryFolder(const std::string& name);
+    static Names names();
+
+    // Begins a new store. False when there can be none now.
+    bool begin();
+    // What is appended to the buffer becomes part of the store; settle() may be
+    // called after each append.
+    std::string& buffer() { return buffer_; }
+    void settle();
+    // Makes the new store the store. False: it is the old one still.
+    bool finish();
+
+    // Gives each line of a store to `visit`, without its "\n". False, with the
+    // reason, when there is a file that cannot be read to its end; a missing one
+    // is an empty one. Lines of more than kLongestLine bytes are left out.
+    static bool read(const std::string& file, const std::function<void(std::string_view)>& visit,
+                     std::string& reason);
+    // More than a block of the largest size that can be configured takes.
+    static constexpr std::size_t kLongestLine = std::size_t{3} << 30;
+
+private:
+    void note(const std::string& what, VornPlatform::OsError error);
+
+    Names names_;
+    VornPlatform::FreshFile file_;
+    VornPlatform::OsError error_;  // the first one since begin()
+    std::string buffer_;
+    std::string condition_;  // why the last one could not be written; empty: it was
+};
+
+}  // namespace RuvoService

@@ -1,0 +1,150 @@
+#pragma once
+
+#include "runtime/platform/Export.h"
+#include "runtime/support/VornCollaborator.h"
+#include "runtime/support/VornCriticalSection.h"
+#include "runtime/support/VornObjectBase.h"
+#include "runtime/support/VornSmartPointer.h"
+#include "scheduler/RuvoTSTime.h"
+#include "scheduler/RuvoTSTimer.h"
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace RuvoService {
+
+class RuvoTSTaskDependent;
+class RuvoTSTaskThread;
+
+// One scheduled task: waits for its time, runs on a thread of its own, and then
+// waits for its next time or is finished. Each change of its state is raised as
+// an event (RuvoTSNotifier) and told to its dependents, the clients that follow
+// it (RuvoTSTaskDependent).
+//
+// Counted. Held by the task set, by its timer while that waits, by the thread
+// of its run, and by whoever works with it. Any thread. Its lock guards what
+// changes; events are produced under it, so that they come in the order of the
+// changes, dependents are told without it. It is taken after the task set's
+// locks and before those of the timers, the notifier and its queue.
+class VORN_EXPORT RuvoTSTask : public VornSupport::VornCollaborator,
+                               public VornSupport::VornDependent,
+                               public virtual VornSupport::VornObjectBase {
+public:
+    enum State : std::int32_t { Finished = -1, Running = 0, Ended = 1, Waiting = 2 };
+    // Codes beyond these are taken: such a task runs once and stays in Ended.
+    enum Frequency : std::uint32_t { Daily = 0, Weekly = 1, Monthly = 2, Once = 3, Soon = 4 };
+
+    static constexpr std::int32_t kNeverRun = -999;  // the status before the first run
+    // What a first time that is past, and Frequency::Soon, wait instead.
+    static constexpr std::int32_t kFirstDelay = 121;
+
+    // Makes a task and starts its timer: it is in Waiting from here on.
+    template <class Task, class... Args>
+    static VornSupport::VornSmartPointer<Task> make(Args&&... args) {
+        auto task = VornSupport::makeCounted<Task>(std::forward<Args>(args)...);
+        task->begin();
+        return task;
+    }
+
+    ~RuvoTSTask() override;
+
+    // The body of the task's line in the store.
+    virtual std::string serialize() const = 0;
+    // The time has come: starts a run and returns 0. On a timer thread.
+    virtual int performTask() = 0;
+    // Does the run on the calling thread and returns its exit status; nothing
+    // when the service stops before the end of the run.
+    virtual std::optional<std::int32_t> runtaskonsystem() = 0;
+    // After a run: sets the next time, or finishes the task. A task that has
+    // been cancelled meanwhile stays so.
+    virtual void rescheduleTask();
+    // "RuvoTSExecTask", "RuvoTSBlobTask": its class name.
+    virtual std::string_view kind() const = 0;
+    // True when `type` is part of the class name.
+    bool isKind(std::string_view type) const { return kind().find(type) != kind().npos; }
+
+    // Stores, raises and tells a state. `status` is told as it is; it becomes
+    // the exit status with Ended only. Nothing follows Finished but the end of a
+    // run that was under way, which is raised and no longer told.
+    void setState(State state, std::int32_t status) VORN_EXCLUDES(lock_);
+    // The timer's time has come, or a run's thread is done.
+    void handleNotification(VornSupport::VornCollaborator& source,
+                            const VornSupport::VornNotification& notification) override;
+
+    // Takes the task out of everything but the task set, with the state Finished:
+    // its timer does not fire any more, a run that has not begun does not begin.
+    // False, and nothing done, when it has been finished before.
+    bool finish() VORN_EXCLUDES(lock_);
+    // The same without a state: the service stops.
+    void retire() VORN_EXCLUDES(lock_);
+    bool isFinished() const VORN_EXCLUDES(lock_);
+
+    // Registers a follower with the task, which holds it from then on, and with
+    // VornProxyDependentContainer; false when the task is finished. unfollow() takes back the first one
+    // with that name and handle; false when there is none. On return of
+    // unfollow() and removeMyProxyDependents() those removed are told no more.
+    bool follow(const VornSupport::VornSmartPointer<RuvoTSTaskDependent>& follower)
+        VORN_EXCLUDES(lock_);
+    bool unfollow(const std::string& remoteName, std::int32_t dependentHandle)
+        VORN_EXCLUDES(lock_);
+    void removeMyProxyDependents() VORN_EXCLUDES(lock_);
+
+    const std::string& getName() const { return name_; }         // never changes
+    std::int32_t getHandle() const { return handle_; }           // never changes
+    std::uint32_t getFrequency() const { return frequency_; }    // never changes
+    RuvoTSSeconds getNextTime() const VORN_EXCLUDES(lock_);
+    RuvoTSSeconds getLastRunTime() const VORN_EXCLUDES(lock_);
+    State getState() const VORN_EXCLUDES(lock_);
+    std::int32_t getStatus() const VORN_EXCLUDES(lock_);
+
+    // Appends the task's whole line of the store, which is built once and then
+    // kept until the task changes.
+    void appendRecord(std::string& text) VORN_EXCLUDES(lock_);
+    int recordsBuiltForTest() const VORN_EXCLUDES(lock_);
+
+protected:
+    RuvoTSTask(const std::string& name, RuvoTSSeconds nextTime, std::uint32_t frequency);
+
+    // The parts of performTask. enlist() makes the thread this task's, unless
+    // withdraw() follows; launch() starts it, and has the timer try again when
+    // the system has no thread.
+    void enlist(RuvoTSTaskThread& thread);
+    void withdraw(RuvoTSTaskThread& thread);
+    void launch(RuvoTSTaskThread& thread) VORN_EXCLUDES(lock_);
+    // 16 hexadecimal digits that no other task has.
+    std::string identity() const;
+
+private:
+    friend class RuvoTSTaskSet;
+
+    void begin() VORN_EXCLUDES(lock_);
+    // setState(); false when the task had been finished before.
+    bool change(State state, std::int32_t status) VORN_EXCLUDES(lock_);
+    void startAgain(const char* word, RuvoTSSeconds next) VORN_EXCLUDES(lock_);
+    static std::int32_t drawHandle();
+
+    const std::string name_;
+    const std::uint64_t number_;  // of all tasks ever made
+    const std::uint32_t frequency_;
+    const std::int32_t handle_;
+    std::uint64_t place_ = 0;  // the task set's, under its lock
+
+    mutable VornSupport::VornCriticalSectionObject lock_;
+    RuvoTSSeconds nextTime_ VORN_GUARDED_BY(lock_);
+    RuvoTSSeconds lastRunTime_ VORN_GUARDED_BY(lock_) = 0;
+    State state_ VORN_GUARDED_BY(lock_) = Waiting;
+    std::int32_t status_ VORN_GUARDED_BY(lock_) = kNeverRun;
+    std::uint32_t changes_ VORN_GUARDED_BY(lock_) = 0;
+    int recordsBuilt_ VORN_GUARDED_BY(lock_) = 0;
+    bool finished_ VORN_GUARDED_BY(lock_) = false;
+    std::string record_ VORN_GUARDED_BY(lock_);  // empty: to be built
+    std::vector<VornSupport::VornSmartPointer<RuvoTSTaskDependent>> followers_
+        VORN_GUARDED_BY(lock_);
+    RuvoTSTimer timer_{*this};  // started under lock_, when not finished_
+};
+
+}  // namespace RuvoService

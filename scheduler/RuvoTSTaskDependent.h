@@ -1,0 +1,58 @@
+#pragma once
+
+#include "runtime/net/VornProxyDependent.h"
+#include "runtime/platform/Export.h"
+#include "runtime/support/VornMutex.h"
+#include "runtime/support/VornSmartPointer.h"
+#include "scheduler/RuvoTSNotifications.h"
+
+#include <cstdint>
+#include <deque>
+#include <string>
+
+namespace RuvoService {
+
+class RuvoTSTask;
+
+// A client that follows one task: is told each change of its state. Registered
+// with the task and with VornProxyDependentContainer by RuvoTSTask::follow. Any
+// thread.
+class VORN_EXPORT RuvoTSTaskDependent final : public VornNet::VornProxyDependent {
+public:
+    // Opens the content of every delivery.
+    static constexpr int kMarker = 12345;
+
+    // `task` is not held: it takes this from both registers before it goes.
+    RuvoTSTaskDependent(const std::string& remoteName, std::int32_t handle, RuvoTSTask& task);
+    ~RuvoTSTaskDependent() override;
+
+    RuvoTSTask& getTask() const { return task_; }
+
+    // Delivers a RuvoTSTaskNotification; ignores others, and everything once
+    // somebody has unregistered the client. Changes are delivered in their order,
+    // one at a time: who comes while another thread delivers leaves that to it,
+    // and a change that comes after a later one is dropped. A failed delivery is
+    // logged at level 3.
+    void handleNotification(VornSupport::VornCollaborator& source,
+                            const VornSupport::VornNotification& notification) override;
+
+protected:
+    // Writes the marker, the state and the handle of the task (int).
+    void addContent(VornNet::VornConnection& connection,
+                    const VornSupport::VornNotification& notification) override;
+
+private:
+    using Change = VornSupport::VornSmartPointer<RuvoTSTaskNotification>;
+
+    bool accept(const RuvoTSTaskNotification& change) VORN_EXCLUDES(mutex_);
+    Change next() VORN_EXCLUDES(mutex_);
+    void deliver(const RuvoTSTaskNotification& change);
+
+    RuvoTSTask& task_;
+    VornSupport::VornMutex mutex_;  // never held while delivering
+    std::deque<Change> changes_ VORN_GUARDED_BY(mutex_);  // to be delivered
+    std::uint32_t latest_ VORN_GUARDED_BY(mutex_) = 0;
+    bool delivering_ VORN_GUARDED_BY(mutex_) = false;
+};
+
+}  // namespace RuvoService

@@ -1,0 +1,95 @@
+#pragma once
+
+#include "runtime/platform/Export.h"
+#include "runtime/support/VornCriticalSection.h"
+#include "runtime/support/VornSmartPointer.h"
+#include "scheduler/RuvoTSStore.h"
+#include "scheduler/RuvoTSTask.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+namespace RuvoService {
+
+// The table of live tasks, in the order of insertion, found by handle and by
+// name. Each insertion by a command and each removal rewrites the store before
+// it returns. One a process; open between the engine's initialize() and
+// cleanup(). While it is not open it writes nothing: a store that has not been
+// read back must not be replaced by one that holds less.
+//
+// Any thread. setLock_ is taken before fileLock_, both before a task's lock.
+class VORN_EXPORT RuvoTSTaskSet {
+public:
+    using Task = VornSupport::VornSmartPointer<RuvoTSTask>;
+
+    static RuvoTSTaskSet& getInstance();
+
+    // Lets commands in. With `writable` false the store is left as it is.
+    void open(bool writable) VORN_EXCLUDES(setLock_);
+    // Gives out all tasks and is empty and closed. The store stays.
+    std::vector<Task> release() VORN_EXCLUDES(setLock_);
+
+    // Inserts what `make` returns, and writes the store, unless there is a task
+    // of that name: then the result is null and nothing is made. One step.
+    // Throws VornException when the set is not open.
+    Task schedule(const std::string& name, const std::function<Task()>& make)
+        VORN_EXCLUDES(setLock_);
+    // Returns the task's index. With `record` the store is written.
+    std::size_t insert(const Task& task, bool record) VORN_EXCLUDES(setLock_);
+    // Removes the first task with that handle, if there is one, and writes the
+    // store in any case.
+    void remove(std::int32_t handle) VORN_EXCLUDES(setLock_);
+    // The first one in the order of the set, or null.
+    Task find(std::int32_t handle) const VORN_EXCLUDES(setLock_);
+    Task find(std::string_view name) const VORN_EXCLUDES(setLock_);
+    // The names of the tasks whose class name contains `type`, escaped, without
+    // the closing "%00", each with a blank behind it.
+    std::string getTaskNames(std::string_view type) const VORN_EXCLUDES(setLock_);
+    std::size_t size() const VORN_EXCLUDES(setLock_);
+    // The exit status of the last run of a task, also when it is one of the last
+    // kRemembered that were removed: a task that runs once is gone before anybody
+    // could ask for its status. Empty when the handle is unknown.
+    std::optional<std::int32_t> lastStatus(std::int32_t handle) const VORN_EXCLUDES(setLock_);
+    static constexpr std::size_t kRemembered = 1024;
+
+    // Writes the store; RuvoTSStore says what becomes of failures.
+    void recordTaskSet() VORN_EXCLUDES(setLock_, fileLock_);
+
+private:
+    RuvoTSTaskSet() = default;
+
+    std::size_t insertLocked(const Task& task) VORN_REQUIRES(setLock_);
+    void recordLocked() VORN_REQUIRES(setLock_) VORN_EXCLUDES(fileLock_);
+    template <class Index, class Key>
+    static RuvoTSTask* firstOf(const Index& index, const Key& key);
+    template <class Index, class Key>
+    static void eraseFrom(Index& index, const Key& key, const RuvoTSTask& task);
+
+    mutable VornSupport::VornCriticalSectionObject setLock_;
+    std::vector<Task> tasks_ VORN_GUARDED_BY(setLock_);  // by place_, which grows
+    // Several tasks may have one key: a store can be edited.
+    std::unordered_multimap<std::int32_t, RuvoTSTask*> byHandle_ VORN_GUARDED_BY(setLock_);
+    std::unordered_multimap<std::string_view, RuvoTSTask*> byName_ VORN_GUARDED_BY(setLock_);
+    struct Removed {
+        std::int32_t handle;
+        std::int32_t status;
+    };
+    std::deque<Removed> removed_ VORN_GUARDED_BY(setLock_);  // the latest last
+    std::uint64_t nextPlace_ VORN_GUARDED_BY(setLock_) = 0;
+    // For the log: insertions less removals, of tasks that were not there as well.
+    std::uint32_t count_ VORN_GUARDED_BY(setLock_) = 0;
+    bool open_ VORN_GUARDED_BY(setLock_) = false;
+    bool writable_ VORN_GUARDED_BY(setLock_) = false;
+
+    VornSupport::VornCriticalSectionObject fileLock_;
+    RuvoTSStore store_ VORN_GUARDED_BY(fileLock_);
+};
+
+}  // namespace RuvoService

@@ -1,0 +1,75 @@
+#include "scheduler/RuvoTSTaskThread.h"
+
+#include "runtime/support/VornLogging.h"
+#include "scheduler/RuvoTSExecTask.h"
+#include "scheduler/RuvoTSNotifications.h"
+#include "scheduler/RuvoTSTask.h"
+
+#include <exception>
+#include <utility>
+
+namespace RuvoService {
+namespace {
+
+constexpr int kPauseMs = 100;
+
+}  // namespace
+
+RuvoTSTaskThread::RuvoTSTaskThread(const std::string& name, std::int32_t exitCode)
+    : VornThread(name), exitCode_(exitCode) {
+    setStackSize(kClientStack);
+}
+
+RuvoTSTaskThread::RuvoTSTaskThread(const std::string& name)
+    : RuvoTSTaskThread(name, RuvoTSExecTask::kNoBatchFile) {}
+RuvoTSTaskThread::RuvoTSTaskThread() : RuvoTSTaskThread("RuvoTSTaskThread", RuvoTSTask::kNeverRun) {}
+
+RuvoTSTaskThread::~RuvoTSTaskThread() = default;
+
+void RuvoTSTaskThread::setTask(VornSupport::VornSmartPointer<RuvoTSTask> task) {
+    underWay_ = task ? RuvoTSRuns::getInstance().begin() : RuvoTSRuns::Token();
+    task_ = std::move(task);
+}
+
+int RuvoTSTaskThread::run() {
+    VORN_LOG(9, "RuvoTSTaskThread::run ");
+    const RuvoTSRuns::Token underWay = std::exchange(underWay_, RuvoTSRuns::Token());
+    const auto task = std::exchange(task_, nullptr);
+    if (underWay && runTask(*task)) {
+        try {
+            notify(RuvoTSThreadDone(task, exitCode_));
+        } catch (const std::exception& e) {
+            VORN_LOG(2, "RuvoTSTaskThread::run: exception: " << e.what());
+        }
+    }
+    removeDependent(*task);  // unless it has done so itself
+    VORN_LOG(9, "RuvoTSTaskThread::run exit ");
+    return exitCode_;
+}
+
+// False when the run did not come to its end.
+bool RuvoTSTaskThread::runTask(RuvoTSTask& task) {
+    if (!RuvoTSRuns::getInstance().pause(kPauseMs) || task.isFinished()) return false;
+    task.setState(RuvoTSTask::Running, 0);
+    bool ended = true;
+    try {
+        const auto status = runtaskonsystem(task);
+        ended = status.has_value();
+        exitCode_ = status.value_or(exitCode_);
+    } catch (const std::exception& e) {
+        // Out of memory, say. The task gets its next turn all the same.
+        VORN_LOG(2, "RuvoTSTaskThread::run: " << task.getName() << ": " << e.what());
+    }
+    if (ended) task.setState(RuvoTSTask::Ended, exitCode_);
+    return ended;
+}
+
+std::optional<std::int32_t> RuvoTSTaskThread::runtaskonsystem(RuvoTSTask& task) {
+    VORN_LOG(9, "RuvoTSTaskThread::runtaskonsystem enter");
+    const auto status = task.runtaskonsystem();
+    VORN_LOG(9, "RuvoTSTaskThread::runtaskonsystem exit "
+                    << " STATUS=" << status.value_or(exitCode_));
+    return status;
+}
+
+}  // namespace RuvoService

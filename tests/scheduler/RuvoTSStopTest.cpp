@@ -1,0 +1,113 @@
+// What becomes of tasks that run when the service stops.
+
+#include "runtime/support/VornThread.h"
+#include "scheduler/RuvoTSRuns.h"
+#include "scheduler/RuvoTSTimeKeeper.h"
+#include "tests/scheduler/SchedulerTestTools.h"
+#include "tests/support/ChildMain.h"
+#include "tests/support/LogCapture.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <string>
+
+using namespace RuvoService;
+using TestSupport::exists;
+using TestSupport::inQuotes;
+using TestSupport::kNoon;
+using TestSupport::OpenScheduler;
+using TestSupport::waitUntil;
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+class RuvoTSStopTest : public testing::Test {
+protected:
+    RuvoTSStopTest() { TestSupport::provideCommandInterpreter(); }
+
+    std::string fileArgument(std::string_view name) const { return inQuotes(work_.file(name)); }
+    static RuvoTSTaskSet::Task task(const std::string& name) {
+        return RuvoTSTaskSet::getInstance().find(name);
+    }
+    // A command that says that it runs and waits for a word before it says that
+    // it is done. Its two halves are children of this program.
+    std::int32_t scheduleWaiting(std::uint32_t frequency) const {
+        const std::string command = TestSupport::childCommand(
+            "tell " + fileArgument("running") + " " + fileArgument("go") + " " +
+            fileArgument("done"));
+        return OpenScheduler::schedule("waits", command, "", kNoon + 10, frequency);
+    }
+
+    TestSupport::TemporaryDirectory work_;
+    TestSupport::StoreFolder folder_;
+    TestSupport::TestClock clock_;
+    OpenScheduler scheduler_;
+};
+
+TEST_F(RuvoTSStopTest, LetsTheCommandRunOn) {
+    scheduleWaiting(0);
+    clock_.advance(10);
+    ASSERT_TRUE(waitUntil([&] { return exists(work_.file("running")); }));
+    EXPECT_EQ(task("waits")->getState(), RuvoTSTask::Running);
+
+    const TestSupport::LogCapture log(3);
+    const auto begin = Clock::now();
+    scheduler_.stop();
+    EXPECT_LT(Clock::now() - begin, std::chrono::seconds(4));
+    EXPECT_EQ(RuvoTSRuns::getInstance().count(), 0);
+    EXPECT_EQ(RuvoTSTimeKeeper::getInstance().waiting(), 0u);
+    EXPECT_TRUE(log.has(3, "RuvoTSExecTask::runtaskonsystem: the service stops, the command of "
+                           "waits goes on"));
+    // No thread of ours waits for it.
+    EXPECT_TRUE(waitUntil([] { return VornSupport::VornThread::liveCount() == 1; }));
+
+    EXPECT_FALSE(exists(work_.file("done")));
+    TestSupport::writeFile(work_.file("go"), "");
+    EXPECT_TRUE(waitUntil([&] { return exists(work_.file("done")); }));
+}
+
+// It is in the store still, so the next life runs it two minutes after its start.
+TEST_F(RuvoTSStopTest, KeepsATaskWhoseRunDidNotEnd) {
+    scheduleWaiting(RuvoTSTask::Once);
+    clock_.advance(10);
+    ASSERT_TRUE(waitUntil([&] { return exists(work_.file("running")); }));
+    scheduler_.stop();
+    EXPECT_EQ(folder_.lines().size(), 1u);
+    TestSupport::writeFile(work_.file("go"), "");
+    ASSERT_TRUE(waitUntil([&] { return exists(work_.file("done")); }));
+    EXPECT_EQ(folder_.lines().size(), 1u);
+    scheduler_.start();
+    ASSERT_TRUE(task("waits"));
+    EXPECT_EQ(task("waits")->getState(), RuvoTSTask::Waiting);
+    EXPECT_EQ(RuvoTSTimeKeeper::getInstance().waiting(), 1u);
+}
+
+TEST_F(RuvoTSStopTest, DoesNotWaitForPauses) {
+    for (int i = 0; i < 50; ++i) {
+        OpenScheduler::schedule(std::to_string(i), "exit", "0", kNoon + 10, 0);
+    }
+    clock_.advance(10);
+    ASSERT_TRUE(waitUntil([] { return RuvoTSRuns::getInstance().count() > 0; }));
+    scheduler_.stop();
+    EXPECT_EQ(RuvoTSRuns::getInstance().count(), 0);
+    EXPECT_EQ(folder_.lines().size(), 50u);
+    EXPECT_TRUE(waitUntil([] { return VornSupport::VornThread::liveCount() == 1; }));
+}
+
+// A daily task that ends while the service stops is not armed again.
+TEST_F(RuvoTSStopTest, ArmsNothingAfterwards) {
+    for (int life = 0; life < 10; ++life) {
+        OpenScheduler::scheduleBlob("daily" + std::to_string(life), "", kNoon + 10 + life, 0);
+        clock_.advance(10 + life);
+        waitUntil([] { return RuvoTSRuns::getInstance().count() > 0; });
+        scheduler_.stop();
+        EXPECT_EQ(RuvoTSTimeKeeper::getInstance().waiting(), 0u);
+        clock_.advance(86400);
+        EXPECT_EQ(RuvoTSRuns::getInstance().count(), 0);
+        scheduler_.start();
+    }
+}
+
+}  // namespace
