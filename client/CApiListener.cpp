@@ -28,15 +28,21 @@ ruvo_delivery* handOut(RuvoDelivery&& content) {
     return owned;
 }
 
+ruvo_status openListener(const Ruvo::RuvoListenerOptions& options, ruvo_listener** listener) {
+    return guardCall([&] {
+        requireAll(listener);
+        *listener = new ruvo_listener{Ruvo::RuvoListener(options)};
+    });
+}
+
 }  // namespace
 
 ruvo_status ruvo_listener_open(int use_udp, ruvo_listener** listener) {
-    return guardCall([&] {
-        requireAll(listener);
-        Ruvo::RuvoListenerOptions options;
-        options.useUdp = use_udp != 0;
-        *listener = new ruvo_listener{Ruvo::RuvoListener(options)};
-    });
+    return openListener({.useUdp = use_udp != 0}, listener);
+}
+
+ruvo_status ruvo_listener_open_tasks(int use_udp, ruvo_listener** listener) {
+    return openListener({.useUdp = use_udp != 0, .taskChanges = true}, listener);
 }
 
 void ruvo_listener_close(ruvo_listener* listener) { delete listener; }

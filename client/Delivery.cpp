@@ -2,6 +2,8 @@
 
 #include "runtime/net/WireCodec.h"
 
+#include <string>
+
 namespace Ruvo {
 namespace {
 
@@ -45,10 +47,33 @@ private:
     DecodeOutcome outcome_ = DecodeOutcome::Complete;
 };
 
+constexpr std::uint32_t kTaskMarker = 12345;
+
+DecodeOutcome decodeTaskChange(std::string_view bytes, RuvoDelivery& delivery,
+                               std::size_t& consumed) {
+    FieldReader reader(bytes);
+    const std::uint32_t handle = reader.readUnsigned();
+    const std::uint32_t marker = reader.readUnsigned();
+    if (reader.outcome() == DecodeOutcome::Complete && marker != kTaskMarker) {
+        return DecodeOutcome::Invalid;
+    }
+    const std::uint32_t state = reader.readUnsigned();
+    const auto task = std::to_string(static_cast<std::int32_t>(reader.readUnsigned()));
+    if (reader.outcome() != DecodeOutcome::Complete) return reader.outcome();
+    delivery.handle = static_cast<std::int32_t>(handle);
+    delivery.sender.clear();
+    delivery.event = "VornTSEvent:" + task;
+    delivery.message = task;
+    delivery.data.assign(reinterpret_cast<const char*>(&state), sizeof state);
+    consumed = reader.position();
+    return DecodeOutcome::Complete;
+}
+
 }  // namespace
 
 DecodeOutcome decodeDelivery(std::string_view bytes, const RuvoListenerOptions& limits,
                              RuvoDelivery& delivery, std::size_t& consumed) {
+    if (limits.taskChanges) return decodeTaskChange(bytes, delivery, consumed);
     FieldReader reader(bytes);
     const std::uint32_t handle = reader.readUnsigned();
     const std::string_view sender = reader.readSized(limits.maxStringBytes);

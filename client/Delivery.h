@@ -15,7 +15,8 @@ enum class DecodeOutcome {
 
 // Takes one delivery from the beginning of `bytes`. Only the sizes in it are
 // looked at until it is complete, so it may be called again as bytes arrive.
-// A pure function; any thread.
+// With limits.taskChanges it is what a followed task sends: the handle, 12345,
+// the state, the task. A pure function; any thread.
 DecodeOutcome decodeDelivery(std::string_view bytes, const RuvoListenerOptions& limits,
                              RuvoDelivery& delivery, std::size_t& consumed);
 

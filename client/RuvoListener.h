@@ -24,6 +24,9 @@ struct RuvoDelivery {
 
 struct RuvoListenerOptions {
     bool useUdp = false;
+    // For RuvoTasks::follow instead of RuvoNotifier::registerFor: each change
+    // comes as the event of the same change would, but without a sender.
+    bool taskChanges = false;
     // What claims to be longer is no delivery: its connection is closed. An
     // event's name may be longer than any text that the daemon takes.
     std::uint32_t maxStringBytes = 67108864;

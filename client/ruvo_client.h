@@ -126,6 +126,77 @@ RUVO_API ruvo_status ruvo_job_cancel(ruvo_client* client, int32_t id);
 /* The daemon takes this request and never answers it; nor is it waited for. */
 RUVO_API ruvo_status ruvo_job_request_all_progress(ruvo_client* client);
 
+/* ---- Scheduler ---------------------------------------------------------- */
+
+/* What `frequency` may be; any other number is taken as well: such a task runs
+ * once and stays. */
+#define RUVO_TASK_DAILY 0
+#define RUVO_TASK_WEEKLY 1
+#define RUVO_TASK_MONTHLY 2 /* every 28 days */
+#define RUVO_TASK_ONCE 3
+#define RUVO_TASK_SOON 4 /* once, 121 seconds from now, whatever the time */
+
+/* A task's state. */
+#define RUVO_TASK_FINISHED (-1)
+#define RUVO_TASK_RUNNING 0
+#define RUVO_TASK_ENDED 1
+#define RUVO_TASK_WAITING 2
+
+/* The exit status of a task before its first run. */
+#define RUVO_TASK_NEVER_RUN (-999)
+
+/* UTC. A first time that is past becomes 121 seconds from now. */
+typedef struct ruvo_task_plan {
+    int32_t frequency;
+    int32_t year;
+    int32_t month; /* 1 to 12; values out of range are carried */
+    int32_t day;
+    int32_t hour;
+    int32_t minute;
+    int32_t second;
+} ruvo_task_plan;
+
+/* All texts go into a batch file as they stand. Null is the empty text. */
+typedef struct ruvo_task_command {
+    const char* program;
+    const char* parameters;
+    const char* directory;
+    const char* log_file; /* receives the output */
+} ruvo_task_command;
+
+/* RUVO_DECLINED, of both: -11, there is a task of that name. */
+RUVO_API ruvo_status ruvo_task_schedule(ruvo_client* client, const char* name,
+                                        const ruvo_task_command* command,
+                                        const ruvo_task_plan* plan, int32_t* task);
+/* `bytes` may be null when size is 0. */
+RUVO_API ruvo_status ruvo_task_schedule_blob(ruvo_client* client, const char* name,
+                                             const void* bytes, size_t size,
+                                             const ruvo_task_plan* plan, int32_t* task);
+/* RUVO_DECLINED, here and below: -9, there is no such task. */
+RUVO_API ruvo_status ruvo_task_lookup(ruvo_client* client, const char* name, int32_t* task);
+/* A command that runs already is not stopped. */
+RUVO_API ruvo_status ruvo_task_cancel(ruvo_client* client, int32_t task);
+RUVO_API ruvo_status ruvo_task_state(ruvo_client* client, int32_t task, int32_t* state);
+/* Of a task with a command. */
+RUVO_API ruvo_status ruvo_task_exit_code(ruvo_client* client, int32_t task, int32_t* exit_code);
+RUVO_API ruvo_status ruvo_task_next_run(ruvo_client* client, int32_t task, ruvo_task_plan* plan);
+/* When the last run of a task with a command ended, "2024-02-29 12:00:00 UTC";
+ * before the first one the beginning of 1970. To be given to ruvo_free(). */
+RUVO_API ruvo_status ruvo_task_last_run(ruvo_client* client, int32_t task, char** text);
+/* The bytes that a task keeps, to be given to ruvo_free(). */
+RUVO_API ruvo_status ruvo_task_retrieve(ruvo_client* client, int32_t task, char** bytes,
+                                        size_t* size);
+/* The exit status of the last run of any task, also of one that is gone since
+ * not too long. This and the next two need a daemon that loads SchedulerFollow. */
+RUVO_API ruvo_status ruvo_task_last_status(ruvo_client* client, int32_t task, int32_t* status);
+/* From now on each change of the task's state is delivered to `remote_name`, that
+ * of a listener of ruvo_listener_open_tasks(). After RUVO_TASK_FINISHED nothing
+ * more comes. */
+RUVO_API ruvo_status ruvo_task_follow(ruvo_client* client, const char* remote_name,
+                                      int32_t handle, int32_t task);
+RUVO_API ruvo_status ruvo_task_unfollow(ruvo_client* client, const char* remote_name,
+                                        int32_t handle, int32_t task);
+
 /* ---- Notifier ----------------------------------------------------------- */
 
 /* From now on, events whose name the regular expression `signature` matches are
@@ -159,6 +230,9 @@ typedef struct ruvo_delivery {
 
 /* Listens on a free loopback port. */
 RUVO_API ruvo_status ruvo_listener_open(int use_udp, ruvo_listener** listener);
+/* The same for ruvo_task_follow() alone. A delivery has the event "VornTSEvent:"
+ * and the task's handle, and the state as data, an int32_t of this machine. */
+RUVO_API ruvo_status ruvo_listener_open_tasks(int use_udp, ruvo_listener** listener);
 RUVO_API void ruvo_listener_close(ruvo_listener* listener);
 /* "tcp:127.0.0.1:4711", for ruvo_notifier_register(); lives as long as the listener. */
 RUVO_API const char* ruvo_listener_remote_name(const ruvo_listener* listener);

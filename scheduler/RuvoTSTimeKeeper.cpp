@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <utility>
+#include <vector>
 
 namespace RuvoService {
 
@@ -42,6 +43,18 @@ RuvoTSTimeKeeper::Owner RuvoTSTimeKeeper::claim(RuvoTSTimer& timer) {
     if (timer.phase_ != Phase::Fired) return nullptr;
     timer.phase_ = Phase::Idle;
     return std::exchange(timer.held_, nullptr);
+}
+
+void RuvoTSTimeKeeper::forgetAllForTest() {
+    std::vector<Owner> before;  // released after the lock
+    VornMutexLock lock(mutex_);
+    for (Order* order : {&byWall_, &byElapsed_}) {
+        for (const auto& [due, timer] : *order) {
+            timer->phase_ = Phase::Idle;
+            before.push_back(std::exchange(timer->held_, nullptr));
+        }
+        order->clear();
+    }
 }
 
 void RuvoTSTimeKeeper::takeOutLocked(RuvoTSTimer& timer) {

@@ -45,6 +45,9 @@ public:
     // Timers that wait.
     std::size_t waiting() const VORN_EXCLUDES(mutex_);
 
+    // Disarms every timer.
+    void forgetAllForTest() VORN_EXCLUDES(mutex_);
+
 private:
     friend class RuvoTSTimer;
     using Order = std::multimap<std::int64_t, RuvoTSTimer*>;

@@ -6,6 +6,7 @@
 #include "notifier/RuvoNNEngine.h"
 #include "runtime/platform/Export.h"
 #include "runtime/support/VornLogging.h"
+#include "scheduler/RuvoTSEngine.h"
 
 namespace RuvoService {
 
@@ -27,6 +28,7 @@ void Module::attach() {
         udpServer_ = std::make_unique<RuvoUDPServer>();
         notifierEngine_ = std::make_unique<RuvoNNEngine>();
         notifier_ = notifierEngine_.get();
+        schedulerEngine_ = std::make_unique<RuvoTSEngine>(notifier_);
         jobStatusEngine_ = std::make_unique<RuvoJSEngine>(notifier_);
     } catch (...) {
         destroyMonitors();
@@ -45,6 +47,7 @@ void Module::detach() {
 // Who uses another goes first.
 void Module::destroyMonitors() {
     jobStatusEngine_.reset();
+    schedulerEngine_.reset();
     notifier_ = nullptr;
     notifierEngine_.reset();
     udpServer_.reset();

@@ -11,6 +11,7 @@ namespace RuvoService {
 class RuvoJSEngine;
 class RuvoNNEngine;
 class RuvoTCPServer;
+class RuvoTSEngine;
 class RuvoUDPServer;
 
 // The core module: owns the monitors of the daemon, which are known from attach
@@ -40,6 +41,7 @@ private:
     std::unique_ptr<RuvoTCPServer> tcpServer_;
     std::unique_ptr<RuvoUDPServer> udpServer_;
     std::unique_ptr<RuvoNNEngine> notifierEngine_;
+    std::unique_ptr<RuvoTSEngine> schedulerEngine_;
     std::unique_ptr<RuvoJSEngine> jobStatusEngine_;
     RuvoNNEngine* notifier_ = nullptr;  // given to the engines that raise events
 };

@@ -17,6 +17,7 @@ void addJobCommands(CLI::App& app, Session& session);
 void addNotifyCommand(CLI::App& app, Session& session);
 void addWatchCommand(CLI::App& app, Session& session);
 void addRawCommand(CLI::App& app, Session& session);
+void addTaskCommands(CLI::App& app, Session& session);
 void addStopCommand(CLI::App& app, Session& session);
 
 }  // namespace Ruvoctl

@@ -6,6 +6,7 @@ namespace Ruvoctl {
 namespace {
 
 constexpr std::string_view kJobEvent = "VornJSEvent:";
+constexpr std::string_view kTaskEvent = "VornTSEvent:";
 constexpr std::size_t kShownBytes = 1024;  // of an event's data, on a line for humans
 
 // The length of the UTF-8 sequence at the beginning of `text` when it is a
@@ -43,6 +44,16 @@ std::optional<std::string> jobChange(const Ruvo::RuvoDelivery& delivery) {
         case 3: return "progress";
         default: return "code " + std::to_string(code);
     }
+}
+
+// The state that a task's event tells of, when it is one.
+std::optional<std::string> taskChange(const Ruvo::RuvoDelivery& delivery) {
+    std::int32_t state = 0;
+    if (delivery.event.rfind(kTaskEvent, 0) != 0 || delivery.data.size() != sizeof state) {
+        return std::nullopt;
+    }
+    std::memcpy(&state, delivery.data.data(), sizeof state);  // in this machine's byte order
+    return stateText(state);
 }
 
 std::string dataText(std::string_view data) {
@@ -122,9 +133,20 @@ bool isPrintable(std::string_view text) {
     return true;
 }
 
+std::string stateText(std::int32_t state) {
+    switch (state) {
+        case -1: return "finished";
+        case 0: return "running";
+        case 1: return "ended";
+        case 2: return "waiting";
+        default: return "state " + std::to_string(state);
+    }
+}
+
 std::string lineOf(const Ruvo::RuvoDelivery& delivery) {
     std::string line = shown(delivery.event);
-    const auto change = jobChange(delivery);
+    auto change = jobChange(delivery);
+    if (!change) change = taskChange(delivery);
     if (change) line += " " + *change;
     line += " sender=\"" + shown(delivery.sender) + "\" message=\"" + shown(delivery.message) + "\"";
     if (!change) line += dataText(delivery.data);
@@ -139,6 +161,8 @@ Json jsonOf(const Ruvo::RuvoDelivery& delivery) {
                  {"data", hexOf(delivery.data)}};
     if (const auto change = jobChange(delivery)) {
         json["job"] = {{"name", delivery.event.substr(kJobEvent.size())}, {"change", *change}};
+    } else if (const auto state = taskChange(delivery)) {
+        json["task"] = {{"handle", delivery.event.substr(kTaskEvent.size())}, {"state", *state}};
     } else if (isPrintable(delivery.data)) {
         json["text"] = delivery.data;
     }

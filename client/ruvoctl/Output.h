@@ -4,6 +4,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -26,6 +27,9 @@ std::optional<std::string> bytesOf(std::string_view hex);
 std::string shown(std::string_view text);
 // True when shown() would change nothing, and it is not empty.
 bool isPrintable(std::string_view text);
+
+// A task's state in a word.
+std::string stateText(std::int32_t state);
 
 // One line for a delivery, without its line end.
 std::string lineOf(const Ruvo::RuvoDelivery& delivery);

@@ -11,11 +11,12 @@ namespace Ruvoctl {
 namespace {
 
 constexpr const char* kAbout =
-    "Drives the management services daemon: jobs, events, requests of any monitor.";
+    "Drives the management services daemon: jobs, tasks, events, requests of any monitor.";
 
 constexpr const char* kFooter = R"(Examples:
   ruvoctl job create nightly-backup --description "every night at two"
   ruvoctl job progress nightly-backup 50
+  ruvoctl task schedule cleanup --daily --at 02:30 -- /usr/bin/find /tmp -mtime +7 -delete
   ruvoctl watch '^VornJSEvent:'
   ruvoctl notify disk.failed --message "bay 3"
   ruvoctl job create --help
@@ -121,6 +122,7 @@ int run(const std::vector<std::string>& arguments, Surroundings& surroundings) {
     addGlobalOptions(app, session);
     addJobCommands(app, session);
     addNotifyCommand(app, session);
+    addTaskCommands(app, session);
     addWatchCommand(app, session);
     addRawCommand(app, session);
     addStopCommand(app, session);

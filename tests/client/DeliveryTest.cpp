@@ -86,3 +86,37 @@ TEST(Delivery, RefusesEachFieldOverItsLimitAsSoonAsItsSizeIsThere) {
     }
     EXPECT_EQ(outcomeOf(i32(1) + i32(101)), DecodeOutcome::Invalid);
 }
+
+// ---- of a followed task ----------------------------------------------------------
+
+TEST(Delivery, TakesAChangeOfATaskForItsEvent) {
+    const Ruvo::RuvoListenerOptions limits{.taskChanges = true};
+    const std::string bytes = i32(-7) + i32(12345) + i32(-1) + i32(42);
+    RuvoDelivery result;
+    std::size_t consumed = 0;
+    ASSERT_EQ(Ruvo::decodeDelivery(bytes + "rest", limits, result, consumed),
+              DecodeOutcome::Complete);
+    EXPECT_EQ(consumed, bytes.size());
+    EXPECT_EQ(result.handle, -7);
+    EXPECT_EQ(result.event, "VornTSEvent:42");
+    EXPECT_EQ(result.message, "42");
+    EXPECT_EQ(result.sender, "");
+    const std::int32_t state = -1;
+    EXPECT_EQ(result.data, std::string(reinterpret_cast<const char*>(&state), sizeof state));
+    for (std::size_t size = 0; size < bytes.size(); ++size) {
+        EXPECT_EQ(Ruvo::decodeDelivery(bytes.substr(0, size), limits, result, consumed),
+                  DecodeOutcome::NeedMore)
+            << size;
+    }
+}
+
+TEST(Delivery, TakesNothingElseForAChangeOfATask) {
+    const Ruvo::RuvoListenerOptions limits{.taskChanges = true};
+    RuvoDelivery result;
+    std::size_t consumed = 0;
+    EXPECT_EQ(Ruvo::decodeDelivery(i32(1) + i32(12346), limits, result, consumed),
+              DecodeOutcome::Invalid);
+    EXPECT_EQ(Ruvo::decodeDelivery(delivery(1, "me", "VornTSEvent:1", "1"), limits, result,
+                                   consumed),
+              DecodeOutcome::Invalid);
+}

@@ -64,7 +64,7 @@ TEST(RuvoTSEscape, ReckonsLettersAsUpperCase) {
     EXPECT_EQ(unescapeText("%4A%00"), "J");
     EXPECT_EQ(unescapeText("%4a%00"), bytes({4 * 16 + 'a' - 55}));
     EXPECT_EQ(unescapeText("%fF%00"), bytes({(('f' - 55) * 16 + 15) & 0xFF}));
-    EXPECT_EQ(unescapeText("%G0%00"), bytes({16 * 16 & 0xFF}));  // zero: the end
+    EXPECT_EQ(unescapeText("a%G0b%00"), "a");  // 16 times 16 is a zero byte: the end
 }
 
 TEST(RuvoTSEscape, EndsAtAPercentSignWithTooLittleBehindIt) {

@@ -147,7 +147,7 @@ TEST_F(RuvoTSTaskDependentTest, DropsAChangeThatComesAfterALaterOne) {
 }
 
 TEST_F(RuvoTSTaskDependentTest, TellsInOrderFromManyThreads) {
-    const Follower follower = follow(listener_.remoteName());
+    follow(listener_.remoteName());  // not held: the connection ends with it
     std::vector<std::jthread> threads;
     for (int t = 0; t < 4; ++t) {
         threads.emplace_back([&] {

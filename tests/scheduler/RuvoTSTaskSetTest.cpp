@@ -259,8 +259,8 @@ TEST_F(RuvoTSTaskSetTest, GivesOutAllTasksWhenItIsReleased) {
 }
 
 TEST_F(RuvoTSTaskSetTest, KeepsATaskThatTheStoreCannotTake) {
-    const TestSupport::Variable nowhere("TEMP", folder_.file("nowhere"));
     const LogCapture log(2);
+    const TestSupport::Variable nowhere("TEMP", folder_.file("nowhere"));
     const auto task = set_.schedule("a", [] { return exec("a"); });
     ASSERT_TRUE(task);
     set_.schedule("b", [] { return exec("b"); });

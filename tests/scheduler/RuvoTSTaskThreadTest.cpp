@@ -189,7 +189,7 @@ TEST(RuvoTSRuns, CountsWhatIsUnderWay) {
         EXPECT_TRUE(second);
         EXPECT_EQ(runs.count(), 1);
         second = runs.begin();
-        EXPECT_EQ(runs.count(), 2);  // the old one goes with the temporary
+        EXPECT_EQ(runs.count(), 1);  // the old one has gone with the temporary
     }
     EXPECT_EQ(runs.count(), 0);
 }

@@ -69,12 +69,12 @@ bool EventLog::checkEvent(const VornSupport::VornNotification& notification) {
     if (event == nullptr) return false;
     std::int32_t state = 0;
     if (event->getSender() != "udp:127.0.0.1" || event->getDataSize() != sizeof state ||
-        event->getEventName() != "VornTSEvent:" + event->getMessage()) {
+        event->getEventName() != "VornTSEvent:" + std::string(event->getMessage())) {
         throw std::runtime_error("not an event of a task");
     }
     std::memcpy(&state, event->getData(), sizeof state);
     VornSupport::VornMutexLock lock(mutex_);
-    events_.push_back(event->getEventName() + ' ' + std::to_string(state));
+    events_.push_back(std::string(event->getEventName()) + ' ' + std::to_string(state));
     return false;
 }
 
@@ -108,6 +108,7 @@ OpenTaskSet::~OpenTaskSet() {
     for (const auto& task : tasks) task->retire();
     RuvoTSRuns::getInstance().stop(20'000);
     for (const auto& task : tasks) task->removeMyProxyDependents();
+    RuvoTSTimeKeeper::getInstance().forgetAllForTest();  // of tasks outside the set
 }
 
 OpenScheduler::OpenScheduler()

@@ -1,7 +1,9 @@
 #include "service/Module.h"
 
 #include "runtime/monitor/VornEventMonitorManager.h"
+#include "runtime/net/VornProxyDependentContainer.h"
 #include "runtime/support/VornException.h"
+#include "tests/scheduler/SchedulerTestTools.h"
 #include "tests/service/TestMonitor.h"
 #include "tests/support/LogCapture.h"
 
@@ -16,7 +18,8 @@ using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using VornMonitor::VornEventMonitorManager;
 
-const char* const kMonitors[] = {"TCPServer", "UDPServer", "Notifier", "JobStatus"};
+const char* const kMonitors[] = {"TCPServer", "UDPServer", "Notifier", "Scheduler",
+                                 "JobStatus"};
 
 bool isKnown(const char* name) { return VornEventMonitorManager::getInstance().isKnown(name); }
 
@@ -43,7 +46,7 @@ TEST(Module, MakesItsMonitorsInTheirOrder) {
     std::vector<std::string> order;
     for (const auto& text : log.texts()) {
         for (const std::string name : {"RuvoTCPServer::initialize", "RuvoUDPServer::initialize",
-                                       "RuvoNNEngine::initialize"}) {
+                                       "RuvoNNEngine::initialize", "RuvoTSEngine::initialize"}) {
             if (text.starts_with(name) && (order.empty() || order.back() != name)) {
                 order.push_back(name);
             }
@@ -51,7 +54,7 @@ TEST(Module, MakesItsMonitorsInTheirOrder) {
     }
     VornEventMonitorManager::getInstance().stopMonitors();
     EXPECT_THAT(order, ElementsAre("RuvoTCPServer::initialize", "RuvoUDPServer::initialize",
-                                   "RuvoNNEngine::initialize"));
+                                   "RuvoNNEngine::initialize", "RuvoTSEngine::initialize"));
 }
 
 TEST(Module, CanBeAttachedAgain) {
@@ -84,6 +87,40 @@ TEST(Module, MakesNoMonitorWhenANameIsTaken) {
     }
     module.attach();
     EXPECT_TRUE(isKnown("JobStatus"));
+}
+
+// Known only when it is asked for, and gone with the scheduler that it needs.
+TEST(Module, OffersTheMonitorOfFollowers) {
+    auto& manager = VornEventMonitorManager::getInstance();
+    Module module;
+    module.attach();
+    EXPECT_FALSE(isKnown("SchedulerFollow"));
+    manager.loadMonitor("SchedulerFollow", nullptr);
+    EXPECT_TRUE(isKnown("SchedulerFollow"));
+    module.detach();
+    EXPECT_FALSE(isKnown("SchedulerFollow"));
+    module.attach();
+    EXPECT_FALSE(isKnown("SchedulerFollow"));
+}
+
+// What happens to tasks is offered to those who registered for events.
+TEST(Module, RaisesTheEventsOfTasksThroughItsNotifier) {
+    const TestSupport::StoreFolder folder;
+    const auto events = VornSupport::makeCounted<TestSupport::EventLog>();
+    auto& container = VornNet::VornProxyDependentContainer::getInstance();
+    container.add(events);
+    auto& manager = VornEventMonitorManager::getInstance();
+    {
+        Module module;
+        module.attach();
+        manager.startMonitors(VornSupport::makeCounted<VornEventMonitorManager::Properties>());
+        const auto task = TestSupport::OpenScheduler::scheduleBlob("task", "", 2'000'000'000, 3);
+        EXPECT_TRUE(events->awaitStates(task, {2}));
+        TestSupport::OpenScheduler::ask("RUVO_TS_CANCEL", task);
+        EXPECT_TRUE(events->awaitStates(task, {2, -1}));
+        manager.stopMonitors();
+    }
+    container.remove(*events);
 }
 
 TEST(Module, TellsWhereItsListenersListen) {

@@ -1,0 +1,404 @@
+#include "client/RuvoTasks.h"
+#include "client/ruvoctl/Commands.h"
+#include "client/ruvoctl/FileBytes.h"
+#include "client/ruvoctl/Output.h"
+#include "client/ruvoctl/TaskFollowing.h"
+#include "client/ruvoctl/TaskText.h"
+#include "client/ruvoctl/TaskTimes.h"
+
+#include <charconv>
+#include <chrono>
+#include <cmath>
+#include <fstream>
+#include <memory>
+#include <vector>
+
+namespace Ruvoctl {
+namespace {
+
+using Ruvo::RuvoFrequency;
+using Ruvo::RuvoTasks;
+using std::chrono::milliseconds;
+
+struct TaskOptions {
+    std::string task;  // a name, or a handle
+    bool isHandle = false;
+    bool isDaily = false, isWeekly = false, isMonthly = false, isOnce = false, isSoon = false;
+    std::string at;
+    TypedCommand command;
+    std::string file;
+    double seconds = 0;
+    std::int64_t count = 0;
+};
+using Options = std::shared_ptr<TaskOptions>;
+
+// ---- tasks and times ---------------------------------------------------------------
+
+std::int64_t nowSeconds() {
+    return std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now())
+        .time_since_epoch()
+        .count();
+}
+
+std::int32_t handleOf(const std::string& text) {
+    std::int32_t handle = 0;
+    const char* const end = text.data() + text.size();
+    const auto [stop, error] = std::from_chars(text.data(), end, handle);
+    if (error != std::errc{} || stop != end) throw UsageError("\"" + text + "\" is no handle");
+    return handle;
+}
+
+std::int32_t taskOf(RuvoTasks& tasks, const TaskOptions& options) {
+    if (options.isHandle) return handleOf(options.task);
+    if (const auto handle = tasks.lookup(options.task)) return *handle;
+    throw Failure(kRefused, "there is no task named \"" + shown(options.task) + "\"");
+}
+
+Ruvo::RuvoTaskPlan planOf(const TaskOptions& options) {
+    Ruvo::RuvoTaskPlan plan;
+    plan.frequency = options.isDaily     ? RuvoFrequency::Daily
+                     : options.isWeekly  ? RuvoFrequency::Weekly
+                     : options.isMonthly ? RuvoFrequency::Monthly
+                     : options.isSoon    ? RuvoFrequency::Soon
+                                         : RuvoFrequency::Once;
+    const std::int64_t now = nowSeconds();
+    if (options.at.empty() && !options.isSoon) throw UsageError("--at TIME is needed, or --soon");
+    plan.time = utcOf(options.at.empty() ? now : momentOf(options.at, now));
+    return plan;
+}
+
+Json timeJson(std::int64_t moment) {
+    return {{"utc", utcText(moment)}, {"local", localText(moment)}};
+}
+
+// "1970-..." is what the daemon says of a task that never ran, blanks of a time
+// before that.
+std::optional<std::int64_t> lastRunOf(const std::string& text) {
+    if (text.size() < 19 || text.front() == ' ') return std::nullopt;
+    const std::int64_t moment = momentOf(text.substr(0, 10) + 'T' + text.substr(11, 8) + 'Z', 0);
+    if (moment == 0) return std::nullopt;
+    return moment;
+}
+
+void show(Session& session, const Json& json, const std::string& text) {
+    session.out() << (session.json ? textOf(json) : text) << '\n';
+}
+
+// ---- the frame of a command ----------------------------------------------------------
+
+// What a command works with.
+struct Work {
+    Session& session;
+    Ruvo::RuvoClient& client;
+    RuvoTasks& tasks;
+    const TaskOptions& options;
+};
+
+template <typename Body>
+CLI::App* add(CLI::App& parent, Session& session, const char* name, const char* about,
+              const Options& options, Body body) {
+    CLI::App* const command = parent.add_subcommand(name, about);
+    command->callback([&session, options, body] {
+        session.command = [&session, options, body] {
+            if (options->isHandle) (void)handleOf(options->task);  // before connecting
+            auto client = session.connect();
+            RuvoTasks tasks(client);
+            return body(Work{session, client, tasks, *options});
+        };
+    });
+    return command;
+}
+
+template <typename Body>
+CLI::App* addQuery(CLI::App& parent, Session& session, const char* name, const char* about,
+                   Body body) {
+    auto options = std::make_shared<TaskOptions>();
+    CLI::App* const command = add(parent, session, name, about, options, [body](const Work& work) {
+        body(work, taskOf(work.tasks, work.options));
+        return kDone;
+    });
+    command->add_option("task", options->task, "Its name")->required();
+    command->add_flag("--handle", options->isHandle, "TASK is the handle");
+    command->footer(std::string("Example:\n  ruvoctl task ") + name + " nightly-backup");
+    return command;
+}
+
+// ---- scheduling ----------------------------------------------------------------------
+
+void addPlan(CLI::App* command, const Options& options) {
+    CLI::Option_group* const how = command->add_option_group("When");
+    how->require_option(0, 1);
+    how->add_flag("--once", options->isOnce, "One run; the default");
+    how->add_flag("--daily", options->isDaily, "Every 24 hours");
+    how->add_flag("--weekly", options->isWeekly, "Every 7 days");
+    how->add_flag("--monthly", options->isMonthly, "Every 28 days");
+    how->add_flag("--soon", options->isSoon, "One run, in about two minutes");
+    command->add_option("--at", options->at,
+                        "The first run: 2026-11-22T02:30, 02:30 or +15m; local time, or UTC with "
+                        "a Z behind it");
+}
+
+void showScheduled(const Work& work, std::int32_t task) {
+    const Ruvo::RuvoTaskPlan plan = work.tasks.nextRun(task);
+    const std::int64_t next = momentOf(plan.time);
+    const Json json = {{"name", work.options.task}, {"handle", task}, {"nextRun", timeJson(next)},
+                       {"frequency", frequencyText(plan.frequency)}};
+    show(work.session, json,
+         "task " + shown(work.options.task) + " has handle " + std::to_string(task) +
+             " and runs " + frequencyText(plan.frequency) + ", " + bothTexts(next));
+}
+
+void addSchedule(CLI::App& task, Session& session) {
+    auto options = std::make_shared<TaskOptions>();
+    CLI::App* const command =
+        add(task, session, "schedule", "Have a command run at a time, once or again and again",
+            options, [](const Work& work) {
+                const auto typed = commandOf(work.options.command);
+                showScheduled(work, work.tasks.schedule(work.options.task, typed,
+                                                        planOf(work.options)));
+                return kDone;
+            });
+    command->add_option("name", options->task, "A name that no other task has")->required();
+    addPlan(command, options);
+    command->add_option("--in", options->command.directory, "The folder to run it in");
+    command->add_option("--log", options->command.logFile,
+                        "A file that gets its output, anew at each run");
+    command->add_flag("--shell", options->command.isShellText,
+                      "PROGRAM and ARGS are a text for the command interpreter");
+    command->add_option("command", options->command.words, "PROGRAM ARGS..., behind --")
+        ->required();
+    command->footer(
+        "A time that is past becomes two minutes from now. The command runs as the user the\n"
+        "daemon runs as.\n\n"
+        "Examples:\n"
+        "  ruvoctl task schedule cleanup --daily --at 02:30 -- /usr/bin/find /tmp -mtime +7\n"
+        "  ruvoctl task schedule report --at 2026-12-01T06:00Z --in /srv --log report.txt \\\n"
+        "      --shell -- 'ls | wc -l'");
+}
+
+void addScheduleBlob(CLI::App& task, Session& session) {
+    auto options = std::make_shared<TaskOptions>();
+    CLI::App* const command =
+        add(task, session, "schedule-blob", "Have bytes kept, and told of at a time", options,
+            [](const Work& work) {
+                const std::string bytes = readFile(work.options.file);
+                showScheduled(work, work.tasks.scheduleBlob(work.options.task, bytes,
+                                                            planOf(work.options)));
+                return kDone;
+            });
+    command->add_option("name", options->task, "A name that no other task has")->required();
+    command->add_option("file", options->file, "A file with the bytes")->required();
+    addPlan(command, options);
+    command->footer("Example:\n  ruvoctl task schedule-blob order order.xml --at +2h");
+}
+
+// ---- lists and queries ---------------------------------------------------------------
+
+void addList(CLI::App& task, Session& session, const char* name, const char* about,
+             std::vector<std::string> (RuvoTasks::*list)()) {
+    add(task, session, name, about, std::make_shared<TaskOptions>(), [list](const Work& work) {
+        const auto names = (work.tasks.*list)();
+        if (work.session.json) {
+            work.session.out() << textOf({{"names", names}}) << '\n';
+        } else {
+            for (const std::string& each : names) work.session.out() << shown(each) << '\n';
+        }
+        return kDone;
+    });
+}
+
+// Null when the task keeps bytes: it has no last run and no exit status.
+struct LastRun {
+    std::optional<std::int64_t> moment;  // empty: it never ran
+    std::int32_t status = RuvoTasks::kNeverRun;
+};
+std::optional<LastRun> lastRun(RuvoTasks& tasks, std::int32_t task) {
+    try {
+        LastRun last{.moment = lastRunOf(tasks.lastRun(task))};
+        last.status = tasks.exitCode(task);
+        return last;
+    } catch (const Ruvo::RuvoClientError& error) {
+        if (error.problem() != Ruvo::RuvoProblem::Declined) throw;
+        return std::nullopt;
+    }
+}
+
+void showTask(const Work& work, std::int32_t task) {
+    const std::string state = stateText(work.tasks.state(task));
+    const Ruvo::RuvoTaskPlan plan = work.tasks.nextRun(task);
+    const auto last = lastRun(work.tasks, task);
+    const std::int64_t next = momentOf(plan.time);
+    Json json = {{"handle", task}, {"kind", last ? "command" : "bytes"}, {"state", state},
+                 {"nextRun", timeJson(next)}, {"frequency", frequencyText(plan.frequency)}};
+    std::string text = "handle       " + std::to_string(task) + "\nkind         " +
+                       (last ? "command" : "bytes") + "\nstate        " + state;
+    if (!work.options.isHandle) {
+        json["name"] = work.options.task;
+        text = "name         " + shown(work.options.task) + '\n' + text;
+    }
+    if (last) {
+        const bool hasStatus = last->status != RuvoTasks::kNeverRun;
+        json["lastRun"] = last->moment ? timeJson(*last->moment) : Json();
+        json["exitCode"] = hasStatus ? Json(last->status) : Json();
+        text += "\nlast run     " + (last->moment ? bothTexts(*last->moment) : "none yet") +
+                "\nexit status  " + (hasStatus ? std::to_string(last->status) : "none yet");
+    }
+    text += "\nnext run     " + bothTexts(next) + "\nfrequency    " + frequencyText(plan.frequency);
+    show(work.session, json, text);
+}
+
+void showNext(const Work& work, std::int32_t task) {
+    const Ruvo::RuvoTaskPlan plan = work.tasks.nextRun(task);
+    const std::int64_t next = momentOf(plan.time);
+    show(work.session, {{"handle", task}, {"nextRun", timeJson(next)},
+                        {"frequency", frequencyText(plan.frequency)}},
+         bothTexts(next) + ", " + frequencyText(plan.frequency));
+}
+
+void showState(const Work& work, std::int32_t task) {
+    const std::int32_t state = work.tasks.state(task);
+    show(work.session, {{"handle", task}, {"state", stateText(state)}, {"code", state}},
+         stateText(state));
+}
+
+void showExitCode(const Work& work, std::int32_t task) {
+    const std::int32_t status = work.tasks.exitCode(task);
+    const bool hasRun = status != RuvoTasks::kNeverRun;
+    show(work.session, {{"handle", task}, {"exitCode", hasRun ? Json(status) : Json()}},
+         std::to_string(status));
+}
+
+void cancel(const Work& work, std::int32_t task) {
+    work.tasks.cancel(task);
+    show(work.session, {{"handle", task}, {"cancelled", true}},
+         "task " + std::to_string(task) + ": cancelled");
+}
+
+void writeBytes(const std::string& file, const std::string& bytes) {
+    std::ofstream stream(file, std::ios::binary | std::ios::trunc);
+    stream.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    stream.close();
+    if (!stream) throw Failure(kRefused, "cannot write " + file);
+}
+
+void addRetrieve(CLI::App& task, Session& session) {
+    auto options = std::make_shared<TaskOptions>();
+    CLI::App* const command = add(
+        task, session, "retrieve", "Get the bytes that a task keeps", options, [](const Work& work) {
+            const std::int32_t handle = taskOf(work.tasks, work.options);
+            const std::string bytes = work.tasks.retrieve(handle);
+            if (!work.options.file.empty()) writeBytes(work.options.file, bytes);
+            if (work.session.json) {
+                Json json = {{"handle", handle}, {"size", bytes.size()}};
+                if (work.options.file.empty()) json["data"] = hexOf(bytes);
+                work.session.out() << textOf(json) << '\n';
+            } else if (work.options.file.empty()) {
+                work.session.out() << bytes;
+            }
+            return kDone;
+        });
+    command->add_option("task", options->task, "Its name")->required();
+    command->add_flag("--handle", options->isHandle, "TASK is the handle");
+    command->add_option("--output", options->file, "A file for them instead of standard output");
+    command->footer("Example:\n  ruvoctl task retrieve order --output order.xml");
+}
+
+// ---- following -----------------------------------------------------------------------
+
+milliseconds patienceOf(const TaskOptions& options) {
+    return milliseconds(std::llround(std::ceil(options.seconds * 1000)));
+}
+
+int showEnd(const Work& work, std::int32_t task) {
+    const std::int32_t status = work.tasks.lastStatus(task);
+    show(work.session, {{"handle", task}, {"exitCode", status}},
+         "task " + shown(work.options.task) + " ended with status " + std::to_string(status));
+    return exitStatusOf(status);
+}
+
+int wait(const Work& work) {
+    const std::int32_t task = taskOf(work.tasks, work.options);
+    TaskFollowing following(work.session, work.client, task);
+    try {
+        // One that stays in this state has had its run.
+        if (work.tasks.state(task) == RuvoTasks::Ended) return showEnd(work, task);
+    } catch (const Ruvo::RuvoClientError& error) {
+        if (error.problem() != Ruvo::RuvoProblem::Declined) throw;
+        // Gone already; how is on its way to us.
+    }
+    return following.run(
+        patienceOf(work.options), kRefused,
+        [&](std::int32_t state, const Ruvo::RuvoDelivery&) -> std::optional<int> {
+            if (state == RuvoTasks::Ended) return showEnd(work, task);
+            if (state != RuvoTasks::Finished) return std::nullopt;
+            throw Failure(kRefused, "the task was cancelled");
+        });
+}
+
+int watch(const Work& work) {
+    const std::int32_t task = taskOf(work.tasks, work.options);
+    TaskFollowing following(work.session, work.client, task);
+    work.session.surroundings.err << "ruvoctl: watching task " << shown(work.options.task)
+                                  << std::endl;
+    std::int64_t seen = 0;
+    return following.run(
+        patienceOf(work.options), work.options.count == 0 ? kDone : kRefused,
+        [&](std::int32_t state, const Ruvo::RuvoDelivery&) -> std::optional<int> {
+            show(work.session, {{"task", work.options.task}, {"handle", task},
+                                {"state", stateText(state)}, {"code", state}},
+                 shown(work.options.task) + ": " + stateText(state));
+            work.session.out().flush();
+            if (!work.session.out()) return kRefused;  // nobody reads any more
+            if (++seen == work.options.count || state == RuvoTasks::Finished) return kDone;
+            return std::nullopt;
+        });
+}
+
+CLI::App* addFollowing(CLI::App& task, Session& session, const char* name, const char* about,
+                       const Options& options, int (*body)(const Work&)) {
+    CLI::App* const command = add(task, session, name, about, options, body);
+    command->add_option("task", options->task, "Its name")->required();
+    command->add_flag("--handle", options->isHandle, "TASK is the handle");
+    command->add_option("--for", options->seconds, "Seconds to wait at most, with status 1 then")
+        ->check(CLI::Range(0.001, 1e6));
+    return command;
+}
+
+}  // namespace
+
+void addTaskCommands(CLI::App& app, Session& session) {
+    CLI::App* const task = app.add_subcommand("task", "Schedule, query, follow and cancel tasks");
+    task->require_subcommand(1);
+    task->footer(
+        "Examples:\n"
+        "  ruvoctl task schedule hello --at +5s --log hello.txt -- echo hello\n"
+        "  ruvoctl task wait hello\n"
+        "  ruvoctl task show cleanup --json\n"
+        "  ruvoctl task cancel cleanup");
+    addSchedule(*task, session);
+    addScheduleBlob(*task, session);
+    addList(*task, session, "list", "Print the names of the tasks with commands",
+            &RuvoTasks::list);
+    addList(*task, session, "list-blobs", "Print the names of the tasks that keep bytes",
+            &RuvoTasks::listBlobs);
+    addQuery(*task, session, "show", "Print all that is known of a task", showTask);
+    addQuery(*task, session, "next", "Print when a task runs next", showNext);
+    addQuery(*task, session, "state", "Print waiting, running or ended", showState);
+    addQuery(*task, session, "exit-code",
+             "Print the exit status of the last run, -999 before the first", showExitCode);
+    addQuery(*task, session, "cancel", "Remove a task; a run under way goes on", cancel);
+    addRetrieve(*task, session);
+    addFollowing(*task, session, "wait", "Wait for the end of a run and end with its status",
+                 std::make_shared<TaskOptions>(), wait)
+        ->footer("Example:\n  ruvoctl task wait nightly-backup --for 3600");
+    auto options = std::make_shared<TaskOptions>();
+    CLI::App* const watching = addFollowing(
+        *task, session, "watch", "Print each change of a task's state", options, watch);
+    watching->add_option("--count", options->count, "End after so many changes")
+        ->check(CLI::NonNegativeNumber);
+    watching->footer(
+        "Ends when the task is finished or cancelled, at --count, --for or Ctrl-C.\n\n"
+        "Example:\n  ruvoctl task watch nightly-backup --json");
+}
+
+}  // namespace Ruvoctl

@@ -1,0 +1,29 @@
+#pragma once
+
+#include "client/RuvoTasks.h"
+
+#include <cstdint>
+#include <string>
+
+namespace Ruvoctl {
+
+// Moments are seconds since 1970-01-01 00:00 UTC.
+
+// What a person means by a time, `now` being the current moment:
+//   2026-11-22T02:30, with or without seconds, a blank for the T; of this
+//   machine's zone, or with Z, +01:00 or -0530 behind it
+//   02:30, with or without seconds or Z: the next time the clock shows that
+//   +90s, +15m, +2h, +3d: so long from now
+// Throws UsageError for anything else, and for dates that no calendar has.
+std::int64_t momentOf(const std::string& text, std::int64_t now);
+
+std::int64_t momentOf(const Ruvo::RuvoTaskTime& utc);
+Ruvo::RuvoTaskTime utcOf(std::int64_t moment);
+
+// "2026-11-22T01:30:00Z" and "2026-11-22T02:30:00+01:00".
+std::string utcText(std::int64_t moment);
+std::string localText(std::int64_t moment);
+// "2026-11-22T02:30:00+01:00 (2026-11-22T01:30:00Z)".
+std::string bothTexts(std::int64_t moment);
+
+}  // namespace Ruvoctl

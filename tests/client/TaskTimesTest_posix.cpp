@@ -1,0 +1,51 @@
+// In zones of our choice.
+
+#include "client/ruvoctl/TaskTimes.h"
+
+#include "tests/scheduler/TimeZoneScope.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+using namespace Ruvoctl;
+
+namespace {
+
+constexpr std::int64_t kNoon = 1'718'452'800;  // 2024-06-15T12:00:00Z, a Saturday
+constexpr std::int64_t kDay = 86400;
+
+std::int64_t at(const std::string& text) { return momentOf(text, kNoon); }
+
+}  // namespace
+
+TEST(TaskTimes, TakesLocalTimeWithSummerTime) {
+    const TestSupport::TimeZoneScope berlin("CET-1CEST,M3.5.0,M10.5.0/3");
+    EXPECT_EQ(at("2024-06-15T14:00"), kNoon);
+    EXPECT_EQ(at("2024-01-15T13:00:00"), at("2024-01-15T12:00:00Z"));
+    EXPECT_EQ(localText(kNoon), "2024-06-15T14:00:00+02:00");
+    EXPECT_EQ(bothTexts(at("2024-01-15T12:00:00Z")),
+              "2024-01-15T13:00:00+01:00 (2024-01-15T12:00:00Z)");
+}
+
+TEST(TaskTimes, ShowsZonesWestOfGreenwich) {
+    const TestSupport::TimeZoneScope zone("NST3:30");
+    EXPECT_EQ(localText(kNoon), "2024-06-15T08:30:00-03:30");
+    EXPECT_EQ(at("2024-06-15T08:30"), kNoon);
+}
+
+TEST(TaskTimes, TakesATimeOfDayForTheNextOne) {
+    const TestSupport::TimeZoneScope zone("XXX-2");  // two hours ahead: it is 14:00
+    EXPECT_EQ(at("14:00:01"), kNoon + 1);
+    EXPECT_EQ(at("14:00"), kNoon + kDay);
+    EXPECT_EQ(at("13:59"), kNoon + kDay - 60);
+    EXPECT_EQ(at("15:30"), kNoon + 5400);
+    EXPECT_EQ(at("12:00:01Z"), kNoon + 1);
+    EXPECT_EQ(at("12:00Z"), kNoon + kDay);
+    EXPECT_EQ(at("11:00Z"), kNoon + kDay - 3600);
+    // Over the end of a month, and where the day is another one than in UTC.
+    const std::int64_t late = at("2024-06-30T23:30:00Z");
+    EXPECT_EQ(momentOf("01:31", late), late + 60);
+    EXPECT_EQ(momentOf("01:29", late), late + kDay - 60);
+    EXPECT_EQ(momentOf("00:00Z", late), late + 1800);
+}
