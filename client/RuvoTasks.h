@@ -43,10 +43,10 @@ struct RuvoTaskPlan {
 // What a task runs. All texts go into a batch file as they stand: quote what has
 // blanks.
 struct RuvoTaskCommand {
-    std::string program;
-    std::string parameters;
-    std::string directory;  // empty: the daemon's
-    std::string logFile;    // receives the output; empty: none
+    std::string program{};
+    std::string parameters{};
+    std::string directory{};  // empty: the daemon's
+    std::string logFile{};    // receives the output; empty: none
 };
 
 // The tasks of the monitors "Scheduler" and "SchedulerFollow", over a borrowed

@@ -97,10 +97,11 @@ logging.level=3
 logging.target=2
 ruvod.tcp-server.port=0
 ruvod.udp-server.port=0
+ruvod.load-monitors=SchedulerFollow
 END
 
 mkfifo "$work/daemon" "$work/watcher"
-"$bin/ruvohost" run --properties "$work/demo.properties" >"$work/daemon" &
+TEMP=$work "$bin/ruvohost" run --properties "$work/demo.properties" >"$work/daemon" &
 daemon=$!
 exec 3<"$work/daemon"
 await 3 'ruvohost: listening on tcp:*' "the daemon does not listen"
@@ -112,11 +113,11 @@ udp_port=${line##*:}
 echo "The daemon listens on ${line##* }"
 await 3 'ruvohost: ready' "the daemon does not get ready"
 
-"$bin/ruvoctl" watch '^VornJSEvent:|^disk\.' >"$work/watcher" 2>&1 &
+"$bin/ruvoctl" watch '^VornJSEvent:|^VornTSEvent:|^disk\.' >"$work/watcher" 2>&1 &
 watcher=$!
 exec 4<"$work/watcher"
 await 4 'ruvoctl: watching*' "the watcher could not register"
-echo "A watcher has registered for jobs and disks"
+echo "A watcher has registered for jobs, tasks and disks"
 
 run job create nightly-backup --description 'every night at two'
 seen 'VornJSEvent:nightly-backup created *'
@@ -135,6 +136,29 @@ seen 'VornJSEvent:nightly-backup completed *'
 if "$bin/ruvoctl" job lookup nightly-backup 2>/dev/null; then fail "the job is still there"; fi
 run notify disk.failed --message 'bay 3' --data 'smart status: failing'
 seen 'disk.failed *message="bay 3"*smart status: failing*'
+run task schedule hello --daily --at +2s --log "$work/hello.txt" -- echo 'hello, world'
+seen 'VornTSEvent:* waiting *'
+seen 'VornTSEvent:* running *'
+seen 'VornTSEvent:* ended *'
+seen 'VornTSEvent:* waiting *'
+same "$(cat "$work/hello.txt")" 'hello, world' "the task's output"
+echo "  the task has written: $(cat "$work/hello.txt")"
+run task exit-code hello
+same "$output" 0 "the task's exit code"
+run task next hello
+run task show hello
+run task cancel hello
+seen 'VornTSEvent:* finished *'
+run task schedule seven --at +1s --shell -- 'exit 7'
+seen 'VornTSEvent:* waiting *'
+echo '$ ruvoctl task wait seven'
+status=0
+"$bin/ruvoctl" task wait seven --for "$patience" || status=$?
+same $status 7 "the wait for a task"
+echo "  ended with status $status"
+seen 'VornTSEvent:* running *'
+seen 'VornTSEvent:* ended *'
+seen 'VornTSEvent:* finished *'
 run raw JobStatus RUVO_JS_LOOKUP s:nightly-backup --expect i
 same "$output" -1 "a lookup of the deleted job"
 

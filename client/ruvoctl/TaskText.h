@@ -18,8 +18,8 @@ std::string frequencyText(Ruvo::RuvoFrequency frequency);
 struct TypedCommand {
     std::vector<std::string> words;
     bool isShellText = false;
-    std::string directory;
-    std::string logFile;
+    std::string directory{};
+    std::string logFile{};
 };
 Ruvo::RuvoTaskCommand commandOf(const TypedCommand& typed);
 

@@ -48,7 +48,7 @@ TEST(TaskText, CountsFoldersFromTheWorkingDirectory) {
 }
 
 TEST(TaskText, RefusesWhatNoBatchFileCanHold) {
-    for (const std::string bad : {std::string("a\nb"), std::string("a\r"), std::string("\0", 1)}) {
+    for (const std::string& bad : {std::string("a\nb"), std::string("a\r"), std::string("\0", 1)}) {
         EXPECT_THROW(commandOf({.words = {"p", bad}}), UsageError);
         EXPECT_THROW(commandOf({.words = {"p"}, .directory = bad}), UsageError);
         EXPECT_THROW(commandOf({.words = {"p"}, .logFile = bad}), UsageError);
