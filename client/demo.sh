@@ -149,7 +149,7 @@ run task next hello
 run task show hello
 run task cancel hello
 seen 'VornTSEvent:* finished *'
-run task schedule seven --at +1s --shell -- 'exit 7'
+run task schedule seven --at +2s --shell -- 'exit 7'
 seen 'VornTSEvent:* waiting *'
 echo '$ ruvoctl task wait seven'
 status=0

@@ -29,13 +29,19 @@ struct TaskOptions {
     std::string file;
     double seconds = 0;
     std::int64_t count = 0;
+
+    // Made of these before connecting.
+    Ruvo::RuvoTaskPlan plan{};
+    Ruvo::RuvoTaskCommand batchCommand{};
+    std::string bytes{};
 };
 using Options = std::shared_ptr<TaskOptions>;
 
 // ---- tasks and times ---------------------------------------------------------------
 
+// The next full second: who says "in one second" must not find it past already.
 std::int64_t nowSeconds() {
-    return std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now())
+    return std::chrono::ceil<std::chrono::seconds>(std::chrono::system_clock::now())
         .time_since_epoch()
         .count();
 }
@@ -94,13 +100,18 @@ struct Work {
     const TaskOptions& options;
 };
 
+// `prepare` refuses what makes no sense before anybody connects.
+using Prepare = void (*)(TaskOptions&);
+void nothing(TaskOptions&) {}
+
 template <typename Body>
 CLI::App* add(CLI::App& parent, Session& session, const char* name, const char* about,
-              const Options& options, Body body) {
+              const Options& options, Body body, Prepare prepare = nothing) {
     CLI::App* const command = parent.add_subcommand(name, about);
-    command->callback([&session, options, body] {
-        session.command = [&session, options, body] {
-            if (options->isHandle) (void)handleOf(options->task);  // before connecting
+    command->callback([&session, options, body, prepare] {
+        session.command = [&session, options, body, prepare] {
+            if (options->isHandle) (void)handleOf(options->task);
+            prepare(*options);
             auto client = session.connect();
             RuvoTasks tasks(client);
             return body(Work{session, client, tasks, *options});
@@ -152,11 +163,16 @@ void addSchedule(CLI::App& task, Session& session) {
     auto options = std::make_shared<TaskOptions>();
     CLI::App* const command =
         add(task, session, "schedule", "Have a command run at a time, once or again and again",
-            options, [](const Work& work) {
-                const auto typed = commandOf(work.options.command);
-                showScheduled(work, work.tasks.schedule(work.options.task, typed,
-                                                        planOf(work.options)));
+            options,
+            [](const Work& work) {
+                const TaskOptions& given = work.options;
+                showScheduled(work,
+                              work.tasks.schedule(given.task, given.batchCommand, given.plan));
                 return kDone;
+            },
+            [](TaskOptions& given) {
+                given.plan = planOf(given);
+                given.batchCommand = commandOf(given.command);
             });
     command->add_option("name", options->task, "A name that no other task has")->required();
     addPlan(command, options);
@@ -181,10 +197,13 @@ void addScheduleBlob(CLI::App& task, Session& session) {
     CLI::App* const command =
         add(task, session, "schedule-blob", "Have bytes kept, and told of at a time", options,
             [](const Work& work) {
-                const std::string bytes = readFile(work.options.file);
-                showScheduled(work, work.tasks.scheduleBlob(work.options.task, bytes,
-                                                            planOf(work.options)));
+                const TaskOptions& given = work.options;
+                showScheduled(work, work.tasks.scheduleBlob(given.task, given.bytes, given.plan));
                 return kDone;
+            },
+            [](TaskOptions& given) {
+                given.plan = planOf(given);
+                given.bytes = readFile(given.file);
             });
     command->add_option("name", options->task, "A name that no other task has")->required();
     command->add_option("file", options->file, "A file with the bytes")->required();

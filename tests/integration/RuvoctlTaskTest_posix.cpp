@@ -56,7 +56,7 @@ private:
 
 TEST_F(RuvoctlTasks, RunACommandAndEndWithItsStatus) {
     // Each word reaches the program as it was typed.
-    EXPECT_THAT(done({"schedule", "print", "--at", "+1s", "--log", file("a log.txt"), "--", "printf",
+    EXPECT_THAT(done({"schedule", "print", "--at", "+2s", "--log", file("a log.txt"), "--", "printf",
                       "%s|", "two  words", "it's", "$HOME", "*", ""}),
                 HasSubstr("task print has handle "));
     const ClientRun waited = run({"wait", "print", "--for", "60"});
@@ -65,13 +65,13 @@ TEST_F(RuvoctlTasks, RunACommandAndEndWithItsStatus) {
     EXPECT_EQ(readFile(file("a log.txt")), "two  words|it's|$HOME|*||");
     EXPECT_TRUE(waitUntil([&] { return run({"state", "print"}).status == 1; }));
 
-    done({"schedule", "fails", "--at", "+1s", "--shell", "--", "exit 42"});
+    done({"schedule", "fails", "--at", "+2s", "--shell", "--", "exit 42"});
     EXPECT_EQ(run({"wait", "fails", "--for", "60"}).status, 42);
 }
 
 TEST_F(RuvoctlTasks, RunInAFolder) {
     const TemporaryDirectory work;
-    done({"schedule", "pwd", "--at", "+1s", "--in", work.text(), "--shell", "--log",
+    done({"schedule", "pwd", "--at", "+2s", "--in", work.text(), "--shell", "--log",
           file("here"), "--", "pwd -P"});
     EXPECT_EQ(run({"wait", "pwd", "--for", "60"}).status, 0);
     EXPECT_EQ(readFile(file("here")),
