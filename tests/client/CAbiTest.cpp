@@ -15,16 +15,19 @@ std::string event(std::string_view command, const std::string& arguments) {
     return engineRequest("Notifier", command, arguments);
 }
 
-// Brings a listener one delivery and closes the connection.
-void sendDelivery(const char* remoteName, std::int32_t handle) {
+// Brings a listener these bytes and closes the connection.
+void sendBytes(const char* remoteName, const std::string& bytes) {
     const std::string name = remoteName;
     const auto port = static_cast<std::uint16_t>(std::stoi(name.substr(name.rfind(':') + 1)));
     VornPlatform::Socket socket;
     ASSERT_FALSE(VornPlatform::connectTcp(*VornPlatform::SocketAddress::parse("127.0.0.1", port),
                                           socket));
-    const std::string bytes = delivery(handle, "me", "disk.failed", std::string("a\0b", 3),
-                                       std::string("\0x", 2));
     EXPECT_EQ(VornPlatform::send(socket.handle(), bytes.data(), bytes.size()).count, bytes.size());
+}
+
+void sendDelivery(const char* remoteName, std::int32_t handle) {
+    sendBytes(remoteName, delivery(handle, "me", "disk.failed", std::string("a\0b", 3),
+                                   std::string("\0x", 2)));
 }
 
 }  // namespace
@@ -78,6 +81,49 @@ TEST(CAbi, SendsBatchesAndReadsEveryKindOfAnswer) {
         peer.close();
     });
     EXPECT_EQ(c_calls_batch(daemon.port()), 0);
+}
+
+TEST(CAbi, CallsEveryTaskCommand) {
+    const auto task = [](std::string_view command, const std::string& arguments) {
+        return engineRequest("Scheduler", command, arguments);
+    };
+    const auto following = [](std::string_view command, const std::string& arguments) {
+        return engineRequest("SchedulerFollow", command, arguments);
+    };
+    ScriptedDaemon daemon([&](ScriptedPeer& peer) {
+        const std::string plan =
+            i32(1) + i32(11) + i32(22) + i32(2026) + i32(2) + i32(30) + i32(5);
+        const std::string schedule = task(
+            "RUVO_TS_SCHEDULE", str("name") + str("prog") + str("") + str("") + plan + str(""));
+        const std::string bytes("a\0b", 3);
+        const std::string registration = str("tcp:127.0.0.1:1") + i32(3) + i32(17);
+        peer.open();
+        peer.serve(schedule, i32(17));
+        peer.serve(schedule, i32(-11));
+        peer.serve(task("RUVO_TS_SCHEDULE_BLOB", str("blob") + i32(3) + bytes + plan), i32(18));
+        peer.serve(task("RUVO_TS_SCHEDULED_TASK_LOOKUP", str("name")), i32(17));
+        peer.serve(task("RUVO_TS_SCHEDULED_TASK_LOOKUP", str("other")), i32(-9));
+        peer.serve(task("RUVO_TS_TASK_STATE", i32(17)), i32(2));
+        peer.serve(task("RUVO_TS_EXIT_CODE", i32(17)), i32(-999));
+        peer.serve(task("RUVO_TS_GET_NEXT_TIME", i32(17)),
+                   i32(0) + str("2026 11 22 02 30 05") + i32(1));
+        peer.serve(task("RUVO_TS_EXECUTION_INFO", i32(17) + i32(24)),
+                   str("2024-02-29 12:00:00 UTC") + i32(23));
+        peer.serve(task("RUVO_TS_RETRIEVE_BLOB", i32(18)), i32(0) + i32(3) + bytes);
+        peer.serve(following("RUVO_TS_FOLLOW", registration), i32(0));
+        peer.serve(following("RUVO_TS_UNFOLLOW", registration), i32(0));
+        peer.serve(following("RUVO_TS_LAST_STATUS", i32(17)), i32(0) + i32(7));
+        peer.serve(task("RUVO_TS_CANCEL", i32(17)), i32(17));
+        peer.serve(task("RUVO_TS_CANCEL", i32(17)), i32(-9));
+        peer.awaitClose();
+    });
+    EXPECT_EQ(c_calls_tasks(daemon.port()), 0);
+}
+
+TEST(CAbi, ReceivesTheChangesOfATask) {
+    EXPECT_EQ(c_calls_task_listener([](const char* remoteName, std::int32_t handle) {
+        sendBytes(remoteName, i32(handle) + i32(12345) + i32(-1) + i32(42));
+    }), 0);
 }
 
 TEST(CAbi, TellsThatAccessIsRefused) {

@@ -5,6 +5,8 @@
 using Ruvoctl::bytesOf;
 using Ruvoctl::hexOf;
 using Ruvoctl::isPrintable;
+using Ruvoctl::jsonOf;
+using Ruvoctl::lineOf;
 using Ruvoctl::shown;
 
 TEST(Output, WritesAndReadsHex) {
@@ -58,4 +60,23 @@ TEST(Output, EscapesWhatCouldDriveATerminalOrIsNoUtf8) {
 TEST(Output, WritesJsonOnOneLineWhateverTheText) {
     EXPECT_EQ(Ruvoctl::textOf({{"a", "x\ny"}, {"b", "\xff"}}),
               "{\"a\":\"x\\ny\",\"b\":\"\xef\xbf\xbd\"}");
+}
+
+TEST(Output, NamesTheStatesOfTasks) {
+    const auto eventOf = [](std::int32_t state) {
+        return Ruvo::RuvoDelivery{.handle = 1, .sender = "me", .event = "VornTSEvent:42",
+                                  .message = "42",
+                                  .data = {reinterpret_cast<const char*>(&state), sizeof state}};
+    };
+    EXPECT_EQ(lineOf(eventOf(2)), "VornTSEvent:42 waiting sender=\"me\" message=\"42\"");
+    EXPECT_EQ(lineOf(eventOf(0)), "VornTSEvent:42 running sender=\"me\" message=\"42\"");
+    EXPECT_EQ(lineOf(eventOf(1)), "VornTSEvent:42 ended sender=\"me\" message=\"42\"");
+    EXPECT_EQ(lineOf(eventOf(-1)), "VornTSEvent:42 finished sender=\"me\" message=\"42\"");
+    EXPECT_EQ(lineOf(eventOf(9)), "VornTSEvent:42 state 9 sender=\"me\" message=\"42\"");
+    const auto json = jsonOf(eventOf(0));
+    EXPECT_EQ(json["task"]["handle"], "42");
+    EXPECT_EQ(json["task"]["state"], "running");
+    auto odd = eventOf(0);
+    odd.data += 'x';  // not a state
+    EXPECT_FALSE(jsonOf(odd).contains("task"));
 }

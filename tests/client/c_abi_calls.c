@@ -62,6 +62,80 @@ int c_calls_notifier(uint16_t port) {
     return 0;
 }
 
+int c_calls_tasks(uint16_t port) {
+    ruvo_task_command command;
+    ruvo_task_plan plan;
+    char* text = NULL;
+    size_t size = 0;
+    int32_t value = 0;
+    ruvo_client* client = open_to(port);
+    CHECK(client != NULL);
+    memset(&command, 0, sizeof command); /* null is the empty text */
+    command.program = "prog";
+    memset(&plan, 0, sizeof plan);
+    plan.frequency = RUVO_TASK_WEEKLY;
+    plan.year = 2026;
+    plan.month = 11;
+    plan.day = 22;
+    plan.hour = 2;
+    plan.minute = 30;
+    plan.second = 5;
+    CHECK(ruvo_task_schedule(client, "name", &command, &plan, &value) == RUVO_OK);
+    CHECK(value == 17);
+    CHECK(ruvo_task_schedule(client, "name", &command, &plan, &value) == RUVO_DECLINED);
+    CHECK(ruvo_error_code() == -11);
+    CHECK(value == 17); /* left alone */
+    CHECK(ruvo_task_schedule_blob(client, "blob", "a\0b", 3, &plan, &value) == RUVO_OK);
+    CHECK(value == 18);
+    CHECK(ruvo_task_schedule_blob(client, "blob", NULL, 3, &plan, &value) == RUVO_ARGUMENT);
+    CHECK(ruvo_task_lookup(client, "name", &value) == RUVO_OK);
+    CHECK(value == 17);
+    CHECK(ruvo_task_lookup(client, "other", &value) == RUVO_DECLINED);
+    CHECK(ruvo_error_code() == -9);
+    CHECK(ruvo_task_state(client, 17, &value) == RUVO_OK);
+    CHECK(value == RUVO_TASK_WAITING);
+    CHECK(ruvo_task_exit_code(client, 17, &value) == RUVO_OK);
+    CHECK(value == RUVO_TASK_NEVER_RUN);
+    memset(&plan, 0, sizeof plan);
+    CHECK(ruvo_task_next_run(client, 17, &plan) == RUVO_OK);
+    CHECK(plan.frequency == RUVO_TASK_WEEKLY && plan.year == 2026 && plan.month == 11);
+    CHECK(plan.day == 22 && plan.hour == 2 && plan.minute == 30 && plan.second == 5);
+    CHECK(ruvo_task_last_run(client, 17, &text) == RUVO_OK);
+    CHECK(strcmp(text, "2024-02-29 12:00:00 UTC") == 0);
+    ruvo_free(text);
+    CHECK(ruvo_task_retrieve(client, 18, &text, &size) == RUVO_OK);
+    CHECK(size == 3 && memcmp(text, "a\0b", 4) == 0);
+    ruvo_free(text);
+    CHECK(ruvo_task_follow(client, "tcp:127.0.0.1:1", 3, 17) == RUVO_OK);
+    CHECK(ruvo_task_unfollow(client, "tcp:127.0.0.1:1", 3, 17) == RUVO_OK);
+    CHECK(ruvo_task_last_status(client, 17, &value) == RUVO_OK);
+    CHECK(value == 7);
+    CHECK(ruvo_task_cancel(client, 17) == RUVO_OK);
+    CHECK(ruvo_task_cancel(client, 17) == RUVO_DECLINED);
+    CHECK(ruvo_error_code() == -9);
+    ruvo_client_close(client);
+    return 0;
+}
+
+int c_calls_task_listener(void (*send)(const char* remote_name, int32_t handle)) {
+    ruvo_listener* listener = NULL;
+    ruvo_delivery* delivery = NULL;
+    int32_t handle = 0;
+    int32_t state = 0;
+    CHECK(ruvo_listener_open_tasks(0, &listener) == RUVO_OK);
+    CHECK(ruvo_listener_new_handle(listener, &handle) == RUVO_OK);
+    send(ruvo_listener_remote_name(listener), handle);
+    CHECK(ruvo_listener_next(listener, 20000, &delivery) == RUVO_OK);
+    CHECK(delivery->handle == handle);
+    CHECK(strcmp(delivery->event, "VornTSEvent:42") == 0);
+    CHECK(delivery->data_size == sizeof state);
+    memcpy(&state, delivery->data, sizeof state);
+    CHECK(state == RUVO_TASK_FINISHED);
+    ruvo_delivery_free(delivery);
+    ruvo_listener_close(listener);
+    return 0;
+}
+
 int c_calls_batch(uint16_t port) {
     ruvo_batch* batch = NULL;
     char* text = NULL;

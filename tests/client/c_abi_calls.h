@@ -12,6 +12,7 @@ extern "C" {
 
 int c_calls_jobs(uint16_t port);
 int c_calls_notifier(uint16_t port);
+int c_calls_tasks(uint16_t port);
 int c_calls_batch(uint16_t port);
 int c_calls_refused(uint16_t port);
 int c_calls_unreachable(uint16_t port);
@@ -22,6 +23,8 @@ int c_calls_arguments(void);
 /* Connects to itself, as far as C alone can. */
 int c_calls_listener_alone(void);
 /* `send` brings the listener of that name a delivery under that handle. */
+/* The same for one of ruvo_listener_open_tasks(). */
+int c_calls_task_listener(void (*send)(const char* remote_name, int32_t handle));
 int c_calls_listener(void (*send)(const char* remote_name, int32_t handle));
 
 #ifdef __cplusplus
