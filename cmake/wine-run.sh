@@ -22,23 +22,31 @@ wine=/usr/lib/wine/wine64
 server=/usr/lib/wine/wineserver64
 [ -x "$server" ] || server=wineserver
 
-# Made aside and renamed, so that a prefix that exists is a complete one.
+# Changes when prepare() does: a prefix of before is made anew.
+made_by=2
+is_ready() { [ "$(cat "$prefix/ready" 2>/dev/null)" = "$made_by" ]; }
+
+# Complete once it is marked as ready.
 prepare() {
-  [ -e "$prefix/ready" ] && return
+  is_ready && return
   mkdir -p "$(dirname "$prefix")"
   exec 9>"$prefix.lock"
   flock 9
-  if [ ! -e "$prefix/ready" ]; then
+  if ! is_ready; then
     rm -rf "$prefix"
     {
       "$wine" wineboot --init
       "$wine" winecfg -v win10
+      # Else a program could not be given a folder of its own (WINETEMP=FOLDER).
+      "$wine" reg delete 'HKCU\Environment' /v TEMP /f
+      "$wine" reg delete 'HKLM\System\CurrentControlSet\Control\Session Manager\Environment' \
+        /v TEMP /f
       # A crash ends the program at once instead of starting a debugger.
       "$wine" reg add 'HKLM\Software\Microsoft\Windows NT\CurrentVersion\AeDebug' \
         /v Debugger /t REG_SZ /d '' /f
     } >"$prefix.log" 2>&1 </dev/null 9>&- ||
       { cat "$prefix.log" >&2; echo "wine-run: no prefix could be made" >&2; exit 1; }
-    touch "$prefix/ready"
+    echo "$made_by" >"$prefix/ready"
   fi
   exec 9>&-
 }

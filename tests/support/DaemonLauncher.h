@@ -22,12 +22,18 @@ namespace TestSupport {
 bool isEmulated();
 // A path of this system as the programs under test write it.
 std::string foreignPath(const std::string& path);
+// The same as their command interpreter takes it.
+std::string foreignShellPath(std::string path);
 
 // A running ruvohost with its descendants.
 class HostProcess : public SpawnedProcess {
 public:
     // Starts it with these arguments; the output goes to files in `directory`.
-    HostProcess(const std::vector<std::string>& arguments, const std::string& directory);
+    // `temp` is its folder for temporary files.
+    HostProcess(const std::vector<std::string>& arguments, const std::string& directory,
+                const std::string& temp);
+    HostProcess(const std::vector<std::string>& arguments, const std::string& directory)
+        : HostProcess(arguments, directory, directory) {}
 };
 
 // What a run of ruvohost to its end gave.
@@ -46,6 +52,8 @@ public:
         std::string properties = {};  // further lines of the file; later ones count
         bool udp = false;        // listens for UDP clients too
         int logLevel = 5;
+        // The folder in which it keeps its tasks; its own directory when empty.
+        std::string temp = {};
     };
 
     Daemon() : Daemon(Options{}) {}

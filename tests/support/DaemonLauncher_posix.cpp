@@ -3,6 +3,7 @@
 #include <signal.h>
 #include <sys/fsuid.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <iostream>
 #include <iterator>
@@ -32,9 +33,20 @@ bool isEmulated() { return !environment("RUVO_EMULATOR").empty(); }
 
 std::string foreignPath(const std::string& path) { return isEmulated() ? "Z:" + path : path; }
 
+std::string foreignShellPath(std::string path) {
+    path = foreignPath(path);
+    if (isEmulated()) std::replace(path.begin(), path.end(), '/', '\\');
+    return path;
+}
+
 // ---- HostProcess ---------------------------------------------------------------
 
 namespace {
+
+// The emulator has a "TEMP" of its own, and one for the program under this name.
+std::string tempVariable(const std::string& folder) {
+    return (isEmulated() ? "WINETEMP=" : "TEMP=") + foreignShellPath(folder);
+}
 
 std::vector<std::string> hostLine(const std::vector<std::string>& arguments) {
     std::vector<std::string> line;
@@ -48,8 +60,10 @@ std::vector<std::string> hostLine(const std::vector<std::string>& arguments) {
 
 }  // namespace
 
-HostProcess::HostProcess(const std::vector<std::string>& arguments, const std::string& directory)
-    : SpawnedProcess(hostLine(arguments), directory + "/output.txt", directory + "/errors.txt") {}
+HostProcess::HostProcess(const std::vector<std::string>& arguments, const std::string& directory,
+                         const std::string& temp)
+    : SpawnedProcess(hostLine(arguments), directory + "/output.txt", directory + "/errors.txt",
+                     {tempVariable(temp)}) {}
 
 HostRun runHost(const std::vector<std::string>& arguments) {
     const TemporaryDirectory directory;
@@ -67,7 +81,7 @@ Daemon::Daemon(const Options& options) : options_(options) {
     writeProperties(options.properties);
     process_.emplace(
         std::vector<std::string>{"--properties", foreignPath(file("daemon.properties"))},
-        directory_.text());
+        directory_.text(), options.temp.empty() ? directory_.text() : options.temp);
     waitUntil([this] { return readAddresses() || process_->hasExited(); });
     if (!readAddresses()) {
         throw std::runtime_error("the daemon did not get ready: " + process_->output() +

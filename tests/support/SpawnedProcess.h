@@ -21,9 +21,11 @@ std::string writtenText(const std::string& file);
 class SpawnedProcess {
 public:
     // The first word is the program, looked for along PATH when it has no "/".
-    // Throws std::runtime_error when it cannot be started.
+    // Each of `variables` is "NAME=VALUE" and comes on top of this process's
+    // environment. Throws std::runtime_error when it cannot be started.
     SpawnedProcess(const std::vector<std::string>& line, const std::string& outputFile,
-                   const std::string& errorsFile);
+                   const std::string& errorsFile,
+                   const std::vector<std::string>& variables = {});
     // Kills what still runs.
     ~SpawnedProcess();
     SpawnedProcess(const SpawnedProcess&) = delete;

@@ -5,13 +5,16 @@
 #include <spawn.h>
 #include <sys/wait.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <stdexcept>
+#include <string_view>
 
 extern char** environ;
 
 namespace TestSupport {
+
 std::string environment(const char* name) {
     const char* const value = std::getenv(name);
     return value == nullptr ? "" : value;
@@ -23,12 +26,33 @@ std::string writtenText(const std::string& file) {
     return text;
 }
 
+namespace {
+
+// For exec(2). A variable that is given is not taken from this process as well.
+std::vector<char*> environmentWith(const std::vector<std::string>& variables) {
+    std::vector<char*> all;
+    for (const std::string& variable : variables) all.push_back(const_cast<char*>(variable.c_str()));
+    for (char** each = environ; *each != nullptr; ++each) {
+        const std::string_view old(*each);
+        const auto isOld = [&](const std::string& variable) {
+            return old.starts_with(variable.substr(0, variable.find('=') + 1));
+        };
+        if (std::none_of(variables.begin(), variables.end(), isOld)) all.push_back(*each);
+    }
+    all.push_back(nullptr);
+    return all;
+}
+
+}  // namespace
+
 SpawnedProcess::SpawnedProcess(const std::vector<std::string>& line, const std::string& outputFile,
-                               const std::string& errorsFile)
+                               const std::string& errorsFile,
+                               const std::vector<std::string>& variables)
     : outputFile_(outputFile), errorsFile_(errorsFile) {
     std::vector<char*> words;
     for (const std::string& word : line) words.push_back(const_cast<char*>(word.c_str()));
     words.push_back(nullptr);
+    std::vector<char*> environment = environmentWith(variables);
 
     posix_spawn_file_actions_t files;
     posix_spawnattr_t attributes;
@@ -40,7 +64,7 @@ SpawnedProcess::SpawnedProcess(const std::vector<std::string>& line, const std::
     ::posix_spawn_file_actions_addopen(&files, 2, errorsFile.c_str(), flags, 0600);
     ::posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSID);
     const int failed =
-        ::posix_spawnp(&id_, words[0], &files, &attributes, words.data(), environ);
+        ::posix_spawnp(&id_, words[0], &files, &attributes, words.data(), environment.data());
     ::posix_spawnattr_destroy(&attributes);
     ::posix_spawn_file_actions_destroy(&files);
     if (failed != 0) throw std::runtime_error(line[0] + ": " + std::strerror(failed));

@@ -1,0 +1,64 @@
+// The real client's tasks in the real daemon.
+
+#include "tests/integration/TaskCommands.h"
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include <string>
+
+namespace IntegrationTests {
+namespace {
+
+TEST_F(RuvoctlTasks, EndWithTheStatusOfTheirCommand) {
+    done({"schedule", "fails", "--at", "+2s", "--shell", "--", "exit 42"});
+    EXPECT_EQ(run({"wait", "fails", "--for", "60"}).status, 42);
+}
+
+TEST_F(RuvoctlTasks, AreShownAndCancelled) {
+    done({"schedule", "nightly", "--daily", "--at", "2033-05-18T03:33:20Z", "--", "exit"});
+    const auto shown = json({"show", "nightly"});
+    EXPECT_EQ(shown["name"], "nightly");
+    EXPECT_EQ(shown["state"], "waiting");
+    EXPECT_EQ(shown["frequency"], "daily");
+    EXPECT_EQ(shown["nextRun"]["utc"], "2033-05-18T03:33:20Z");
+    EXPECT_TRUE(shown["lastRun"].is_null());
+    EXPECT_EQ(json({"list"})["names"], nlohmann::json({"nightly"}));
+    EXPECT_EQ(done({"exit-code", "nightly"}), "-999\n");
+    EXPECT_EQ(run({"schedule", "nightly", "--soon", "--", "exit"}).status, 1);
+
+    ClientProcess watcher(ruvoctlLine(line({"watch", "nightly"})));
+    ASSERT_TRUE(watcher.complains("watching task nightly")) << watcher.errors();
+    ClientProcess waiter(ruvoctlLine(line({"wait", "nightly", "--for", "60"})));
+    done({"cancel", "nightly"});
+    EXPECT_EQ(watcher.waitForExit(), 0) << watcher.errors();
+    EXPECT_EQ(watcher.output(), "nightly: finished\n");
+    EXPECT_EQ(waiter.waitForExit(), 1) << waiter.errors();
+    EXPECT_EQ(done({"list"}), "");
+    EXPECT_EQ(run({"cancel", "nightly"}).status, 1);
+}
+
+TEST_F(RuvoctlTasks, KeepBytes) {
+    std::string bytes;
+    for (int i = 0; i < 100'000; ++i) bytes += static_cast<char>(i);
+    writeFile(file("in"), bytes);
+    done({"schedule-blob", "order", clientPath(file("in")), "--weekly", "--at", "+1h"});
+    done({"retrieve", "order", "--output", clientPath(file("out"))});
+    EXPECT_EQ(readFile(file("out")), bytes);
+    EXPECT_EQ(done({"list-blobs"}), "order\n");
+    EXPECT_EQ(json({"show", "order"})["kind"], "bytes");
+    EXPECT_EQ(run({"exit-code", "order"}).status, 1);
+}
+
+TEST_F(RuvoctlTasks, AreWatchedThroughARun) {
+    writeFile(file("empty"), "");
+    const auto scheduled =
+        json({"schedule-blob", "blob", clientPath(file("empty")), "--daily", "--at", "+6s"});
+    EXPECT_GE(scheduled["handle"], 0);
+    ClientProcess watcher(ruvoctlLine(line({"watch", "blob", "--count", "3"})));
+    EXPECT_EQ(watcher.waitForExit(), 0) << watcher.errors();
+    EXPECT_EQ(watcher.output(), "blob: running\nblob: ended\nblob: waiting\n");
+}
+
+}  // namespace
+}  // namespace IntegrationTests
