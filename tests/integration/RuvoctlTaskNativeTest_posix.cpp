@@ -13,8 +13,8 @@ using ::testing::HasSubstr;
 
 TEST_F(RuvoctlTasks, ReachTheirProgramAsTyped) {
     // Each word reaches the program as it was typed.
-    EXPECT_THAT(done({"schedule", "print", "--at", "+2s", "--log", file("a log.txt"), "--", "printf",
-                      "%s|", "two  words", "it's", "$HOME", "*", ""}),
+    EXPECT_THAT(done({"schedule", "print", "--at", "+2s", "--log", file("a log.txt"), "--",
+                      "printf", "%s|", "two  words", "it's", "$HOME", "*", ""}),
                 HasSubstr("task print has handle "));
     const ClientRun waited = run({"wait", "print", "--for", "60"});
     EXPECT_EQ(waited.status, 0) << waited.errors;
@@ -25,11 +25,10 @@ TEST_F(RuvoctlTasks, ReachTheirProgramAsTyped) {
 
 TEST_F(RuvoctlTasks, RunInAFolder) {
     const TemporaryDirectory work;
-    done({"schedule", "pwd", "--at", "+2s", "--in", work.text(), "--shell", "--log",
-          file("here"), "--", "pwd -P"});
+    done({"schedule", "pwd", "--at", "+2s", "--in", work.text(), "--shell", "--log", file("here"),
+          "--", "pwd -P"});
     EXPECT_EQ(run({"wait", "pwd", "--for", "60"}).status, 0);
-    EXPECT_EQ(readFile(file("here")),
-              toText(std::filesystem::canonical(work.path())) + "\n");
+    EXPECT_EQ(readFile(file("here")), toText(std::filesystem::canonical(work.path())) + "\n");
 }
 
 }  // namespace IntegrationTests

@@ -27,7 +27,9 @@ inline WireText ask(std::string_view command) {
     return WireText().shortNumber(1).request("Scheduler", command);
 }
 
-inline WireText ask(std::string_view command, std::int32_t task) { return ask(command).number(task); }
+inline WireText ask(std::string_view command, std::int32_t task) {
+    return ask(command).number(task);
+}
 
 inline WireText& addTime(WireText& text, std::int32_t frequency, std::int64_t time) {
     const auto at = VornPlatform::toUtc(time);
@@ -41,10 +43,9 @@ protected:
     Scheduler() { start(); }
 
     void start() {
-        daemon_.emplace(Daemon::Options{
-            .properties = "ruvod.load-monitors=SchedulerFollow\n",
-            .udp = true,
-            .temp = folder_.text()});
+        daemon_.emplace(Daemon::Options{.properties = "ruvod.load-monitors=SchedulerFollow\n",
+                                        .udp = true,
+                                        .temp = folder_.text()});
         client_.emplace(daemon_->client());
     }
     void stop() {
@@ -58,16 +59,17 @@ protected:
     std::int32_t schedule(const std::string& name, const std::string& program,
                           const std::string& params, std::int64_t time, std::int32_t frequency,
                           const std::string& log = "") {
-        WireText request = ask("RUVO_TS_SCHEDULE").string(name).string(program).string("").string(
-            params);
+        WireText request =
+            ask("RUVO_TS_SCHEDULE").string(name).string(program).string("").string(params);
         addTime(request, frequency, time).string(log);
         client().send(request);
         return client().readNumber();
     }
     std::int32_t scheduleBlob(const std::string& name, const std::string& bytes, std::int64_t time,
                               std::int32_t frequency) {
-        WireText request = ask("RUVO_TS_SCHEDULE_BLOB").string(name).number(
-            static_cast<std::int64_t>(bytes.size()));
+        WireText request = ask("RUVO_TS_SCHEDULE_BLOB")
+                               .string(name)
+                               .number(static_cast<std::int64_t>(bytes.size()));
         request.bytes(bytes);
         client().send(addTime(request, frequency, time));
         return client().readNumber();
