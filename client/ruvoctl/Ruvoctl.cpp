@@ -111,6 +111,17 @@ void refuseLists(const Session& session, const std::string& expected) {
     }
 }
 
+std::vector<std::string> commandWords(const Session& session, const std::string& name) {
+    const auto& all = session.arguments;
+    const auto mark = std::find(all.begin(), all.end(), "--");
+    if (mark == all.end() || std::find(all.begin(), mark, name) == mark) {
+        throw UsageError("a command stands behind \"--\", and all else before it");
+    }
+    if (mark + 1 == all.end()) throw UsageError("there is no command behind \"--\"");
+    if (mark[1].empty()) throw UsageError("a command's name must not be empty");
+    return {mark + 1, all.end()};
+}
+
 int run(const std::vector<std::string>& arguments, Surroundings& surroundings) {
     Session session(surroundings);
     session.arguments = arguments;

@@ -1,15 +1,15 @@
 #include "client/RuvoTasks.h"
 #include "client/ruvoctl/Commands.h"
 #include "client/ruvoctl/FileBytes.h"
+#include "client/ruvoctl/Numbers.h"
 #include "client/ruvoctl/Output.h"
 #include "client/ruvoctl/TaskFollowing.h"
 #include "client/ruvoctl/TaskText.h"
 #include "client/ruvoctl/TaskTimes.h"
 
-#include <charconv>
 #include <chrono>
-#include <cmath>
 #include <fstream>
+#include <limits>
 #include <memory>
 #include <vector>
 
@@ -27,7 +27,7 @@ struct TaskOptions {
     std::string at;
     TypedCommand command;
     std::string file;
-    double seconds = 0;
+    milliseconds patience{0};
     std::int64_t count = 0;
 
     // Made of these before connecting.
@@ -47,11 +47,9 @@ std::int64_t nowSeconds() {
 }
 
 std::int32_t handleOf(const std::string& text) {
-    std::int32_t handle = 0;
-    const char* const end = text.data() + text.size();
-    const auto [stop, error] = std::from_chars(text.data(), end, handle);
-    if (error != std::errc{} || stop != end) throw UsageError("\"" + text + "\" is no handle");
-    return handle;
+    return static_cast<std::int32_t>(
+        numberOf("a handle", text, std::numeric_limits<std::int32_t>::min(),
+                 std::numeric_limits<std::int32_t>::max()));
 }
 
 std::int32_t taskOf(RuvoTasks& tasks, const TaskOptions& options) {
@@ -101,8 +99,8 @@ struct Work {
 };
 
 // `prepare` refuses what makes no sense before anybody connects.
-using Prepare = void (*)(TaskOptions&);
-void nothing(TaskOptions&) {}
+using Prepare = void (*)(const Session&, TaskOptions&);
+void nothing(const Session&, TaskOptions&) {}
 
 template <typename Body>
 CLI::App* add(CLI::App& parent, Session& session, const char* name, const char* about,
@@ -111,7 +109,7 @@ CLI::App* add(CLI::App& parent, Session& session, const char* name, const char* 
     command->callback([&session, options, body, prepare] {
         session.command = [&session, options, body, prepare] {
             if (options->isHandle) (void)handleOf(options->task);
-            prepare(*options);
+            prepare(session, *options);
             auto client = session.connect();
             RuvoTasks tasks(client);
             return body(Work{session, client, tasks, *options});
@@ -170,8 +168,9 @@ void addSchedule(CLI::App& task, Session& session) {
                               work.tasks.schedule(given.task, given.batchCommand, given.plan));
                 return kDone;
             },
-            [](TaskOptions& given) {
+            [](const Session& from, TaskOptions& given) {
                 given.plan = planOf(given);
+                given.command.words = commandWords(from, given.task);
                 given.batchCommand = commandOf(given.command);
             });
     command->add_option("name", options->task, "A name that no other task has")->required();
@@ -201,7 +200,7 @@ void addScheduleBlob(CLI::App& task, Session& session) {
                 showScheduled(work, work.tasks.scheduleBlob(given.task, given.bytes, given.plan));
                 return kDone;
             },
-            [](TaskOptions& given) {
+            [](const Session&, TaskOptions& given) {
                 given.plan = planOf(given);
                 given.bytes = readFile(given.file);
             });
@@ -324,10 +323,6 @@ void addRetrieve(CLI::App& task, Session& session) {
 
 // ---- following -----------------------------------------------------------------------
 
-milliseconds patienceOf(const TaskOptions& options) {
-    return milliseconds(std::llround(std::ceil(options.seconds * 1000)));
-}
-
 int showEnd(const Work& work, std::int32_t task) {
     const std::int32_t status = work.tasks.lastStatus(task);
     show(work.session, {{"handle", task}, {"exitCode", status}},
@@ -346,7 +341,7 @@ int wait(const Work& work) {
         // Gone already; how is on its way to us.
     }
     return following.run(
-        patienceOf(work.options), kRefused,
+        work.options.patience, kRefused,
         [&](std::int32_t state, const Ruvo::RuvoDelivery&) -> std::optional<int> {
             if (state == RuvoTasks::Ended) return showEnd(work, task);
             if (state != RuvoTasks::Finished) return std::nullopt;
@@ -361,7 +356,7 @@ int watch(const Work& work) {
                                   << std::endl;
     std::int64_t seen = 0;
     return following.run(
-        patienceOf(work.options), work.options.count == 0 ? kDone : kRefused,
+        work.options.patience, work.options.count == 0 ? kDone : kRefused,
         [&](std::int32_t state, const Ruvo::RuvoDelivery&) -> std::optional<int> {
             show(work.session, {{"task", work.options.task}, {"handle", task},
                                 {"state", stateText(state)}, {"code", state}},
@@ -378,8 +373,7 @@ CLI::App* addFollowing(CLI::App& task, Session& session, const char* name, const
     CLI::App* const command = add(task, session, name, about, options, body);
     command->add_option("task", options->task, "Its name")->required();
     command->add_flag("--handle", options->isHandle, "TASK is the handle");
-    command->add_option("--for", options->seconds, "Seconds to wait at most, with status 1 then")
-        ->check(CLI::Range(0.001, 1e6));
+    addDuration(*command, "--for", options->patience, "Wait no longer, with status 1 then");
     return command;
 }
 
@@ -413,8 +407,8 @@ void addTaskCommands(CLI::App& app, Session& session) {
     auto options = std::make_shared<TaskOptions>();
     CLI::App* const watching = addFollowing(
         *task, session, "watch", "Print each change of a task's state", options, watch);
-    watching->add_option("--count", options->count, "End after so many changes")
-        ->check(CLI::NonNegativeNumber);
+    addNumber(*watching, "--count", options->count, "End after so many changes; 0: no end", 0,
+              std::numeric_limits<std::int64_t>::max());
     watching->footer(
         "Ends when the task is finished or cancelled, at --count, --for or Ctrl-C.\n\n"
         "Example:\n  ruvoctl task watch nightly-backup --json");

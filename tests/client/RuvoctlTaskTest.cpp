@@ -101,17 +101,36 @@ TEST(RuvoctlTask, TellsThatANameIsTaken) {
     EXPECT_TRUE(has(result.err, "\"backup\" already")) << result.err;
 }
 
+TEST(RuvoctlTask, SendsTheWordsBehindTheMarkAsTheyWereTyped) {
+    const std::string plan = i32(3) + i32(11) + i32(22) + i32(2026) + i32(2) + i32(30) + i32(5);
+    const Result result = runAgainst(
+        {{task("RUVO_TS_SCHEDULE", str("backup") + str("prog") + str("") +
+                                       str("[a,b] [] --json --") + plan + str("")),
+          i32(5)},
+         next(3)},
+        {"schedule", "backup", "--shell", "--at", "2026-11-22T02:30:05Z", "--", "prog", "[a,b]",
+         "[]", "--json", "--"});
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_TRUE(has(result.out, "task backup has handle 5")) << result.out;
+}
+
 TEST(RuvoctlTask, RefusesToScheduleNonsenseBeforeConnecting) {
     for (const Arguments& arguments :
          {Arguments{"task", "schedule", "x", "--at", "tomorrow", "--", "p"},
           {"task", "schedule", "x", "--", "p"},
           {"task", "schedule", "x", "--at", "+1h"},
+          {"task", "schedule", "x", "--at", "+1h", "p"},
+          {"task", "schedule", "x", "--at", "+1h", "--"},
+          {"task", "schedule", "x", "--at", "+1h", "--", ""},
+          {"task", "schedule", "--at", "+1h", "--", "x", "p"},
           {"task", "schedule", "x", "--daily", "--weekly", "--at", "+1h", "--", "p"},
           {"task", "schedule", "x", "--at", "+1h", "--", "p", "two\nlines"},
           {"task", "schedule-blob", "x", "/no/such/file", "--at", "+1h"},
           {"task", "state", "x", "--handle"},
           {"task", "wait", "x", "--for", "0"},
+          {"task", "wait", "x", "--for", "0x1p3"},
           {"task", "watch", "x", "--count", "-1"},
+          {"task", "watch", "x", "--count", "1e3"},
           {"task", "state"},
           {"task"}}) {
         Arguments all = {"--port", std::to_string(unusedPort())};
