@@ -1,12 +1,17 @@
 #include "benchmarks/figures/TaskFigures.h"
 #include "benchmarks/harness/Conversation.h"
 #include "benchmarks/harness/Figure.h"
+#include "benchmarks/harness/Placement.h"
 
+#include <spawn.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <time.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
+#include <fstream>
 #include <stdexcept>
 #include <thread>
 #include <vector>
@@ -60,20 +65,70 @@ std::vector<double> latenesses(const TaskDaemon& daemon, int tasks) {
     return late;
 }
 
+// Starts the interpreter on the batch files from `first` on, every `step`th.
+void startBatches(const std::string& interpreter, const TemporaryFolder& folder, int first,
+                  int step, int tasks, std::vector<pid_t>& processes) {
+    for (int i = first; i < tasks; i += step) {
+        std::string file = folder.path("batch-" + std::to_string(i));
+        std::ofstream(file) << "\n:  >" << folder.path("started-" + std::to_string(i))
+                            << " 2>&1 \r\n\n";
+        std::string name = "cmd";
+        std::string option = "/c";
+        char* const arguments[] = {name.data(), option.data(), file.data(), nullptr};
+        auto& process = processes[static_cast<std::size_t>(i)];
+        if (::posix_spawn(&process, interpreter.c_str(), nullptr, nullptr, arguments, environ) !=
+            0) {
+            process = -1;
+        }
+    }
+}
+
+// The same commands, started by one thread a processor that does nothing else:
+// how late each was, counted from the start of the first.
+std::vector<double> bareLatenesses(const Settings& settings, int tasks) {
+    const TemporaryFolder folder;
+    const std::string interpreter = settings.programs + "/cmd";
+    std::vector<pid_t> processes(static_cast<std::size_t>(tasks));
+    const double begin =
+        static_cast<double>(std::chrono::duration_cast<std::chrono::microseconds>(
+                                std::chrono::system_clock::now().time_since_epoch())
+                                .count()) /
+        1e3;
+    const int threads = static_cast<int>(placements().size());
+    std::vector<std::thread> starters;
+    for (int i = 0; i < threads; ++i) {
+        starters.emplace_back(
+            [&, i] { startBatches(interpreter, folder, i, threads, tasks, processes); });
+    }
+    for (std::thread& starter : starters) starter.join();
+    std::vector<double> late;
+    for (std::size_t i = 0; i < processes.size(); ++i) {
+        int status = -1;
+        if (processes[i] > 0) ::waitpid(processes[i], &status, 0);
+        if (status != 0) throw std::runtime_error("a batch file failed");
+        late.push_back(madeAt(folder.path("started-" + std::to_string(i))) - begin);
+    }
+    std::sort(late.begin(), late.end());
+    return late;
+}
+
 void measure(const Settings& settings, const FigureSink& sink) {
     for (const int tasks : {1, 100, 1000}) {
         const std::string name = "task.lateness." + std::to_string(tasks);
         if (!settings.wants(name) || (settings.quick && tasks > 100)) continue;
+        const auto bare = bareLatenesses(settings, tasks);
         const TaskDaemon daemon(settings, 0);
+        spreadOut(daemon.pid());
         const auto late = latenesses(daemon, tasks);
         Figure figure{.name = name + ".p50",
                       .unit = "ms",
-                      .against = "",
+                      .against = "cmd /c FILE",
                       .rule = Rule::ValueAtMost,
                       .limit = kMostMs};
-        sink(evaluate(figure, {.ours = {late[late.size() / 2]}, .bare = {}}));
+        sink(evaluate(figure, {.ours = {late[late.size() / 2]}, .bare = {bare[bare.size() / 2]}}));
         figure.name = name + ".p99";
-        sink(evaluate(figure, {.ours = {late[late.size() * 99 / 100]}, .bare = {}}));
+        const std::size_t p99 = late.size() * 99 / 100;
+        sink(evaluate(figure, {.ours = {late[p99]}, .bare = {bare[p99]}}));
     }
 }
 

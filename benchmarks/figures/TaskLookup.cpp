@@ -50,7 +50,7 @@ void measure(const Settings& settings, const FigureSink& sink) {
                        .unit = "KiB",
                        .against = "",
                        .rule = Rule::ValueAtMost,
-                       .limit = 2},
+                       .limit = 1.5},
                       {.ours = {each}, .bare = {}}));
     }
 }

@@ -5,16 +5,19 @@
 #include <sched.h>
 #include <sys/resource.h>
 
+#include <filesystem>
+#include <string>
+
 namespace RuvoBench {
 namespace {
 
 constexpr int kNice = -15;
 
-void pinTo(const std::vector<int>& processors) {
+void pinTo(const std::vector<int>& processors, pid_t thread = 0) {
     cpu_set_t set;
     CPU_ZERO(&set);
     for (const int processor : processors) CPU_SET(static_cast<unsigned>(processor), &set);
-    if (::sched_setaffinity(0, sizeof set, &set) != 0) throwErrno("sched_setaffinity");
+    if (::sched_setaffinity(thread, sizeof set, &set) != 0) throwErrno("sched_setaffinity");
 }
 
 // As they were when the program began: later calls may be made while pinned.
@@ -43,6 +46,13 @@ Pinned::Pinned(int processor) {
 }
 
 Pinned::~Pinned() { pinTo(before_); }
+
+void spreadOut(pid_t process) {
+    const std::string threads = "/proc/" + std::to_string(process) + "/task";
+    for (const auto& thread : std::filesystem::directory_iterator(threads)) {
+        pinTo(processorsAtStart(), std::stoi(thread.path().filename().string()));
+    }
+}
 
 std::vector<Placement> placements() {
     const auto& processors = processorsAtStart();

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <sys/types.h>
+
 #include <optional>
 #include <vector>
 
@@ -20,6 +22,10 @@ public:
 private:
     std::vector<int> before_;
 };
+
+// Gives a process, and what it starts from then on, all processors that this
+// program had when it began: where a figure is about many processes.
+void spreadOut(pid_t process);
 
 // Server and load of one measurement. The server always runs on the first
 // allowed processor, so the same server serves both placements.
