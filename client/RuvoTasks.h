@@ -19,7 +19,9 @@ enum class RuvoFrequency : std::int32_t {
     Soon = 4  // once, 121 seconds from now, whatever the time
 };
 
-// UTC. The daemon carries what is out of range: month 13 is January.
+// UTC. The daemon carries what is out of range: month 13 is January. It keeps 32
+// bits of seconds: what is beyond 2038-01-19 03:14:07 becomes a time that is
+// past. All zero where the daemon tells of a time before 1970.
 struct RuvoTaskTime {
     std::int32_t year = 0;
     std::int32_t month = 0;

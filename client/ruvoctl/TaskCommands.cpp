@@ -37,6 +37,8 @@ struct TaskOptions {
 };
 using Options = std::shared_ptr<TaskOptions>;
 
+constexpr std::int64_t kSoonSeconds = 121;  // the daemon's, whatever it is told
+
 // ---- tasks and times ---------------------------------------------------------------
 
 // The next full second: who says "in one second" must not find it past already.
@@ -67,13 +69,27 @@ Ruvo::RuvoTaskPlan planOf(const TaskOptions& options) {
                                          : RuvoFrequency::Once;
     const std::int64_t now = nowSeconds();
     if (options.at.empty() && !options.isSoon) throw UsageError("--at TIME is needed, or --soon");
-    plan.time = utcOf(options.at.empty() ? now : momentOf(options.at, now));
+    const std::int64_t first =
+        options.at.empty() ? now + kSoonSeconds : momentOf(options.at, now);
+    if (first < kFirstMoment || first > kLastMoment) {
+        throw UsageError("tasks run between " + utcText(kFirstMoment) + " and " +
+                         utcText(kLastMoment) + ", not at " + utcText(first));
+    }
+    plan.time = utcOf(first);
     return plan;
 }
 
-Json timeJson(std::int64_t moment) {
-    return {{"utc", utcText(moment)}, {"local", localText(moment)}};
+// Null, and "none", for a moment that there is not.
+Json timeJson(const std::optional<std::int64_t>& moment) {
+    if (!moment) return {};
+    return {{"utc", utcText(*moment)}, {"local", localText(*moment)}};
 }
+
+std::string timeText(const std::optional<std::int64_t>& moment, const char* none) {
+    return moment ? bothTexts(*moment) : none;
+}
+
+constexpr const char* kPast = "a time before 1970";
 
 // "1970-..." is what the daemon says of a task that never ran, blanks of a time
 // before that.
@@ -149,12 +165,12 @@ void addPlan(CLI::App* command, const Options& options) {
 
 void showScheduled(const Work& work, std::int32_t task) {
     const Ruvo::RuvoTaskPlan plan = work.tasks.nextRun(task);
-    const std::int64_t next = momentOf(plan.time);
+    const auto next = keptMoment(plan.time);
     const Json json = {{"name", work.options.task}, {"handle", task}, {"nextRun", timeJson(next)},
                        {"frequency", frequencyText(plan.frequency)}};
     show(work.session, json,
          "task " + shown(work.options.task) + " has handle " + std::to_string(task) +
-             " and runs " + frequencyText(plan.frequency) + ", " + bothTexts(next));
+             " and runs " + frequencyText(plan.frequency) + ", " + timeText(next, kPast));
 }
 
 void addSchedule(CLI::App& task, Session& session) {
@@ -245,7 +261,7 @@ void showTask(const Work& work, std::int32_t task) {
     const std::string state = stateText(work.tasks.state(task));
     const Ruvo::RuvoTaskPlan plan = work.tasks.nextRun(task);
     const auto last = lastRun(work.tasks, task);
-    const std::int64_t next = momentOf(plan.time);
+    const auto next = keptMoment(plan.time);
     Json json = {{"handle", task}, {"kind", last ? "command" : "bytes"}, {"state", state},
                  {"nextRun", timeJson(next)}, {"frequency", frequencyText(plan.frequency)}};
     std::string text = "handle       " + std::to_string(task) + "\nkind         " +
@@ -256,21 +272,21 @@ void showTask(const Work& work, std::int32_t task) {
     }
     if (last) {
         const bool hasStatus = last->status != RuvoTasks::kNeverRun;
-        json["lastRun"] = last->moment ? timeJson(*last->moment) : Json();
+        json["lastRun"] = timeJson(last->moment);
         json["exitCode"] = hasStatus ? Json(last->status) : Json();
-        text += "\nlast run     " + (last->moment ? bothTexts(*last->moment) : "none yet") +
+        text += "\nlast run     " + timeText(last->moment, "none yet") +
                 "\nexit status  " + (hasStatus ? std::to_string(last->status) : "none yet");
     }
-    text += "\nnext run     " + bothTexts(next) + "\nfrequency    " + frequencyText(plan.frequency);
+    text += "\nnext run     " + timeText(next, kPast) + "\nfrequency    " + frequencyText(plan.frequency);
     show(work.session, json, text);
 }
 
 void showNext(const Work& work, std::int32_t task) {
     const Ruvo::RuvoTaskPlan plan = work.tasks.nextRun(task);
-    const std::int64_t next = momentOf(plan.time);
+    const auto next = keptMoment(plan.time);
     show(work.session, {{"handle", task}, {"nextRun", timeJson(next)},
                         {"frequency", frequencyText(plan.frequency)}},
-         bothTexts(next) + ", " + frequencyText(plan.frequency));
+         timeText(next, kPast) + ", " + frequencyText(plan.frequency));
 }
 
 void showState(const Work& work, std::int32_t task) {

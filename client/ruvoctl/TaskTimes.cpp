@@ -180,6 +180,11 @@ std::int64_t momentOf(const RuvoTaskTime& utc) {
     return days * kDay + utc.hour * 3600 + utc.minute * 60 + utc.second;
 }
 
+std::optional<std::int64_t> keptMoment(const RuvoTaskTime& utc) {
+    if (utc == RuvoTaskTime{}) return std::nullopt;
+    return momentOf(utc);
+}
+
 RuvoTaskTime utcOf(std::int64_t moment) {
     using namespace std::chrono;
     const sys_seconds at{seconds(moment)};

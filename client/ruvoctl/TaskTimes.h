@@ -3,6 +3,7 @@
 #include "client/RuvoTasks.h"
 
 #include <cstdint>
+#include <optional>
 #include <string>
 
 namespace Ruvoctl {
@@ -19,6 +20,12 @@ std::int64_t momentOf(const std::string& text, std::int64_t now);
 
 std::int64_t momentOf(const Ruvo::RuvoTaskTime& utc);
 Ruvo::RuvoTaskTime utcOf(std::int64_t moment);
+
+// What a daemon can keep as the time of a task, the first and the last moment.
+inline constexpr std::int64_t kFirstMoment = 0;
+inline constexpr std::int64_t kLastMoment = 2147483647;
+// Empty for a time before the first one: the daemon does not tell it.
+std::optional<std::int64_t> keptMoment(const Ruvo::RuvoTaskTime& utc);
 
 // "2026-11-22T01:30:00Z" and "2026-11-22T02:30:00+01:00".
 std::string utcText(std::int64_t moment);

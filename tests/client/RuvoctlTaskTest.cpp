@@ -119,6 +119,8 @@ TEST(RuvoctlTask, RefusesToScheduleNonsenseBeforeConnecting) {
          {Arguments{"task", "schedule", "x", "--at", "tomorrow", "--", "p"},
           {"task", "schedule", "x", "--", "p"},
           {"task", "schedule", "x", "--at", "+1h"},
+          {"task", "schedule", "x", "--at", "2038-01-19T03:14:08Z", "--", "p"},
+          {"task", "schedule", "x", "--at", "1969-12-31T23:59:59Z", "--", "p"},
           {"task", "schedule", "x", "--at", "+1h", "p"},
           {"task", "schedule", "x", "--at", "+1h", "--"},
           {"task", "schedule", "x", "--at", "+1h", "--", ""},
@@ -203,6 +205,15 @@ TEST(RuvoctlTask, ShowsATaskThatHasNotRun) {
     const auto json = nlohmann::json::parse(runAgainst(exchanges, {"show", "backup", "--json"}).out);
     EXPECT_TRUE(json["lastRun"].is_null());
     EXPECT_TRUE(json["exitCode"].is_null());
+}
+
+TEST(RuvoctlTask, ShowsATaskWhoseTimeTheDaemonDoesNotTell) {
+    const std::vector<Exchange> exchanges = {
+        lookup(),
+        {task("RUVO_TS_GET_NEXT_TIME", i32(5)), i32(0) + str(std::string(19, ' ')) + i32(3)}};
+    EXPECT_EQ(runAgainst(exchanges, {"next", "backup"}).out, "a time before 1970, once\n");
+    const auto json = nlohmann::json::parse(runAgainst(exchanges, {"next", "backup", "--json"}).out);
+    EXPECT_TRUE(json["nextRun"].is_null());
 }
 
 TEST(RuvoctlTask, ShowsATaskThatKeepsBytes) {
