@@ -10,6 +10,11 @@ namespace {
 constexpr std::string_view kMonitor = "Scheduler";
 constexpr std::string_view kFollowMonitor = "SchedulerFollow";
 constexpr std::int32_t kNotFound = -9;
+
+// Behind "there is no task 5".
+constexpr const char* kOfAnyKind = "";
+constexpr const char* kOfCommands = " with a command";
+constexpr const char* kOfBytes = " with bytes";
 constexpr std::int32_t kDisplaySize = 24;  // room for a time, terminator included
 
 void addPlan(RuvoRequest& request, const RuvoTaskPlan& plan) {
@@ -58,9 +63,9 @@ RuvoTaskTime timeOf(const std::string& text) {
     return time;
 }
 
-[[noreturn]] void noSuchTask(std::int32_t task, std::int32_t answer) {
-    throw RuvoClientError(RuvoProblem::Declined, "there is no such task " + std::to_string(task),
-                          answer);
+[[noreturn]] void noSuchTask(std::int32_t task, std::int32_t answer, const char* kind) {
+    throw RuvoClientError(RuvoProblem::Declined,
+                          "there is no task " + std::to_string(task) + kind, answer);
 }
 
 }  // namespace
@@ -109,27 +114,29 @@ std::optional<std::int32_t> RuvoTasks::lookup(std::string_view name) {
     return task;
 }
 
-std::int32_t RuvoTasks::expectTask(std::int32_t answer, std::int32_t task) {
-    if (answer == kNotFound) noSuchTask(task, answer);
+std::int32_t RuvoTasks::expectTask(std::int32_t answer, std::int32_t task, const char* kind) {
+    if (answer == kNotFound) noSuchTask(task, answer, kind);
     return answer;
 }
 
 // Not call(): -999 is a status as well.
-std::int32_t RuvoTasks::ask(std::string_view command, std::int32_t task) {
+std::int32_t RuvoTasks::ask(std::string_view command, std::int32_t task, const char* kind) {
     client_.send(RuvoRequest(kMonitor, command).addInt(task));
-    return expectTask(client_.readInt(), task);
+    return expectTask(client_.readInt(), task, kind);
 }
 
-void RuvoTasks::cancel(std::int32_t task) { ask("RUVO_TS_CANCEL", task); }
-std::int32_t RuvoTasks::state(std::int32_t task) { return ask("RUVO_TS_TASK_STATE", task); }
-std::int32_t RuvoTasks::exitCode(std::int32_t task) { return ask("RUVO_TS_EXIT_CODE", task); }
+void RuvoTasks::cancel(std::int32_t task) { ask("RUVO_TS_CANCEL", task, kOfAnyKind); }
+std::int32_t RuvoTasks::state(std::int32_t task) { return ask("RUVO_TS_TASK_STATE", task, kOfAnyKind); }
+std::int32_t RuvoTasks::exitCode(std::int32_t task) {
+    return ask("RUVO_TS_EXIT_CODE", task, kOfCommands);
+}
 
 std::string RuvoTasks::lastRun(std::int32_t task) {
     client_.send(RuvoRequest(kMonitor, "RUVO_TS_EXECUTION_INFO", RuvoRequest::Answer::Other)
                      .addInt(task)
                      .addInt(kDisplaySize));
     std::string text = client_.readString();
-    expectTask(client_.readInt(), task);
+    expectTask(client_.readInt(), task, kOfCommands);
     return text;
 }
 
@@ -139,7 +146,7 @@ RuvoTaskPlan RuvoTasks::nextRun(std::int32_t task) {
     const std::int32_t answer = client_.readInt();
     const std::string text = client_.readString();
     const auto frequency = static_cast<RuvoFrequency>(client_.readInt());
-    expectTask(answer, task);
+    expectTask(answer, task, kOfAnyKind);
     return {.time = timeOf(text), .frequency = frequency};
 }
 
@@ -150,7 +157,7 @@ std::string RuvoTasks::retrieve(std::int32_t task) {
     const std::int32_t size = client_.readInt();
     if (size < 0) throw RuvoClientError(RuvoProblem::Protocol, "bytes of a negative number came");
     std::string bytes = client_.readBytes(static_cast<std::size_t>(size));
-    expectTask(answer, task);
+    expectTask(answer, task, kOfBytes);
     return bytes;
 }
 
@@ -177,7 +184,7 @@ void RuvoTasks::changeFollowing(std::string_view command, std::string_view remot
                                 std::int32_t handle, std::int32_t task) {
     const std::int32_t answer = client_.call(
         RuvoRequest(kFollowMonitor, command).addString(remoteName).addInt(handle).addInt(task));
-    if (answer != 0) noSuchTask(task, answer);
+    if (answer != 0) noSuchTask(task, answer, kOfAnyKind);
 }
 
 void RuvoTasks::follow(std::string_view remoteName, std::int32_t handle, std::int32_t task) {
@@ -193,7 +200,7 @@ std::int32_t RuvoTasks::lastStatus(std::int32_t task) {
                      .addInt(task));
     const std::int32_t answer = client_.readInt();
     const std::int32_t status = client_.readInt();
-    if (answer != 0) noSuchTask(task, answer);
+    if (answer != 0) noSuchTask(task, answer, kOfAnyKind);
     return status;
 }
 

@@ -102,9 +102,9 @@ public:
                                            const RuvoTaskPlan& plan);
 
 private:
-    std::int32_t expectTask(std::int32_t answer, std::int32_t task);
+    std::int32_t expectTask(std::int32_t answer, std::int32_t task, const char* kind);
     std::int32_t expectHandle(const RuvoRequest& request, std::string_view name);
-    std::int32_t ask(std::string_view command, std::int32_t task);
+    std::int32_t ask(std::string_view command, std::int32_t task, const char* kind);
     std::vector<std::string> readNames(std::string_view command);
     void changeFollowing(std::string_view command, std::string_view remoteName,
                          std::int32_t handle, std::int32_t task);

@@ -168,6 +168,11 @@ void showScheduled(const Work& work, std::int32_t task) {
     const auto next = keptMoment(plan.time);
     const Json json = {{"name", work.options.task}, {"handle", task}, {"nextRun", timeJson(next)},
                        {"frequency", frequencyText(plan.frequency)}};
+    if (next && *next < nowSeconds()) {
+        work.session.surroundings.err << "ruvoctl: that time is past: the first run is in about "
+                                         "two minutes"
+                                      << std::endl;
+    }
     show(work.session, json,
          "task " + shown(work.options.task) + " has handle " + std::to_string(task) +
              " and runs " + frequencyText(plan.frequency) + ", " + timeText(next, kPast));
@@ -191,16 +196,16 @@ void addSchedule(CLI::App& task, Session& session) {
             });
     command->add_option("name", options->task, "A name that no other task has")->required();
     addPlan(command, options);
-    command->add_option("--in", options->command.directory, "The folder to run it in");
+    command->add_option("--in", options->command.directory, "The folder to run it in, as seen from here");
     command->add_option("--log", options->command.logFile,
-                        "A file that gets its output, anew at each run");
+                        "A file, as seen from here, that gets its output, anew at each run");
     command->add_flag("--shell", options->command.isShellText,
                       "PROGRAM and ARGS are a text for the command interpreter");
     command->add_option("command", options->command.words, "PROGRAM ARGS..., behind --")
         ->required();
     command->footer(
         "A time that is past becomes two minutes from now. The command runs as the user the\n"
-        "daemon runs as.\n\n"
+        "daemon runs as; where the folder is not there, it runs in the daemon's all the same.\n\n"
         "Examples:\n"
         "  ruvoctl task schedule cleanup --daily --at 02:30 -- /usr/bin/find /tmp -mtime +7\n"
         "  ruvoctl task schedule report --at 2026-12-01T06:00Z --in /srv --log report.txt \\\n"
@@ -312,7 +317,7 @@ void writeBytes(const std::string& file, const std::string& bytes) {
     std::ofstream stream(file, std::ios::binary | std::ios::trunc);
     stream.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
     stream.close();
-    if (!stream) throw Failure(kRefused, "cannot write " + file);
+    if (!stream) throw Failure(kIncomplete, "cannot write " + file);
 }
 
 void addRetrieve(CLI::App& task, Session& session) {
@@ -378,7 +383,7 @@ int watch(const Work& work) {
                                 {"state", stateText(state)}, {"code", state}},
                  shown(work.options.task) + ": " + stateText(state));
             work.session.out().flush();
-            if (!work.session.out()) return kRefused;  // nobody reads any more
+            if (!work.session.out()) return kIncomplete;  // nobody reads any more
             if (++seen == work.options.count || state == RuvoTasks::Finished) return kDone;
             return std::nullopt;
         });

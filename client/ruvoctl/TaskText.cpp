@@ -52,7 +52,9 @@ Ruvo::RuvoTaskCommand commandOf(const TypedCommand& typed) {
     refuseLineEnds(typed.directory);
     refuseLineEnds(typed.logFile);
     Ruvo::RuvoTaskCommand command;
-    if (!typed.words.empty()) {
+    if (typed.isShellText && !typed.logFile.empty()) {
+        command.program = VornPlatform::groupForBatch(joined(typed.words, 0, true));
+    } else if (!typed.words.empty()) {
         const std::string& program = typed.words.front();
         command.program = typed.isShellText ? program : VornPlatform::quoteForBatch(program);
         command.parameters = joined(typed.words, 1, typed.isShellText);

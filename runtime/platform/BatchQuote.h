@@ -13,6 +13,10 @@ namespace VornPlatform {
 // them.
 VORN_EXPORT std::string quoteForBatch(const std::string& word);
 
+// A text of several commands as one command, so that what follows it in the line,
+// a redirection, is that of all of them.
+VORN_EXPORT std::string groupForBatch(const std::string& text);
+
 // A directory as it must stand behind "cd /d ".
 VORN_EXPORT std::string directoryForBatch(const std::string& directory);
 

@@ -35,6 +35,8 @@ std::string quoteForBatch(const std::string& word) {
     return withoutExpansion(quoted);
 }
 
+std::string groupForBatch(const std::string& text) { return '(' + text + ')'; }
+
 std::string directoryForBatch(const std::string& directory) {
     return withoutExpansion('"' + directory + '"');
 }

@@ -114,6 +114,17 @@ TEST(RuvoctlTask, SendsTheWordsBehindTheMarkAsTheyWereTyped) {
     EXPECT_TRUE(has(result.out, "task backup has handle 5")) << result.out;
 }
 
+TEST(RuvoctlTask, TellsWhenATimeIsPast) {
+    const std::string plan = i32(3) + i32(2) + i32(29) + i32(2024) + i32(12) + i32(0) + i32(0);
+    const Result result = runAgainst(
+        {{task("RUVO_TS_SCHEDULE", str("backup") + str("p") + str("") + str("") + plan + str("")),
+          i32(5)},
+         {task("RUVO_TS_GET_NEXT_TIME", i32(5)), i32(0) + str("2024 02 29 12 00 00") + i32(3)}},
+        {"schedule", "backup", "--at", "2024-02-29T12:00Z", "--", "p"});
+    EXPECT_EQ(result.status, 0);
+    EXPECT_TRUE(has(result.err, "that time is past")) << result.err;
+}
+
 TEST(RuvoctlTask, RefusesToScheduleNonsenseBeforeConnecting) {
     for (const Arguments& arguments :
          {Arguments{"task", "schedule", "x", "--at", "tomorrow", "--", "p"},
@@ -272,7 +283,7 @@ TEST(RuvoctlTask, RetrievesBytes) {
     EXPECT_EQ(TestSupport::readFile(folder.file("out")), bytes);
     const Result lost =
         runAgainst(exchanges, {"retrieve", "backup", "--output", folder.file("no/out")});
-    EXPECT_EQ(lost.status, 1);
+    EXPECT_EQ(lost.status, 4);
 }
 
 // ---- following -------------------------------------------------------------------

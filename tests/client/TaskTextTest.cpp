@@ -35,6 +35,13 @@ TEST(TaskText, LeavesShellTextAlone) {
     EXPECT_EQ(command.parameters, "-l >&2");
 }
 
+TEST(TaskText, GivesTheOutputOfAllOfAShellTextToTheLogFile) {
+    const auto command =
+        commandOf({.words = {"ls;", "ls | wc"}, .isShellText = true, .logFile = "log"});
+    EXPECT_EQ(command.program, VornPlatform::groupForBatch("ls; ls | wc"));
+    EXPECT_EQ(command.parameters, "");
+}
+
 TEST(TaskText, CountsFoldersFromTheWorkingDirectory) {
     const TestSupport::TemporaryDirectory here;
     const TestSupport::WorkingDirectory there(here.text());

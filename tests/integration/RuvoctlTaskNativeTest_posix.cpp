@@ -23,6 +23,13 @@ TEST_F(RuvoctlTasks, ReachTheirProgramAsTyped) {
     EXPECT_TRUE(waitUntil([&] { return run({"state", "print"}).status == 1; }));
 }
 
+TEST_F(RuvoctlTasks, LogTheOutputOfAllOfAShellText) {
+    done({"schedule", "two", "--at", "+2s", "--shell", "--log", file("log"), "--",
+          "echo a; echo 'b c' >&2; exit 3 # done"});
+    EXPECT_EQ(run({"wait", "two", "--for", "60"}).status, 3);
+    EXPECT_EQ(readFile(file("log")), "a\nb c\n");
+}
+
 TEST_F(RuvoctlTasks, RunInAFolder) {
     const TemporaryDirectory work;
     done({"schedule", "pwd", "--at", "+2s", "--in", work.text(), "--shell", "--log", file("here"),

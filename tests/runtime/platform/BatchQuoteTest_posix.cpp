@@ -9,9 +9,10 @@
 using namespace VornPlatform;
 
 TEST(BatchQuote, LeavesPlainWordsAlone) {
-    for (const std::string plain : {"a", "/usr/bin/find", "-mtime", "+7", "a=b", "x@y:1,2%", "7"}) {
+    for (const std::string plain : {"a", "/usr/bin/find", "-mtime", "+7", "x@y:1,2%", "7"}) {
         EXPECT_EQ(quoteForBatch(plain), plain);
     }
+    EXPECT_EQ(quoteForBatch("a=b"), "'a=b'");  // the first word would be an assignment
     EXPECT_EQ(quoteForBatch(""), "''");
     EXPECT_EQ(quoteForBatch("a b"), "'a b'");
 }
@@ -31,6 +32,17 @@ TEST(BatchQuote, BringsEveryByteThrough) {
             "printf %s " + quoteForBatch(word) + " >" + quoteForBatch(out);
         ASSERT_EQ(std::system(line.c_str()), 0);
         EXPECT_EQ(TestSupport::readFile(out), word);
+    }
+}
+
+TEST(BatchQuote, GroupsForOneRedirection) {
+    const TestSupport::TemporaryDirectory folder;
+    for (const std::string text : {"echo a; echo 'b c' # d", "{ echo a; echo 'b c'; }",
+                                   "echo a && (echo 'b c') || exit 1"}) {
+        const std::string out = folder.file("out");
+        const std::string line = groupForBatch(text) + "  >" + quoteForBatch(out) + " 2>&1 ";
+        ASSERT_EQ(std::system(line.c_str()), 0) << line;
+        EXPECT_EQ(TestSupport::readFile(out), "a\nb c\n") << line;
     }
 }
 

@@ -18,6 +18,10 @@ TEST(BatchQuote, KeepsTheInterpreterFromExpanding) {
     EXPECT_EQ(directoryForBatch("C:\\100% a"), "\"C:\\100%% a\"");
 }
 
+TEST(BatchQuote, GroupsForOneRedirection) {
+    EXPECT_EQ(groupForBatch("echo a & echo b"), "(echo a & echo b)");
+}
+
 TEST(BatchQuote, DoublesBackslashesInFrontOfQuotesOnly) {
     EXPECT_EQ(quoteForBatch("C:\\a b\\"), "\"C:\\a b\\\\\"");
     EXPECT_EQ(quoteForBatch("C:\\a b\\c"), "\"C:\\a b\\c\"");
