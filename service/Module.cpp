@@ -1,5 +1,6 @@
 #include "service/Module.h"
 
+#include "arbiter/RuvoRAEngine.h"
 #include "engines/RuvoTCPServer.h"
 #include "engines/RuvoUDPServer.h"
 #include "jobstatus/RuvoJSEngine.h"
@@ -28,6 +29,7 @@ void Module::attach() {
         udpServer_ = std::make_unique<RuvoUDPServer>();
         notifierEngine_ = std::make_unique<RuvoNNEngine>();
         notifier_ = notifierEngine_.get();
+        arbiterEngine_ = std::make_unique<RuvoRAEngine>(notifier_);
         schedulerEngine_ = std::make_unique<RuvoTSEngine>(notifier_);
         jobStatusEngine_ = std::make_unique<RuvoJSEngine>(notifier_);
     } catch (...) {
@@ -48,6 +50,7 @@ void Module::detach() {
 void Module::destroyMonitors() {
     jobStatusEngine_.reset();
     schedulerEngine_.reset();
+    arbiterEngine_.reset();
     notifier_ = nullptr;
     notifierEngine_.reset();
     udpServer_.reset();

@@ -10,6 +10,7 @@ namespace RuvoService {
 
 class RuvoJSEngine;
 class RuvoNNEngine;
+class RuvoRAEngine;
 class RuvoTCPServer;
 class RuvoTSEngine;
 class RuvoUDPServer;
@@ -41,6 +42,7 @@ private:
     std::unique_ptr<RuvoTCPServer> tcpServer_;
     std::unique_ptr<RuvoUDPServer> udpServer_;
     std::unique_ptr<RuvoNNEngine> notifierEngine_;
+    std::unique_ptr<RuvoRAEngine> arbiterEngine_;
     std::unique_ptr<RuvoTSEngine> schedulerEngine_;
     std::unique_ptr<RuvoJSEngine> jobStatusEngine_;
     RuvoNNEngine* notifier_ = nullptr;  // given to the engines that raise events

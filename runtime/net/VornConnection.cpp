@@ -25,6 +25,9 @@ void VornConnection::writeShared(VornSupport::VornObjectBase&, std::string_view 
         bytes.remove_prefix(static_cast<std::size_t>(count));
     }
 }
+
+void VornConnection::setAbortEvent(VornSupport::VornEvent*) {}
+
 VornIPCServer::~VornIPCServer() = default;
 
 VornNetLimits& VornNetLimits::getInstance() {

@@ -7,6 +7,10 @@
 #include <string>
 #include <string_view>
 
+namespace VornSupport {
+class VornEvent;
+}
+
 namespace VornNet {
 
 // One connected client channel. Reading, writing and flush() belong to the one
@@ -81,6 +85,11 @@ public:
     // Breaks the channel from another thread: what is under way in read or
     // write fails with VornException, and so does everything after it.
     virtual void abort() = 0;
+    // For a wait on something else than the channel: from now on abort() sets the
+    // event, at once when the channel is broken already; null: no more. On return
+    // no abort() is at the event that was set before. Borrowed. A channel that
+    // nobody can abort need not do anything.
+    virtual void setAbortEvent(VornSupport::VornEvent* event);
     // "tcp:127.0.0.1:4711": who is at the other end, for the log.
     virtual std::string getPeerName() const = 0;
 };

@@ -3,6 +3,7 @@
 #include "runtime/net/VornIPCServer.h"
 #include "runtime/net/VornNetLimits.h"
 #include "runtime/net/WireCodec.h"
+#include "runtime/support/VornEvent.h"
 #include "runtime/support/VornException.h"
 #include "runtime/support/VornLogging.h"
 
@@ -62,6 +63,14 @@ void VornStreamConnection::close() {
 void VornStreamConnection::abort() {
     aborted_.store(true, std::memory_order_release);
     breakChannel();
+    VornSupport::VornMutexLock lock(abortMutex_);
+    if (abortEvent_ != nullptr) abortEvent_->set();
+}
+
+void VornStreamConnection::setAbortEvent(VornSupport::VornEvent* event) {
+    VornSupport::VornMutexLock lock(abortMutex_);
+    abortEvent_ = event;
+    if (event != nullptr && isAborted()) event->set();
 }
 
 bool VornStreamConnection::isPeerGone() {

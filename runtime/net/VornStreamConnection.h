@@ -4,6 +4,7 @@
 #include "runtime/net/VornConnection.h"
 #include "runtime/platform/Export.h"
 #include "runtime/platform/OsError.h"
+#include "runtime/support/VornMutex.h"
 
 #include <atomic>
 #include <cstddef>
@@ -44,6 +45,7 @@ public:
     bool hasBufferedInput() const override;
     bool isPeerGone() override;
     void abort() override;
+    void setAbortEvent(VornSupport::VornEvent* event) override VORN_EXCLUDES(abortMutex_);
 
     // Bytes of memory that both buffers have at this moment.
     std::size_t bufferBytesForTest() const { return input_.capacity() + output_.capacity(); }
@@ -100,6 +102,8 @@ private:
     ByteBuffer output_;
     VornPlatform::OsError lost_;  // why the stream ended, when not by the peer's close
     std::atomic<bool> aborted_{false};
+    VornSupport::VornMutex abortMutex_;
+    VornSupport::VornEvent* abortEvent_ VORN_GUARDED_BY(abortMutex_) = nullptr;
     bool filledUp_ = false;  // the last receive left no room: more is likely there
     bool ended_ = false;     // nothing more will come
     bool broken_ = false;    // a send failed

@@ -113,7 +113,7 @@ VornSmartPointer<VornTreeNode> VornTreeNode::add(VornSmartPointer<VornTreeNode> 
         const std::string_view prefix = walk.prefix();
         walk.next();
         VornSmartPointer<VornTreeNode> below = parent.childAt(name);
-        if (!below) below = parent.insert(name, walk.atEnd() ? child : makeNode(prefix));
+        if (!below) below = parent.insert(name, walk.atEnd() ? child : makeNode(prefix, *child));
         if (!below) return nullptr;
         at = std::move(below);
     }
@@ -155,7 +155,8 @@ void VornTreeNode::printGuts(int indent) const {
                     << "VornTreeNode::print: Node Name = " << name_);
 }
 
-VornSmartPointer<VornTreeNode> VornTreeNode::makeNode(std::string_view path) const {
+VornSmartPointer<VornTreeNode> VornTreeNode::makeNode(std::string_view path,
+                                                    const VornTreeNode&) const {
     const auto separator = path.find_last_of(kSeparators);
     const auto begin = separator == std::string_view::npos ? 0 : separator + 1;
     return makeCounted<VornTreeNode>(std::string(path.substr(begin)));

@@ -49,10 +49,12 @@ public:
 protected:
     // Writes the node's own line at level 9, `indent` spaces before it.
     virtual void printGuts(int indent) const;
-    // A node for a place on the way to another one; `path` is its path from the
-    // node that add() was called on, as it was requested. The base names it by
-    // the last component. Null makes that add() return null.
-    virtual VornSmartPointer<VornTreeNode> makeNode(std::string_view path) const;
+    // A node for a place on the way to `child`, the one that add() was given;
+    // `path` is its path from the node that add() was called on, as it was
+    // requested. The base names it by the last component. Null makes that add()
+    // return null.
+    virtual VornSmartPointer<VornTreeNode> makeNode(std::string_view path,
+                                                    const VornTreeNode& child) const;
 
 private:
     using Children = std::map<std::string, VornSmartPointer<VornTreeNode>, std::less<>>;

@@ -18,7 +18,7 @@ using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using VornMonitor::VornEventMonitorManager;
 
-const char* const kMonitors[] = {"TCPServer", "UDPServer", "Notifier", "Scheduler",
+const char* const kMonitors[] = {"TCPServer", "UDPServer", "Notifier", "Arbiter", "Scheduler",
                                  "JobStatus"};
 
 bool isKnown(const char* name) { return VornEventMonitorManager::getInstance().isKnown(name); }

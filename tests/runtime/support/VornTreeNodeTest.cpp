@@ -39,10 +39,12 @@ public:
     using VornTreeNode::VornTreeNode;
 
     mutable std::vector<std::string> made;
+    mutable std::vector<const VornTreeNode*> madeFor;
 
 protected:
-    NodePointer makeNode(std::string_view path) const override {
+    NodePointer makeNode(std::string_view path, const VornTreeNode& child) const override {
         made.emplace_back(path);
+        madeFor.push_back(&child);
         return makeCounted<VornTreeNode>("made " + std::string(path));
     }
 };
@@ -151,8 +153,8 @@ TEST(VornTreeNode, GivesUpWhenANodeOnTheWayIsRefused) {
         using VornTreeNode::VornTreeNode;
 
     protected:
-        NodePointer makeNode(std::string_view path) const override {
-            return path == "a:b" ? nullptr : VornTreeNode::makeNode(path);
+        NodePointer makeNode(std::string_view path, const VornTreeNode& child) const override {
+            return path == "a:b" ? nullptr : VornTreeNode::makeNode(path, child);
         }
     };
     Refusing root("root");
@@ -281,7 +283,7 @@ public:
 
 protected:
     void printGuts(int indent) const override { columns.push_back(indent); }
-    NodePointer makeNode(std::string_view) const override {
+    NodePointer makeNode(std::string_view, const VornTreeNode&) const override {
         return makeCounted<PrintedNode>("on the way");
     }
 };

@@ -1,0 +1,153 @@
+#include "arbiter/RuvoRAEngine.h"
+#include "arbiter/RuvoRATimedUnlock.h"
+#include "notifier/RuvoNNEngine.h"
+#include "runtime/net/VornConnection.h"
+#include "runtime/support/VornLogging.h"
+#include "runtime/support/VornShortText.h"
+
+#include <exception>
+
+namespace RuvoService {
+
+using VornSupport::VornCriticalSection;
+using VornSupport::VornTreeNode;
+
+namespace {
+
+constexpr std::string_view kSeparators = ":,";
+constexpr std::size_t kLongestPrinted = 1024;
+constexpr const char* kLocking = "sendLockNotification";
+constexpr const char* kUnlocking = "sendUnlockNotification";
+constexpr std::int32_t kFree = 0;  // also what the data of an event says
+constexpr std::int32_t kLocked = 1;
+
+// The last component of a path that does not end in a separator.
+std::string lastComponent(std::string_view path) {
+    const auto separator = path.find_last_of(kSeparators);
+    return std::string(separator == std::string_view::npos ? path : path.substr(separator + 1));
+}
+
+}  // namespace
+
+RuvoRAEngine::RANode::RANode(RuvoRAEngine& engine, RuvoNNEngine* notifier, const PathPointer& path,
+                             std::size_t length)
+    : VornTreeNode(lastComponent(path->text().substr(0, length))),
+      engine_(engine),
+      notifier_(notifier),
+      path_(path),
+      length_(length) {}
+
+RuvoRAEngine::RANode::~RANode() = default;
+
+// A path of half a million components, each a node: what the nodes of one
+// request have in common, the bytes of their names, they share.
+VornSupport::VornSmartPointer<VornTreeNode> RuvoRAEngine::RANode::makeNode(
+    std::string_view path, const VornTreeNode& child) const {
+    const auto& goal = static_cast<const RANode&>(child);
+    return VornSupport::makeCounted<RANode>(engine_, notifier_, goal.path_, path.size());
+}
+
+// The names along one path of a megabyte come to hundreds of gigabytes, hence
+// the short form; the trace of the request has the whole name.
+void RuvoRAEngine::RANode::printGuts(int indent) const {
+    VORN_LOG(9, std::string(static_cast<std::size_t>(indent), ' ')
+                    << "RANode::print: Node Name = "
+                    << VornSupport::shortText(getNodeName(), kLongestPrinted));
+}
+
+bool RuvoRAEngine::RANode::isLocked() const {
+    VornCriticalSection section(engine_.lock_);
+    return locked_ != kFree;
+}
+
+// ---- locking ---------------------------------------------------------------------
+
+bool RuvoRAEngine::RANode::lock(int waitMs, VornNet::VornConnection* client) {
+    VORN_LOG(9, "RuvoRAEngine::RANode::lock(" << getNodeName() << "): enter");
+    bool result = tryLock(waitMs);
+    while (!result && waitMs != 0) {
+        if (!awaitUnlock(waitMs, client)) {
+            VORN_LOG(9, "RuvoRAEngine::RANode::lock("
+                            << getNodeName() << "): timer expired, node is still locked");
+            break;
+        }
+        VORN_LOG(9, "RuvoRAEngine::RANode::lock(" << getNodeName()
+                                                  << "): node was unlocked, retrying lock");
+        // The full time again: there is no deadline for all tries together.
+        result = tryLock(waitMs);
+    }
+    VORN_LOG(9, "RuvoRAEngine::RANode::lock(" << getNodeName() << "): exit (" << result << ")");
+    return result;
+}
+
+bool RuvoRAEngine::RANode::tryLock(int waitMs) {
+    {
+        VornCriticalSection section(engine_.lock_);
+        if (locked_ != kFree) {
+            if (waitMs != 0) {
+                VORN_LOG(9, "RuvoRAEngine::RANode::lock("
+                                << getNodeName() << "): delaying for " << waitMs
+                                << "ms or until node is unlocked");
+            }
+            return false;
+        }
+        VORN_LOG(9, "RuvoRAEngine::RANode::lock(" << getNodeName() << "): locking node");
+        announceLocked(kLocking, kLocked);
+        locked_ = kLocked;
+    }
+    tellDependents(kLocking, RANodeLocked());
+    return true;
+}
+
+bool RuvoRAEngine::RANode::awaitUnlock(int waitMs, VornNet::VornConnection* client) {
+    if (client != nullptr) client->flush();
+    RuvoRATimedUnlock waiting(*this, client);
+    return waiting.wait(waitMs);
+}
+
+bool RuvoRAEngine::RANode::unlock() {
+    if (!setFree()) return false;
+    tellUnlocked();
+    return true;
+}
+
+bool RuvoRAEngine::RANode::setFree() {
+    VornCriticalSection section(engine_.lock_);
+    if (locked_ == kFree) return false;
+    locked_ = kFree;
+    try {
+        announceLocked(kUnlocking, kFree);
+    } catch (const std::exception& e) {
+        // Out of memory, say. That costs the event, not those who wait.
+        VORN_LOG(2, "RuvoRAEngine::RANode::unlock: exception: " << e.what());
+    }
+    return true;
+}
+
+void RuvoRAEngine::RANode::tellUnlocked() { tellDependents(kUnlocking, RANodeUnlocked()); }
+
+// ---- announcing ------------------------------------------------------------------
+
+// The event. Under the engine's lock, so that listeners see the changes of a
+// node in the order in which they happened.
+void RuvoRAEngine::RANode::announceLocked(const char* operation, std::int32_t state) {
+    VORN_LOG(9, "RuvoRAEngine::RANode::" << operation << "(" << getNodeName() << "): enter");
+    if (notifier_ == nullptr) return;
+    const std::string name(getNodeName());
+    notifier_->produce(VornSupport::makeCounted<RuvoNNEventNotification>(
+        "udp:127.0.0.1", "VornRAEvent:" + name, name, static_cast<std::int32_t>(sizeof state),
+        reinterpret_cast<const char*>(&state)));
+}
+
+// The requests that wait. Under no lock: a thousand of them are woken here, and
+// each wants the engine's lock at once.
+void RuvoRAEngine::RANode::tellDependents(const char* operation,
+                                          const RANodeNotification& notification) {
+    VORN_LOG(9, "RuvoRAEngine::RANode::"
+                    << operation << "(" << getNodeName()
+                    << "): sending notifications to local dependents");
+    notify(notification);
+    VORN_LOG(9, "RuvoRAEngine::RANode::" << operation << "(" << getNodeName() << "): exit");
+}
+
+}  // namespace RuvoService

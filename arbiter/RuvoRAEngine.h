@@ -1,0 +1,150 @@
+#pragma once
+
+#include "engines/RuvoEngineBase.h"
+#include "runtime/platform/Export.h"
+#include "runtime/support/VornCollaborator.h"
+#include "runtime/support/VornCriticalSection.h"
+#include "runtime/support/VornNotification.h"
+#include "runtime/support/VornSmartPointer.h"
+#include "runtime/support/VornTreeNode.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <string>
+#include <string_view>
+
+namespace RuvoService {
+
+class RuvoNNEngine;
+
+// The engine "Arbiter": named locks, which form a tree, for tools that must not
+// work on one thing at once. A lock is granted under a handle and stays until
+// the handle is given back, by whichever client: it is not tied to a connection.
+// Each change of a lock is announced as an event through the notification
+// engine's queue.
+//
+// Any thread. One lock guards handles and nodes. It is held for a few
+// instructions, never while a request waits, while a connection is used or while
+// waiting requests are told. Events are produced under it, so that the events of
+// a node come in the order of its changes; the queue's locks are taken after it.
+class VORN_EXPORT RuvoRAEngine : public RuvoEngineBase {
+public:
+    // What a node tells the requests that wait for it. Each of them wakes.
+    class VORN_EXPORT RANodeNotification : public VornSupport::VornNotification {
+    public:
+        explicit RANodeNotification(int kind) : VornNotification(kind) {}
+    };
+    class VORN_EXPORT RANodeLocked final : public RANodeNotification {
+    public:
+        RANodeLocked() : RANodeNotification(1) {}
+    };
+    class VORN_EXPORT RANodeUnlocked final : public RANodeNotification {
+    public:
+        RANodeUnlocked() : RANodeNotification(0) {}
+    };
+
+    // One lock. A node says nothing about those below it: "a" and "a:b" are two
+    // locks. Nodes live as long as their engine.
+    class VORN_EXPORT RANode final : public VornSupport::VornTreeNode,
+                                     public VornSupport::VornCollaborator {
+    public:
+        // The bytes of a path, shared by the nodes that were made for it.
+        class VORN_EXPORT Path final : public VornSupport::VornObjectBase {
+        public:
+            explicit Path(std::string_view text) : text_(text) {}
+            std::string_view text() const { return text_; }
+
+        private:
+            const std::string text_;
+        };
+        using PathPointer = VornSupport::VornSmartPointer<Path>;
+
+        // Named by the first `length` bytes of `path`. `notifier` is borrowed;
+        // null: no events.
+        RANode(RuvoRAEngine& engine, RuvoNNEngine* notifier, const PathPointer& path,
+               std::size_t length);
+        ~RANode() override;
+
+        // True when this call has locked the node. While somebody else holds it,
+        // waits until it is unlocked and tries again, `waitMs` at most for each
+        // try: who loses to others again and again waits longer in all. Nobody
+        // stands in a queue. 0 does not wait, a negative number waits without
+        // limit. `client` (null: nobody) is sent its earlier answers before a
+        // wait; a wait ends with its connection. Throws what the connection
+        // throws; then nothing is locked.
+        bool lock(int waitMs, VornNet::VornConnection* client = nullptr);
+        // False, and nothing happens, when the node is not locked.
+        bool unlock();
+        bool isLocked() const;
+
+        // The path by which the node was first requested, up to and with its own
+        // component.
+        std::string_view getNodeName() const { return path_->text().substr(0, length_); }
+
+    protected:
+        void printGuts(int indent) const override;
+        VornSupport::VornSmartPointer<VornTreeNode> makeNode(
+            std::string_view path, const VornTreeNode& child) const override;
+
+    private:
+        friend class RuvoRAEngine;
+
+        bool tryLock(int waitMs) VORN_EXCLUDES(engine_.lock_);
+        bool awaitUnlock(int waitMs, VornNet::VornConnection* client);
+        // The two halves of unlock(). The caller of the first may hold the
+        // engine's lock, that of the second holds nothing.
+        bool setFree();
+        void tellUnlocked();
+        void announceLocked(const char* operation, std::int32_t state)
+            VORN_REQUIRES(engine_.lock_);
+        void tellDependents(const char* operation, const RANodeNotification& notification);
+
+        RuvoRAEngine& engine_;
+        RuvoNNEngine* const notifier_;
+        const PathPointer path_;
+        const std::size_t length_;
+        std::int32_t locked_ VORN_GUARDED_BY(engine_.lock_) = 0;  // 1: somebody has it
+    };
+    using Node = VornSupport::VornSmartPointer<RANode>;
+
+    // `notifier` is borrowed and outlives the engine; null: no events.
+    explicit RuvoRAEngine(RuvoNNEngine* notifier);
+    ~RuvoRAEngine() override;
+
+    // The node of a path, made at the first request for it. Components are
+    // separated by ":" and ","; empty ones count for nothing, so "a:b", "a,b"
+    // and ":a::b:" are one node, and a path without any is the root.
+    Node getNode(std::string_view path);
+
+    // The work of the commands. The handle of the lock, the next higher number
+    // each time, or 0 when it was not obtained; see RANode::lock().
+    std::int32_t lock(std::string_view path, int waitMs, VornNet::VornConnection* client)
+        VORN_EXCLUDES(lock_);
+    // Does nothing when there is no such handle.
+    void unlock(std::int32_t handle) VORN_EXCLUDES(lock_);
+
+    // Called by the commands, no lock held, before they make a change: see
+    // RuvoNNEngine::waitForRoom.
+    void waitForRoom(VornNet::VornConnection& connection);
+    // Writes the tree to the log at level 9.
+    void printTree() const;
+
+    // Handles that are given out at this moment.
+    std::size_t heldHandles() const VORN_EXCLUDES(lock_);
+
+protected:
+    bool initialize() override;
+    bool cleanup() override;
+
+private:
+    std::int32_t giveHandle(const Node& node) VORN_EXCLUDES(lock_);
+
+    RuvoNNEngine* const notifier_;
+    mutable VornSupport::VornCriticalSectionObject lock_;
+    RANode root_;
+    std::int32_t handleCounter_ VORN_GUARDED_BY(lock_) = 0;
+    std::map<std::int32_t, Node> handles_ VORN_GUARDED_BY(lock_);
+};
+
+}  // namespace RuvoService

@@ -1,0 +1,66 @@
+#include "arbiter/RuvoRATimedUnlock.h"
+
+#include "runtime/net/VornConnection.h"
+#include "runtime/support/VornLogging.h"
+
+#include <algorithm>
+#include <chrono>
+
+namespace RuvoService {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using std::chrono::milliseconds;
+
+// How often a waiting client is looked for. What a client that has gone leaves
+// behind, a thread and a connection, does not stay longer than this, whatever
+// its wait.
+constexpr milliseconds kLookForClient{1000};
+
+}  // namespace
+
+RuvoRATimedUnlock::RuvoRATimedUnlock(RuvoRAEngine::RANode& node, VornNet::VornConnection* client)
+    : node_(node), client_(client) {
+    if (client_ != nullptr) client_->setAbortEvent(&eventUnlock_);
+    node_.addDependent(*this);
+}
+
+RuvoRATimedUnlock::~RuvoRATimedUnlock() {
+    node_.removeDependent(*this);
+    if (client_ != nullptr) client_->setAbortEvent(nullptr);
+}
+
+bool RuvoRATimedUnlock::wait(int waitMs) {
+    const bool limited = waitMs >= 0;
+    const auto end = Clock::now() + milliseconds(std::max(waitMs, 0));
+    // The node may have been unlocked since the caller saw it locked and before
+    // we were registered. From here on no unlock is missed.
+    if (!node_.isLocked()) unlocked_ = true;
+    while (!unlocked_) {
+        if (client_ != nullptr && client_->isPeerGone()) {
+            VORN_LOG(9, "RuvoRATimedUnlock::wait: the client has gone");
+            return false;
+        }
+        milliseconds slice = client_ != nullptr ? kLookForClient : milliseconds::max();
+        if (limited) {
+            const auto left = std::chrono::ceil<milliseconds>(end - Clock::now());
+            if (left <= milliseconds::zero()) return false;
+            slice = std::min(slice, left);
+        }
+        eventUnlock_.wait(slice == milliseconds::max() ? VornSupport::VornEvent::kForever
+                                                       : static_cast<int>(slice.count()));
+    }
+    VORN_LOG(9, "RuvoRATimedUnlock::wait: node unlocked before timer expired");
+    return true;
+}
+
+void RuvoRATimedUnlock::handleNotification(VornSupport::VornCollaborator&,
+                                           const VornSupport::VornNotification&) {
+    VORN_LOG(9, "RuvoRATimedUnlock::handleNotification: enter");
+    VORN_LOG(9, "RuvoRATimedUnlock::handleNotification: setting eventUnlock");
+    unlocked_ = true;
+    eventUnlock_.set();
+    VORN_LOG(9, "RuvoRATimedUnlock::handleNotification: exit");
+}
+
+}  // namespace RuvoService
