@@ -58,8 +58,7 @@ void RuvoRATimedUnlock::handleNotification(VornSupport::VornCollaborator&,
                                            const VornSupport::VornNotification&) {
     VORN_LOG(9, "RuvoRATimedUnlock::handleNotification: enter");
     VORN_LOG(9, "RuvoRATimedUnlock::handleNotification: setting eventUnlock");
-    unlocked_ = true;
-    eventUnlock_.set();
+    if (!unlocked_.exchange(true)) eventUnlock_.set();
     VORN_LOG(9, "RuvoRATimedUnlock::handleNotification: exit");
 }
 

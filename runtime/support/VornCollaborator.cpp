@@ -3,8 +3,9 @@
 #include "runtime/support/VornSmartPointer.h"
 
 #include <algorithm>
-#include <iterator>
+#include <atomic>
 #include <thread>
+#include <utility>
 
 namespace VornSupport {
 
@@ -13,19 +14,34 @@ VornDependent::~VornDependent() = default;
 
 void VornDependent::handleNotification(VornCollaborator&, const VornNotification&) {}
 
-// Its fields are guarded by the mutex of the collaborator it belongs to.
+// Has a lock of its own, so that a notify that goes through thousands of them
+// does not meet those that come and go meanwhile. Taken after the collaborator's.
 struct VornCollaborator::Registration {
-    explicit Registration(VornDependent& d) : dependent(d) {}
+    // With room for the one notify that is the rule.
+    explicit Registration(VornDependent& d) : dependent(d) { runningOn.reserve(1); }
 
-    bool runsElsewhere() const {
+    bool runsElsewhereLocked() const VORN_REQUIRES(mutex) {
         const auto here = std::this_thread::get_id();
         return std::any_of(runningOn.begin(), runningOn.end(),
                            [here](std::thread::id id) { return id != here; });
     }
+    bool runsElsewhere() VORN_EXCLUDES(mutex) {
+        VornMutexLock lock(mutex);
+        return runsElsewhereLocked();
+    }
+    // False when the dependent is not to be called any more.
+    bool enter() VORN_EXCLUDES(mutex) {
+        VornMutexLock lock(mutex);
+        if (removed) return false;
+        runningOn.push_back(std::this_thread::get_id());
+        return true;
+    }
 
     VornDependent& dependent;
-    bool removed = false;
-    std::vector<std::thread::id> runningOn;  // one entry a handler call under way
+    VornMutex mutex;
+    bool removed VORN_GUARDED_BY(mutex) = false;
+    // One entry a handler call under way.
+    std::vector<std::thread::id> runningOn VORN_GUARDED_BY(mutex);
     VornCondition handlerLeft;
 };
 
@@ -92,84 +108,112 @@ VornCollaborator::VornCollaborator() = default;
 VornCollaborator::VornCollaborator(const VornCollaborator&) : VornCollaborator() {}
 VornCollaborator::~VornCollaborator() = default;
 
+struct VornCollaborator::List {
+    Registrations entries;
+    std::atomic<int> walks{0};  // of notify, under way; begun under the mutex
+};
+
+// The entries, in a list that no notify walks.
+VornCollaborator::Registrations& VornCollaborator::ownListLocked() {
+    // What the last walk read, it read before it took itself off the count.
+    if (!registrations_ || registrations_->walks.load(std::memory_order_acquire) != 0) {
+        auto list = std::make_shared<List>();
+        if (registrations_) list->entries = registrations_->entries;
+        registrations_ = std::move(list);
+    }
+    return registrations_->entries;
+}
+
 void VornCollaborator::addDependent(VornDependent& dependent) {
     auto registration = std::make_shared<Registration>(dependent);
     VornMutexLock lock(mutex_);
-    auto list = registrations_ ? std::make_shared<Registrations>(*registrations_)
-                               : std::make_shared<Registrations>();
-    list->push_back(std::move(registration));
-    registrations_ = std::move(list);
+    ownListLocked().push_back(std::move(registration));
 }
 
 void VornCollaborator::removeDependent(VornDependent& dependent) {
-    VornMutexLock lock(mutex_);
-    takeOutLocked(dependent);
-    while (const RegistrationPtr running = runningElsewhereLocked(dependent)) {
+    {
+        VornMutexLock lock(mutex_);
+        takeOutLocked(dependent);
+    }
+    while (const RegistrationPtr running = runningElsewhere(dependent)) {
+        VornMutexLock lock(running->mutex);
         const auto here = std::this_thread::get_id();
         RemovalWaits::Wait wait{here, running.get(), running->runningOn};
         std::erase(wait.on, here);
         if (!RemovalWaits::getInstance().begin(wait)) return;
-        while (running->runsElsewhere()) running->handlerLeft.wait(mutex_);
+        while (running->runsElsewhereLocked()) running->handlerLeft.wait(running->mutex);
         RemovalWaits::getInstance().end(wait);
     }
 }
 
 void VornCollaborator::takeOutLocked(const VornDependent& dependent) {
     if (!registrations_) return;
-    const auto found =
-        std::find_if(registrations_->begin(), registrations_->end(),
-                     [&](const auto& entry) { return &entry->dependent == &dependent; });
-    if (found == registrations_->end()) return;
-    const RegistrationPtr registration = *found;
-
-    std::shared_ptr<Registrations> list;
-    if (registrations_->size() > 1) {
-        list = std::make_shared<Registrations>();
-        list->reserve(registrations_->size() - 1);
-        std::copy(registrations_->begin(), found, std::back_inserter(*list));
-        std::copy(found + 1, registrations_->end(), std::back_inserter(*list));
+    Registrations& list = ownListLocked();
+    const auto found = std::find_if(list.begin(), list.end(), [&](const auto& entry) {
+        return &entry->dependent == &dependent;
+    });
+    if (found == list.end()) return;
+    {
+        VornMutexLock lock((*found)->mutex);
+        if (!(*found)->runningOn.empty()) {
+            if (!leaving_) leaving_ = std::make_unique<Registrations>();
+            leaving_->push_back(*found);
+        }
+        (*found)->removed = true;
     }
-    if (!registration->runningOn.empty()) leaving_.push_back(registration);
-    registration->removed = true;
-    registrations_ = std::move(list);
+    list.erase(found);
+    if (list.empty()) registrations_ = nullptr;
 }
 
 // A removed registration of the dependent whose handler runs on another thread.
-VornCollaborator::RegistrationPtr VornCollaborator::runningElsewhereLocked(
+VornCollaborator::RegistrationPtr VornCollaborator::runningElsewhere(
     const VornDependent& dependent) const {
-    const auto found = std::find_if(leaving_.begin(), leaving_.end(), [&](const auto& entry) {
+    VornMutexLock lock(mutex_);
+    if (!leaving_) return nullptr;
+    const auto found = std::find_if(leaving_->begin(), leaving_->end(), [&](const auto& entry) {
         return &entry->dependent == &dependent && entry->runsElsewhere();
     });
-    return found == leaving_.end() ? nullptr : *found;
+    return found == leaving_->end() ? nullptr : *found;
 }
 
-bool VornCollaborator::enter(Registration& registration) {
-    VornMutexLock lock(mutex_);
-    if (registration.removed) return false;
-    registration.runningOn.push_back(std::this_thread::get_id());
-    return true;
-}
-
+// As long as the call counts as under way, whoever removes the dependent waits,
+// and this object is there.
 void VornCollaborator::leave(Registration& registration) {
     const auto here = std::this_thread::get_id();
-    VornMutexLock lock(mutex_);
     auto& running = registration.runningOn;
+    {
+        VornMutexLock lock(registration.mutex);
+        if (!registration.removed) {
+            running.erase(std::find(running.begin(), running.end(), here));
+            return;
+        }
+    }
+    VornMutexLock lock(mutex_);
+    VornMutexLock registrationLock(registration.mutex);
     running.erase(std::find(running.begin(), running.end(), here));
-    if (!registration.removed) return;
-    if (running.empty()) {
-        std::erase_if(leaving_, [&](const auto& entry) { return entry.get() == &registration; });
+    if (running.empty() && leaving_) {
+        std::erase_if(*leaving_, [&](const auto& entry) { return entry.get() == &registration; });
+        if (leaving_->empty()) leaving_ = nullptr;
     }
     RemovalWaits::getInstance().handlerLeft(registration, here);
     registration.handlerLeft.notifyAll();
 }
 
 void VornCollaborator::notify(const VornNotification& notification) {
-    std::shared_ptr<const Registrations> list;
+    std::shared_ptr<List> list;
     {
         VornMutexLock lock(mutex_);
+        if (!registrations_) return;
         list = registrations_;
+        list->walks.fetch_add(1, std::memory_order_relaxed);
     }
-    if (!list) return;
+    // Touches the list only: once the last handler has been left, the source may
+    // be gone.
+    struct Walk {
+        List& list;
+        ~Walk() { list.walks.fetch_sub(1, std::memory_order_release); }
+    };
+    const Walk walk{*list};
 
     // An object that nothing counts yet (count 0: on the stack, or still under
     // construction) must not be released by us.
@@ -182,8 +226,8 @@ void VornCollaborator::notify(const VornNotification& notification) {
         Registration& registration;
         ~Leaver() { source.leave(registration); }
     };
-    for (const auto& registration : *list) {
-        if (!enter(*registration)) continue;
+    for (const auto& registration : walk.list.entries) {
+        if (!registration->enter()) continue;
         const Leaver leaver{*this, *registration};
         registration->dependent.handleNotification(*this, notification);
     }

@@ -60,19 +60,22 @@ private:
     struct Registration;
     using RegistrationPtr = std::shared_ptr<Registration>;
     using Registrations = std::vector<RegistrationPtr>;
+    struct List;
     class RemovalWaits;
 
-    bool enter(Registration& registration) VORN_EXCLUDES(mutex_);
+    Registrations& ownListLocked() VORN_REQUIRES(mutex_);
     void leave(Registration& registration) VORN_EXCLUDES(mutex_);
     void takeOutLocked(const VornDependent& dependent) VORN_REQUIRES(mutex_);
-    RegistrationPtr runningElsewhereLocked(const VornDependent& dependent) const
-        VORN_REQUIRES(mutex_);
+    RegistrationPtr runningElsewhere(const VornDependent& dependent) const
+        VORN_EXCLUDES(mutex_);
 
     mutable VornMutex mutex_;
-    // Replaced, never changed: a notify walks the list it found. Null: nobody.
-    std::shared_ptr<const Registrations> registrations_ VORN_GUARDED_BY(mutex_);
-    // Removed while their handlers were running.
-    Registrations leaving_ VORN_GUARDED_BY(mutex_);
+    // Copied before it is changed while a notify, which walks the list it found,
+    // is under way; so thousands of dependents that come and go cost a copy a
+    // notify, not one each. Null: nobody.
+    std::shared_ptr<List> registrations_ VORN_GUARDED_BY(mutex_);
+    // Removed while their handlers were running. Null: none.
+    std::unique_ptr<Registrations> leaving_ VORN_GUARDED_BY(mutex_);
 };
 
 }  // namespace VornSupport

@@ -11,9 +11,9 @@ namespace {
 
 // One lock for the states of all events: waiting for all of several, and a
 // pulse in such a wait, must see one moment of all of them. It is held for a
-// few instructions only and the sleeping is done on a condition of each
-// waiter's own, so that nobody is woken in vain. Never destroyed: threads may
-// outlive the static objects.
+// few instructions only: each waiter sleeps and is woken under a lock of its own,
+// so that nobody is woken in vain and a thousand that wake at once do not meet
+// here. Never destroyed: threads may outlive the static objects.
 VornMutex& stateLock() {
     static VornMutex* const lock = new VornMutex;
     return *lock;
@@ -21,12 +21,21 @@ VornMutex& stateLock() {
 
 }  // namespace
 
+// On the stack of the thread that waits. In the lists of its events until it is
+// picked, by a change of one of them, or gives up. Who picks it then releases it.
 struct VornEvent::Waiter {
     VornEvent* const* events;
     std::size_t count;
     bool all;
-    int result = kTimedOut;  // an index once the wait is over
+
+    // Under the lock of all events.
+    bool picked = false;
+    int outcome = kTimedOut;  // an index once it is picked
+    Waiter* next = nullptr;   // picked by the same change
+
+    VornMutex mutex;  // never together with the lock of all events
     VornCondition over;
+    int result VORN_GUARDED_BY(mutex) = kTimedOut;  // the outcome, once it is released
 };
 
 VornEvent::VornEvent(bool manualReset, bool signalled)
@@ -55,43 +64,69 @@ bool VornEvent::takeAll(const Waiter& waiter, const VornEvent* pulsed) {
     return true;
 }
 
-// Ends the first wait that this event can end. False when there is none.
-bool VornEvent::letOneGo() {
-    for (auto it = waiters_.begin(); it != waiters_.end(); ++it) {
-        Waiter& waiter = **it;
-        if (waiter.all) {
-            if (!takeAll(waiter, this)) continue;
-            waiter.result = 0;
+// Picks the first wait that this event can end. Null when there is none.
+VornEvent::Waiter* VornEvent::pickOne() {
+    for (Waiter* const waiter : waiters_) {
+        if (waiter->all) {
+            if (!takeAll(*waiter, this)) continue;
+            waiter->outcome = 0;
         } else {
-            const auto* end = waiter.events + waiter.count;
-            waiter.result =
-                static_cast<int>(std::find(waiter.events, end, this) - waiter.events);
+            const auto* end = waiter->events + waiter->count;
+            waiter->outcome =
+                static_cast<int>(std::find(waiter->events, end, this) - waiter->events);
         }
-        for (std::size_t i = 0; i < waiter.count; ++i) waiter.events[i]->waiters_.remove(&waiter);
-        waiter.over.notifyOne();
-        return true;
+        waiter->picked = true;
+        withdraw(*waiter);
+        return waiter;
     }
-    return false;
+    return nullptr;
 }
 
-void VornEvent::letGo(bool pulsed) {
-    if (manualReset_) {
-        while (letOneGo()) {}
-        setState(!pulsed);
-    } else {
-        const bool taken = letOneGo();
-        setState(!pulsed && !taken);
+// The waits that end, chained, the longest first.
+VornEvent::Waiter* VornEvent::pick(bool pulsed) {
+    Waiter* const first = pickOne();
+    if (!manualReset_) {
+        setState(!pulsed && first == nullptr);
+        return first;
+    }
+    for (Waiter* last = first; last != nullptr; last = last->next) last->next = pickOne();
+    setState(!pulsed);
+    return first;
+}
+
+void VornEvent::withdraw(Waiter& waiter) {
+    for (std::size_t i = 0; i < waiter.count; ++i) waiter.events[i]->waiters_.remove(&waiter);
+}
+
+// Wakes them, with no lock of an event held. The events may go with the first.
+void VornEvent::release(Waiter* waiter) {
+    while (waiter != nullptr) {
+        Waiter* const next = waiter->next;
+        {
+            VornMutexLock lock(waiter->mutex);
+            waiter->result = waiter->outcome;
+            waiter->over.notifyOne();
+        }
+        waiter = next;
     }
 }
 
 void VornEvent::set() {
-    VornMutexLock lock(stateLock());
-    if (!signalled_) letGo(false);
+    Waiter* picked = nullptr;
+    {
+        VornMutexLock lock(stateLock());
+        if (!signalled_) picked = pick(false);
+    }
+    release(picked);
 }
 
 void VornEvent::pulse() {
-    VornMutexLock lock(stateLock());
-    letGo(true);
+    Waiter* picked = nullptr;
+    {
+        VornMutexLock lock(stateLock());
+        picked = pick(true);
+    }
+    release(picked);
 }
 
 void VornEvent::reset() {
@@ -116,32 +151,49 @@ int VornEvent::wait(std::vector<VornEvent*>& events, bool all, int ms) {
 
 int VornEvent::waitSet(VornEvent* const* events, std::size_t count, bool all, int ms) {
     if (count == 0) return kWaitFailed;
-    Waiter waiter{.events = events, .count = count, .all = all, .over = {}};
-    VornMutexLock lock(stateLock());
-    if (all && takeAll(waiter, nullptr)) return 0;
-    for (std::size_t i = 0; !all && i < count; ++i) {
-        if (!events[i]->signalled_) continue;
-        if (!events[i]->manualReset_) events[i]->setState(false);
-        return static_cast<int>(i);
-    }
-    if (ms == 0) return kTimedOut;
-
-    // Taken out by whoever lets it go, else at the end, also when no memory is left.
-    struct Enlisted {
-        Waiter& waiter;
-        ~Enlisted() {
-            if (waiter.result != kTimedOut) return;
-            for (std::size_t i = 0; i < waiter.count; ++i) {
-                waiter.events[i]->waiters_.remove(&waiter);
-            }
+    Waiter waiter{.events = events, .count = count, .all = all, .mutex = {}, .over = {}};
+    {
+        VornMutexLock lock(stateLock());
+        if (all && takeAll(waiter, nullptr)) return 0;
+        for (std::size_t i = 0; !all && i < count; ++i) {
+            if (!events[i]->signalled_) continue;
+            if (!events[i]->manualReset_) events[i]->setState(false);
+            return static_cast<int>(i);
         }
-    } const enlisted{waiter};
-    for (std::size_t i = 0; i < count; ++i) events[i]->waiters_.push_back(&waiter);
+        if (ms == 0) return kTimedOut;
+        enlist(waiter);
+    }
+    const int result = sleep(waiter, ms);
+    if (result != kTimedOut) return result;
+    {
+        VornMutexLock lock(stateLock());
+        if (!waiter.picked) {
+            withdraw(waiter);
+            return kTimedOut;
+        }
+    }
+    return sleep(waiter, kForever);  // until who picked it is done with it
+}
+
+void VornEvent::enlist(Waiter& waiter) {
+    try {
+        for (std::size_t i = 0; i < waiter.count; ++i) {
+            waiter.events[i]->waiters_.push_back(&waiter);
+        }
+    } catch (...) {
+        withdraw(waiter);
+        throw;
+    }
+}
+
+// Until the waiter is released or the time is up.
+int VornEvent::sleep(Waiter& waiter, int ms) {
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(ms);
+    VornMutexLock lock(waiter.mutex);
     while (waiter.result == kTimedOut) {
         if (ms < 0) {
-            waiter.over.wait(stateLock());
-        } else if (!waiter.over.waitUntil(stateLock(), deadline)) {
+            waiter.over.wait(waiter.mutex);
+        } else if (!waiter.over.waitUntil(waiter.mutex, deadline)) {
             break;
         }
     }

@@ -63,10 +63,14 @@ private:
     struct Waiter;
 
     static int waitSet(VornEvent* const* events, std::size_t count, bool all, int ms);
+    static int sleep(Waiter& waiter, int ms);
+    static void release(Waiter* waiter);
     // All of these expect the lock of all events held.
     static bool takeAll(const Waiter& waiter, const VornEvent* pulsed);
-    bool letOneGo();
-    void letGo(bool pulsed);
+    static void enlist(Waiter& waiter);
+    static void withdraw(Waiter& waiter);
+    Waiter* pickOne();
+    Waiter* pick(bool pulsed);
     void setState(bool signalled);
 
     const bool manualReset_;

@@ -1,6 +1,7 @@
 #include "runtime/support/VornTreeNode.h"
 
 #include "runtime/support/VornLogging.h"
+#include "runtime/support/VornTreeChildren.h"
 
 #include <algorithm>
 #include <utility>
@@ -58,35 +59,33 @@ VornTreeNode::~VornTreeNode() { letGo(takeChildren()); }
 // Lets a set of subtrees go without a call a level: a child that nobody else
 // holds loses its own children before it goes.
 void VornTreeNode::letGo(Children children) {
-    if (children.empty()) return;
+    if (!children) return;
     std::vector<Children> rest;
     rest.push_back(std::move(children));
     while (!rest.empty()) {
-        auto entry = rest.back().extract(rest.back().begin());
-        if (rest.back().empty()) rest.pop_back();
-        VornTreeNode& child = *entry.mapped();
-        if (child.refCount() > 1) continue;
-        Children below = child.takeChildren();
-        if (!below.empty()) rest.push_back(std::move(below));
+        const VornSmartPointer<VornTreeNode> child = rest.back()->takeOne();
+        if (!child) {
+            rest.pop_back();
+            continue;
+        }
+        if (child->refCount() > 1) continue;
+        if (Children below = child->takeChildren()) rest.push_back(std::move(below));
     }
 }
 
 VornTreeNode::Children VornTreeNode::copyChildren() const {
     VornReadLock lock(mutex_);
-    return children_;
+    return children_ ? std::make_unique<VornTreeChildren>(*children_) : nullptr;
 }
 
 VornTreeNode::Children VornTreeNode::takeChildren() {
-    Children taken;
     VornWriteLock lock(mutex_);
-    taken.swap(children_);
-    return taken;
+    return std::move(children_);
 }
 
 VornSmartPointer<VornTreeNode> VornTreeNode::childAt(std::string_view name) const {
     VornReadLock lock(mutex_);
-    const auto found = children_.find(name);
-    return found == children_.end() ? nullptr : found->second;
+    return children_ ? children_->find(name) : nullptr;
 }
 
 // Returns the child that stands under the name: another thread may have been
@@ -95,7 +94,8 @@ VornSmartPointer<VornTreeNode> VornTreeNode::insert(std::string_view name,
                                                     VornSmartPointer<VornTreeNode> child) {
     if (!child) return nullptr;
     VornWriteLock lock(mutex_);
-    return children_.try_emplace(std::string(name), child).first->second;
+    if (!children_) children_ = std::make_unique<VornTreeChildren>();
+    return &children_->insert(name, child);
 }
 
 VornSmartPointer<VornTreeNode> VornTreeNode::add(VornSmartPointer<VornTreeNode> child,
@@ -138,8 +138,9 @@ void VornTreeNode::print(int indent) const {
         node.printGuts(column);
         const int below = std::min(column + kIndentStep, kMostIndent);
         VornReadLock lock(node.mutex_);
-        for (auto child = node.children_.rbegin(); child != node.children_.rend(); ++child) {
-            rest.emplace_back(child->second, below);
+        if (!node.children_) return;
+        for (auto& child : node.children_->lastToFirst()) {
+            rest.emplace_back(std::move(child), below);
         }
     };
     printOne(*this, std::clamp(indent, 0, kMostIndent));

@@ -5,23 +5,24 @@
 #include "runtime/support/VornObjectBase.h"
 #include "runtime/support/VornSmartPointer.h"
 
-#include <functional>
-#include <map>
+#include <memory>
 #include <string>
 #include <string_view>
 
 namespace VornSupport {
 
+class VornTreeChildren;
+
 // A named node of a tree, reachable from its root by a path of names separated
 // by any of ":,". Empty components are passed over. Nodes are only ever added.
 // add, find and print may be called from any thread at once; no operation
-// depends on the depth of the tree for its stack. Names come from clients, so
-// children are kept in an ordered map: no choice of names makes it slow.
-class VORN_EXPORT VornTreeNode : public virtual VornObjectBase {
+// depends on the depth of the tree for its stack. Names come from clients: no
+// choice of them makes it slow.
+class VORN_EXPORT VornTreeNode : public VornObjectBase {
 public:
     explicit VornTreeNode(const std::string& name);
     // A copy has the name and shares the children of the moment. Not to be
-    // assigned to while another thread uses it.
+    // assigned to while another thread uses it or while it stands in a tree.
     VornTreeNode(const VornTreeNode& other);
     VornTreeNode& operator=(const VornTreeNode& other);
     ~VornTreeNode() override;
@@ -57,7 +58,7 @@ protected:
                                                     const VornTreeNode& child) const;
 
 private:
-    using Children = std::map<std::string, VornSmartPointer<VornTreeNode>, std::less<>>;
+    using Children = std::unique_ptr<VornTreeChildren>;  // null: none
 
     VornSmartPointer<VornTreeNode> childAt(std::string_view name) const VORN_EXCLUDES(mutex_);
     VornSmartPointer<VornTreeNode> insert(std::string_view name,

@@ -2,12 +2,14 @@
 
 #include "runtime/net/VornNetLimits.h"
 #include "runtime/net/WireCodec.h"
+#include "runtime/support/VornEvent.h"
 #include "tests/runtime/net/ScriptedConnection.h"
 
 #include <gtest/gtest.h>
 
 #include <climits>
 #include <functional>
+#include <thread>
 
 using VornSupport::VornException;
 
@@ -427,6 +429,41 @@ TEST(VornStreamConnection, FailsInEveryOperationAfterAbort) {
     EXPECT_TRUE(c.isPeerGone());
     c.close();
     EXPECT_TRUE(c.sent.empty());
+}
+
+TEST(VornStreamConnection, SetsAnEventAtItsAbort) {
+    ScriptedConnection c;
+    VornSupport::VornEvent first;
+    VornSupport::VornEvent second;
+    c.setAbortEvent(&first);
+    c.setAbortEvent(&second);
+    EXPECT_EQ(second.wait(0), 0);
+    c.abort();
+    EXPECT_NE(second.wait(0), 0);
+    EXPECT_EQ(first.wait(0), 0) << "the second took its place";
+    c.setAbortEvent(&first);
+    EXPECT_NE(first.wait(0), 0) << "broken already";
+    c.setAbortEvent(nullptr);
+    c.abort();
+    EXPECT_EQ(first.wait(0), 0);
+}
+
+// The event goes as soon as it is taken back, whatever abort() is doing.
+TEST(VornStreamConnection, LeavesAnEventAloneThatWasTakenBack) {
+    for (int round = 0; round < 500; ++round) {
+        ScriptedConnection c;
+        std::thread aborting;
+        {
+            VornSupport::VornEvent event;
+            c.setAbortEvent(&event);
+            aborting = std::thread([&c] { c.abort(); });
+            if (round % 2 == 0) {
+                EXPECT_NE(event.wait(20'000), 0);
+            }
+            c.setAbortEvent(nullptr);
+        }
+        aborting.join();
+    }
 }
 
 TEST(VornStreamConnection, SendsWhatIsHeldAtCloseAndClosesOnce) {

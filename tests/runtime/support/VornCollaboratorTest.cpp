@@ -1,9 +1,11 @@
 #include "runtime/support/VornCollaborator.h"
 
 #include "runtime/support/VornSmartPointer.h"
+#include "tests/runtime/support/AllocationCount.h"
 
 #include <gtest/gtest.h>
 
+#include <cstddef>
 #include <functional>
 #include <memory>
 #include <stdexcept>
@@ -409,6 +411,38 @@ TEST(VornCollaborator, ServesThousandsOfDependents) {
     for (int i = 0; i < 2000; i += 2) source.removeDependent(*handlers[static_cast<size_t>(i)]);
     source.notify(VornNotification());
     EXPECT_EQ(calls, 3000);
+}
+
+// Those that wait for one thing in their hundreds come and go at every notify.
+TEST(VornCollaborator, CopiesItsListOnceANotifyAtMost) {
+    constexpr std::size_t kMany = 2000;
+    constexpr std::size_t kList = kMany * 16;  // bytes of one copy
+    VornCollaborator source;
+    std::vector<std::unique_ptr<VornDependent>> dependents;
+    for (std::size_t i = 0; i < kMany; ++i) dependents.push_back(std::make_unique<VornDependent>());
+    const auto bytes = [] { return AllocationCount::ofThisThread().bytes; };
+    const auto addAll = [&] {
+        for (const auto& dependent : dependents) source.addDependent(*dependent);
+    };
+    const auto removeAll = [&] {
+        for (const auto& dependent : dependents) source.removeDependent(*dependent);
+    };
+    std::size_t before = bytes();
+    addAll();
+    EXPECT_LT(bytes() - before, kMany * 400) << "what each one is kept in, and room to grow";
+    before = bytes();
+    removeAll();
+    EXPECT_EQ(bytes() - before, 0u);
+
+    Handler handler([&](VornCollaborator&, const VornNotification&) {
+        before = bytes();
+        removeAll();
+        EXPECT_LT(bytes() - before, 2 * kList);
+    });
+    source.addDependent(handler);
+    addAll();
+    source.notify(VornNotification());
+    source.removeDependent(handler);
 }
 
 }  // namespace

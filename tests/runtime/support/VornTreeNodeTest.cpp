@@ -145,6 +145,9 @@ TEST(VornTreeNode, AsksForTheNodesOnTheWayByTheirPathAsRequested) {
     EXPECT_EQ(root.find("a:b:x")->getName(), "made a:b:x");
     root.add(node("e"), "e");
     EXPECT_EQ(root.made.size(), 3u) << "a child alone has nobody on its way";
+    const NodePointer goal = node("g");
+    root.add(goal, "f:g");
+    EXPECT_EQ(root.madeFor.back(), goal.get());
 }
 
 TEST(VornTreeNode, GivesUpWhenANodeOnTheWayIsRefused) {
@@ -175,6 +178,35 @@ TEST(VornTreeNode, TakesAnyBytesInAPath) {
     EXPECT_TRUE(root.find("a\0b:\0"sv));
     EXPECT_TRUE(root.add(node("plain"), "a\0b") != nullptr) << "a C string ends at the zero";
     EXPECT_TRUE(root.find("a"));
+}
+
+// Some stand under their own names and some under others.
+TEST(VornTreeNode, FindsEachOfThousandsOfChildren) {
+    constexpr int kMany = 5000;
+    const auto nameOf = [](int i) { return "child " + std::to_string(i); };
+    VornTreeNode root("root");
+    std::vector<NodePointer> children;
+    for (int i = 0; i < kMany; ++i) {
+        children.push_back(node(i % 3 == 0 ? "another name" : nameOf(i)));
+        ASSERT_TRUE(root.add(children.back(), nameOf(i)) == children.back());
+        ASSERT_TRUE(root.add(node(nameOf(i)), nameOf(i)) == children.back()) << "the first stays";
+    }
+    EXPECT_TRUE(root.find("another name") == nullptr);
+    EXPECT_TRUE(root.find(nameOf(kMany)) == nullptr);
+    const VornTreeNode copy(root);
+    for (int i = 0; i < kMany; ++i) {
+        const NodePointer& child = children[static_cast<std::size_t>(i)];
+        ASSERT_TRUE(root.find(nameOf(i)) == child) << i;
+        ASSERT_TRUE(copy.find(nameOf(i)) == child) << i;
+    }
+}
+
+TEST(VornTreeNode, LetsOneChildStandInSeveralPlaces) {
+    VornTreeNode root("root");
+    const NodePointer child = node("x");
+    for (const char* path : {"x", "y", "a:x", "a:b:y"}) root.add(child, path);
+    for (const char* path : {"x", "y", "a:x", "a:b:y"}) EXPECT_TRUE(root.find(path) == child);
+    EXPECT_EQ(child->refCount(), 5u);
 }
 
 TEST(VornTreeNode, SharesTheChildrenOfTheMomentWithItsCopy) {
@@ -262,6 +294,20 @@ TEST(VornTreeNodePrint, WritesALineANodeByNameAndDepth) {
                                         "    " + text + "inner", "  " + text + "mango",
                                         "  " + text + "zebra"}));
     for (const auto& record : CoreTest::recordsWith(log, "Node Name")) EXPECT_EQ(record.level, 9);
+}
+
+TEST(VornTreeNodePrint, OrdersChildrenByTheNamesUnderWhichTheyStand) {
+    const LogCapture log(9);
+    VornTreeNode root("root");
+    root.add(node("c"), "c");
+    root.add(node("zz"), "b");
+    root.add(node("d"), "d");
+    root.add(node("yy"), "a");
+    root.print(0);
+    const std::string text = "VornTreeNode::print: Node Name = ";
+    EXPECT_EQ(CoreTest::textsWith(log, "Node Name"),
+              (std::vector<std::string>{text + "root", "  " + text + "yy", "  " + text + "zz",
+                                        "  " + text + "c", "  " + text + "d"}));
 }
 
 TEST(VornTreeNodePrint, BeginsAtTheColumnGiven) {
