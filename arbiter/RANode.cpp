@@ -5,7 +5,9 @@
 #include "runtime/support/VornLogging.h"
 #include "runtime/support/VornShortText.h"
 
+#include <algorithm>
 #include <exception>
+#include <string>
 
 namespace RuvoService {
 
@@ -27,24 +29,33 @@ std::string lastComponent(std::string_view path) {
     return std::string(separator == std::string_view::npos ? path : path.substr(separator + 1));
 }
 
+std::shared_ptr<const char[]> copyOf(std::string_view text) {
+    const auto copy = std::make_shared_for_overwrite<char[]>(text.size());
+    std::copy(text.begin(), text.end(), copy.get());
+    return copy;
+}
+
 }  // namespace
 
-RuvoRAEngine::RANode::RANode(RuvoRAEngine& engine, RuvoNNEngine* notifier, const PathPointer& path,
-                             std::size_t length)
-    : VornTreeNode(lastComponent(path->text().substr(0, length))),
+RuvoRAEngine::RANode::RANode(RuvoRAEngine& engine, std::string_view path)
+    : VornTreeNode(lastComponent(path)),
       engine_(engine),
-      notifier_(notifier),
-      path_(path),
+      path_(copyOf(path)),
+      length_(path.size()) {}
+
+RuvoRAEngine::RANode::RANode(const RANode& goal, std::size_t length)
+    : VornTreeNode(lastComponent(goal.getNodeName().substr(0, length))),
+      engine_(goal.engine_),
+      path_(goal.path_),
       length_(length) {}
 
 RuvoRAEngine::RANode::~RANode() = default;
 
-// A path of half a million components, each a node: what the nodes of one
-// request have in common, the bytes of their names, they share.
+// A path of half a million components, each a node: what the names of one
+// request have in common they share.
 VornSupport::VornSmartPointer<VornTreeNode> RuvoRAEngine::RANode::makeNode(
     std::string_view path, const VornTreeNode& child) const {
-    const auto& goal = static_cast<const RANode&>(child);
-    return VornSupport::makeCounted<RANode>(engine_, notifier_, goal.path_, path.size());
+    return VornSupport::makeCounted<RANode>(static_cast<const RANode&>(child), path.size());
 }
 
 // The names along one path of a megabyte come to hundreds of gigabytes, hence
@@ -132,9 +143,10 @@ void RuvoRAEngine::RANode::tellUnlocked() { tellDependents(kUnlocking, RANodeUnl
 // node in the order in which they happened.
 void RuvoRAEngine::RANode::announceLocked(const char* operation, std::int32_t state) {
     VORN_LOG(9, "RuvoRAEngine::RANode::" << operation << "(" << getNodeName() << "): enter");
-    if (notifier_ == nullptr) return;
+    RuvoNNEngine* const notifier = engine_.notifier_;
+    if (notifier == nullptr) return;
     const std::string name(getNodeName());
-    notifier_->produce(VornSupport::makeCounted<RuvoNNEventNotification>(
+    notifier->produce(VornSupport::makeCounted<RuvoNNEventNotification>(
         "udp:127.0.0.1", "VornRAEvent:" + name, name, static_cast<std::int32_t>(sizeof state),
         reinterpret_cast<const char*>(&state)));
 }

@@ -11,7 +11,7 @@ using VornSupport::VornCriticalSection;
 RuvoRAEngine::RuvoRAEngine(RuvoNNEngine* notifier)
     : RuvoEngineBase("Arbiter"),
       notifier_(notifier),
-      root_(*this, notifier, VornSupport::makeCounted<RANode::Path>("root"), 4) {
+      root_(*this, "root") {
     root_.addRef();  // ours, so that no pointer to it ever destroys it
     addCommand<RUVO_RA_LOCK>("RUVO_RA_LOCK");
     addCommand<RUVO_RA_UNLOCK>("RUVO_RA_UNLOCK");
@@ -31,9 +31,7 @@ RuvoRAEngine::Node RuvoRAEngine::getNode(std::string_view path) {
     // Looked for first: nearly always it is there already.
     auto node = root_.find(path);
     if (!node) {
-        const auto own = VornSupport::makeCounted<RANode::Path>(path);
-        node = root_.add(VornSupport::makeCounted<RANode>(*this, notifier_, own, path.size()),
-                         path);
+        node = root_.add(VornSupport::makeCounted<RANode>(*this, path), path);
     }
     return static_cast<RANode*>(node.get());
 }

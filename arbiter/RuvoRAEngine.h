@@ -11,7 +11,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <map>
-#include <string>
+#include <memory>
 #include <string_view>
 
 namespace RuvoService {
@@ -49,21 +49,11 @@ public:
     class VORN_EXPORT RANode final : public VornSupport::VornTreeNode,
                                      public VornSupport::VornCollaborator {
     public:
-        // The bytes of a path, shared by the nodes that were made for it.
-        class VORN_EXPORT Path final : public VornSupport::VornObjectBase {
-        public:
-            explicit Path(std::string_view text) : text_(text) {}
-            std::string_view text() const { return text_; }
-
-        private:
-            const std::string text_;
-        };
-        using PathPointer = VornSupport::VornSmartPointer<Path>;
-
-        // Named by the first `length` bytes of `path`. `notifier` is borrowed;
-        // null: no events.
-        RANode(RuvoRAEngine& engine, RuvoNNEngine* notifier, const PathPointer& path,
-               std::size_t length);
+        // Named by `path`, of which it keeps a copy.
+        RANode(RuvoRAEngine& engine, std::string_view path);
+        // On the way to `goal`: named by the first `length` bytes of its name,
+        // which both share.
+        RANode(const RANode& goal, std::size_t length);
         ~RANode() override;
 
         // True when this call has locked the node. While somebody else holds it,
@@ -80,7 +70,7 @@ public:
 
         // The path by which the node was first requested, up to and with its own
         // component.
-        std::string_view getNodeName() const { return path_->text().substr(0, length_); }
+        std::string_view getNodeName() const { return {path_.get(), length_}; }
 
     protected:
         void printGuts(int indent) const override;
@@ -101,8 +91,7 @@ public:
         void tellDependents(const char* operation, const RANodeNotification& notification);
 
         RuvoRAEngine& engine_;
-        RuvoNNEngine* const notifier_;
-        const PathPointer path_;
+        const std::shared_ptr<const char[]> path_;
         const std::size_t length_;
         std::int32_t locked_ VORN_GUARDED_BY(engine_.lock_) = 0;  // 1: somebody has it
     };

@@ -2,6 +2,7 @@
 
 #include "runtime/net/VornNetLimits.h"
 #include "runtime/net/WireCodec.h"
+#include "runtime/support/VornEvent.h"
 #include "runtime/support/VornException.h"
 
 #include <algorithm>
@@ -309,6 +310,13 @@ void FakeConnection::abort() {
     if (!aborted_) written_.emplace_back("abort");
     aborted_ = true;
     changed_.notifyAll();
+    if (abortEvent_ != nullptr) abortEvent_->set();
+}
+
+void FakeConnection::setAbortEvent(VornSupport::VornEvent* event) {
+    VornMutexLock lock(mutex_);
+    abortEvent_ = event;
+    if (event != nullptr && aborted_) event->set();
 }
 
 void FakeConnection::setRawMode(bool raw) {

@@ -73,6 +73,7 @@ public:
     bool hasBufferedInput() const override;
     bool isPeerGone() override;
     void abort() override;
+    void setAbortEvent(VornSupport::VornEvent* event) override;
     std::string getPeerName() const override { return "fake:1"; }
 
 private:
@@ -93,6 +94,7 @@ private:
     std::optional<int> operationsLeft_ VORN_GUARDED_BY(mutex_);
     std::optional<int> writesLeft_ VORN_GUARDED_BY(mutex_);
     SocketHandle socket_ VORN_GUARDED_BY(mutex_) = -1;
+    VornSupport::VornEvent* abortEvent_ VORN_GUARDED_BY(mutex_) = nullptr;
     int flushes_ VORN_GUARDED_BY(mutex_) = 0;
     bool waits_ VORN_GUARDED_BY(mutex_) = false;
     bool waiting_ VORN_GUARDED_BY(mutex_) = false;

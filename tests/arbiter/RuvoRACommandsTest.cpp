@@ -1,0 +1,258 @@
+#include "arbiter/RuvoRACommands.h"
+
+#include "runtime/net/VornNetLimits.h"
+#include "runtime/support/VornException.h"
+#include "tests/arbiter/ArbiterFixture.h"
+#include "tests/support/LogCapture.h"
+
+#include <string>
+#include <vector>
+
+using namespace ArbiterTest;
+using TestSupport::LogCapture;
+using VornSupport::VornException;
+
+namespace {
+
+class RuvoRACommands : public Fixture {
+protected:
+    // A client that has asked for the lock and not been served yet.
+    static void request(Client& client, std::string_view path, int waitMs) {
+        client.sendString("RUVO_RA_LOCK").sendString(path).sendInt(waitMs);
+    }
+};
+
+}  // namespace
+
+// ---- RUVO_RA_LOCK ------------------------------------------------------------------
+
+TEST_F(RuvoRACommands, LockReadsThePathBeforeTheWait) {
+    Client client;
+    request(client, "a:b", 5000);
+    EXPECT_EQ(serve(client), (Texts{"int 1", "flush"}));
+    EXPECT_EQ(client.reads(), (Texts{"string", "string", "int"}));
+    EXPECT_TRUE(engine_.isLocked("a:b"));
+}
+
+TEST_F(RuvoRACommands, LockAnswersZeroWhenItIsNotObtained) {
+    EXPECT_EQ(lock("a"), 1);
+    Client client;
+    request(client, "a", 0);
+    EXPECT_EQ(serve(client), Texts{"int 0"}) << "and holds the answer back for the next one's";
+    EXPECT_EQ(lock("a", 20), 0);
+}
+
+TEST_F(RuvoRACommands, LockMakesNothingOfATruncatedRequest) {
+    Client noWait;
+    noWait.sendString("RUVO_RA_LOCK").sendString("a").sendBytes(std::string("\0\0\0", 3));
+    noWait.endOfInput();
+    EXPECT_THROW(serve(noWait), VornException);
+    Client noPath;
+    noPath.sendString("RUVO_RA_LOCK").sendBytes(std::string("\0\0\0\5a", 5));
+    noPath.endOfInput();
+    EXPECT_THROW(serve(noPath), VornException);
+    EXPECT_TRUE(noWait.written().empty());
+    EXPECT_TRUE(noPath.written().empty());
+    EXPECT_FALSE(engine_.isLocked("a"));
+    EXPECT_TRUE(events().empty());
+}
+
+// ---- clients that go -----------------------------------------------------------------
+
+TEST_F(RuvoRACommands, LockIsGivenBackWhenTheHandleCannotBeWritten) {
+    Client client;
+    request(client, "a", 0);
+    client.failWritesAfter(0);
+    EXPECT_TRUE(serve(client).empty());
+    EXPECT_FALSE(engine_.isLocked("a"));
+    EXPECT_EQ(engine_.heldHandles(), 0u);
+    EXPECT_EQ(lock("a"), 2);
+    EXPECT_EQ(events(), (Texts{"VornRAEvent:a=1", "VornRAEvent:a=0", "VornRAEvent:a=1"}));
+}
+
+TEST_F(RuvoRACommands, LockIsGivenBackWhenTheHandleCannotBeSent) {
+    Client client;
+    request(client, "a", 0);
+    client.failWritesAfter(1);
+    EXPECT_EQ(serve(client), Texts{"int 1"});
+    EXPECT_FALSE(engine_.isLocked("a"));
+}
+
+// What is sent to a connection that the client has closed seems to arrive.
+TEST_F(RuvoRACommands, LockIsGivenBackWhenTheClientHasClosedItsConnection) {
+    Client client;
+    request(client, "a", 0);
+    client.gone = true;
+    EXPECT_EQ(serve(client), Texts{"int 1"}) << "which is never sent";
+    EXPECT_FALSE(engine_.isLocked("a"));
+}
+
+TEST_F(RuvoRACommands, LockIsGivenBackWhenTheClientGoesWhileItWaits) {
+    EXPECT_EQ(lock("a"), 1);
+    Waiter waiter(engine_, "a", kForever);
+    ASSERT_TRUE(waiter.awaitWait());
+    EXPECT_FALSE(waiter.awaitEnd(kWrongly));
+    waiter.client.gone = true;
+    unlock(1);
+    EXPECT_TRUE(waiter.awaitEnd());
+    EXPECT_FALSE(engine_.isLocked("a"));
+    EXPECT_EQ(engine_.heldHandles(), 0u);
+}
+
+TEST_F(RuvoRACommands, LockThatIsGivenBackGoesToTheNextWaiter) {
+    EXPECT_EQ(lock("a"), 1);
+    Waiter leaving(engine_, "a", kForever);
+    ASSERT_TRUE(leaving.awaitWait());
+    leaving.client.gone = true;
+    Waiter staying(engine_, "a", kForever);
+    ASSERT_TRUE(staying.awaitWait());
+    unlock(1);
+    EXPECT_GT(staying.handle(), 1);
+    EXPECT_TRUE(leaving.awaitEnd());
+    EXPECT_TRUE(engine_.isLocked("a"));
+    EXPECT_EQ(engine_.heldHandles(), 1u);
+}
+
+TEST_F(RuvoRACommands, LockThatWasRefusedGivesNothingBack) {
+    EXPECT_EQ(lock("a"), 1);
+    for (const int writes : {0, 1}) {
+        Client client;
+        request(client, "a", 0);
+        client.failWritesAfter(writes);
+        client.gone = true;
+        serve(client);
+        EXPECT_TRUE(engine_.isLocked("a"));
+    }
+    EXPECT_EQ(engine_.heldHandles(), 1u);
+}
+
+TEST_F(RuvoRACommands, LockIsNotGrantedToAClientThatWasBrokenOff) {
+    EXPECT_EQ(lock("a"), 1);
+    Waiter waiter(engine_, "a", kForever);
+    ASSERT_TRUE(waiter.awaitWait());
+    waiter.client.abort();
+    EXPECT_TRUE(waiter.awaitEnd());
+    unlock(1);
+    EXPECT_FALSE(engine_.isLocked("a"));
+}
+
+TEST_F(RuvoRACommands, LeaveTheConnectionOpen) {
+    Client client;
+    request(client, "a", 0);
+    client.sendString("RUVO_RA_UNLOCK").sendInt(1);
+    serve(client);
+    EXPECT_EQ(serve(client), (Texts{"int 1", "flush", "int 0"}));
+    EXPECT_FALSE(client.isClosed());
+}
+
+// ---- RUVO_RA_UNLOCK ----------------------------------------------------------------
+
+TEST_F(RuvoRACommands, UnlockAnswersZeroWhateverTheHandle) {
+    EXPECT_EQ(lock("a"), 1);
+    for (const int handle : {0, -1, 7, 1, 1}) {
+        Client client;
+        client.sendString("RUVO_RA_UNLOCK").sendInt(handle);
+        EXPECT_EQ(serve(client), Texts{"int 0"}) << handle;
+        EXPECT_EQ(client.reads(), (Texts{"string", "int"}));
+    }
+    EXPECT_FALSE(engine_.isLocked("a"));
+}
+
+TEST_F(RuvoRACommands, UnlockTakesTheHandleOfAnotherClient) {
+    Client first;
+    request(first, "a", 0);
+    serve(first);
+    first.close();
+    EXPECT_TRUE(engine_.isLocked("a")) << "a lock is not tied to a connection";
+    EXPECT_EQ(unlock(1), 0);
+    EXPECT_EQ(lock("a"), 2);
+}
+
+TEST_F(RuvoRACommands, UnlockKeepsItsEffectWhenTheAnswerIsLost) {
+    EXPECT_EQ(lock("a"), 1);
+    Client client;
+    client.sendString("RUVO_RA_UNLOCK").sendInt(1).failWritesAfter(0);
+    EXPECT_THROW(serve(client), VornException);
+    EXPECT_FALSE(engine_.isLocked("a"));
+}
+
+// ---- both --------------------------------------------------------------------------
+
+TEST_F(RuvoRACommands, AreFoundUnderTheirExactNamesOnly) {
+    for (const char* command : {"RUVO_RA_LOCK ", "ruvo_ra_lock", "RUVO_RA_RELEASE", ""}) {
+        Client client;
+        client.sendString(command);
+        EXPECT_EQ(serve(client), Texts{"int -999"}) << command;
+    }
+}
+
+TEST_F(RuvoRACommands, WaitForRoomInTheQueueOfEvents) {
+    auto& limit = VornNet::VornNetLimits::getInstance().eventQueueBytes;
+    const std::uint32_t before = limit;
+    limit = 0;
+    EXPECT_EQ(lock("a"), 1);  // its event fills the queue, which nobody empties
+    EXPECT_EQ(lock("b"), 2) << "without its thread the queue holds nobody up";
+    std::atomic<bool> held{true};
+    recorder_->onEvent = [&] { TestSupport::waitUntil([&] { return !held; }); };
+    notifier_.initialize();
+    Client client;
+    client.sendString("RUVO_RA_UNLOCK").sendInt(1);
+    std::jthread unlocking([&] { serve(client); });
+    EXPECT_TRUE(TestSupport::waitUntil([&] { return client.flushes() == 1; }));
+    EXPECT_TRUE(engine_.isLocked("a"));
+    held = false;
+    unlocking.join();
+    EXPECT_FALSE(engine_.isLocked("a"));
+    notifier_.cleanup();
+    limit = before;
+}
+
+// ---- traces ------------------------------------------------------------------------
+
+namespace {
+
+std::vector<std::string> own(const LogCapture& log) {
+    auto texts = log.texts(9);
+    std::erase_if(texts, [](const std::string& text) {
+        return !text.starts_with("RUVO_RA") && !text.starts_with("RuvoRAEngine::lock") &&
+               text.find("RANode::print") == std::string::npos;
+    });
+    return texts;
+}
+
+const std::vector<std::string> kTree{"RANode::print: Node Name = root",
+                                     "  RANode::print: Node Name = a"};
+
+}  // namespace
+
+TEST_F(RuvoRACommands, TraceWhatTheyDo) {
+    const LogCapture log(9);
+    lock("a", 250);
+    lock("a", 0);
+    unlock(1);
+    EXPECT_EQ(own(log),
+              (Texts{"RUVO_RA_LOCK::handleClient: enter",
+                     "RUVO_RA_LOCK::handleClient: lock a wait 250ms for the lock",
+                     "RuvoRAEngine::lock: lock handle 1", kTree[0], kTree[1],
+                     "RUVO_RA_LOCK::handleClient: exit",
+                     "RUVO_RA_LOCK::handleClient: enter",
+                     "RUVO_RA_LOCK::handleClient: lock a wait 0ms for the lock",
+                     "RuvoRAEngine::lock: lock handle 0", kTree[0], kTree[1],
+                     "RUVO_RA_LOCK::handleClient: exit",
+                     "RUVO_RA_UNLOCK::handleClient: unlock 1", kTree[0], kTree[1]}));
+}
+
+TEST_F(RuvoRACommands, TraceALockThatIsGivenBack) {
+    const LogCapture log(9);
+    Client client;
+    request(client, "a", -1);
+    client.gone = true;
+    serve(client);
+    EXPECT_EQ(own(log),
+              (Texts{"RUVO_RA_LOCK::handleClient: enter",
+                     "RUVO_RA_LOCK::handleClient: lock a wait -1ms for the lock",
+                     "RuvoRAEngine::lock: lock handle 1",
+                     "RUVO_RA_LOCK::handleClient: client communication error.  Unlocking the "
+                     "acquired resource.",
+                     kTree[0], kTree[1]}));
+}
