@@ -16,14 +16,14 @@ constexpr int kDone = 0;
 
 // On return the system has taken the handle and the client was there to read
 // it. Sending alone does not tell: what is sent to a connection that the client
-// has closed is taken all the same.
+// has closed is taken all the same. A client that has only ended its own side
+// counts as gone too, and must not read a handle that is given back.
 void tellHandle(VornConnection& connection, std::int32_t handle) {
-    connection.writeInt(handle);
-    if (handle == 0) return;
-    if (connection.isPeerGone()) {
+    if (handle != 0 && connection.isPeerGone()) {
         throw VornSupport::VornException("RUVO_RA_LOCK::handleClient: the client has gone");
     }
-    connection.flush();
+    connection.writeInt(handle);
+    if (handle != 0) connection.flush();
 }
 
 }  // namespace

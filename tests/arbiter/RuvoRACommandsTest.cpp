@@ -83,7 +83,7 @@ TEST_F(RuvoRACommands, LockIsGivenBackWhenTheClientHasClosedItsConnection) {
     Client client;
     request(client, "a", 0);
     client.gone = true;
-    EXPECT_EQ(serve(client), Texts{"int 1"}) << "which is never sent";
+    EXPECT_TRUE(serve(client).empty()) << "it might still read what is written";
     EXPECT_FALSE(engine_.isLocked("a"));
 }
 

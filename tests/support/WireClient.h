@@ -57,6 +57,11 @@ public:
     void open();
 
     void finishSending();  // half-closes
+    // Sends the bytes and half-closes so that both arrive at one moment.
+    void sendLast(const WireText& text);
+    // Whether the other side's system has, or gets in time, all that was sent, a
+    // half-close included.
+    bool hasArrived() const;
     void close() { socket_.close(); }
     // Closes so that the peer sees a reset.
     void reset();

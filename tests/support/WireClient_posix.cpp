@@ -2,6 +2,10 @@
 
 #include "tests/support/TestSupport.h"
 
+#include <linux/sockios.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 
 #include <stdexcept>
@@ -158,6 +162,21 @@ void WireClient::open() {
 }
 
 void WireClient::finishSending() { VornPlatform::shutdownSend(socket_.handle()); }
+
+void WireClient::sendLast(const WireText& text) {
+    const int on = 1;
+    ::setsockopt(static_cast<int>(socket_.handle()), IPPROTO_TCP, TCP_CORK, &on, sizeof on);
+    send(text);
+    finishSending();
+}
+
+bool WireClient::hasArrived() const {
+    return waitUntil([this] {
+        int left = -1;
+        ::ioctl(static_cast<int>(socket_.handle()), SIOCOUTQ, &left);
+        return left == 0;
+    });
+}
 
 void WireClient::reset() {
     const linger atOnce{.l_onoff = 1, .l_linger = 0};
