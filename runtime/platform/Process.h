@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 namespace VornPlatform {
 
@@ -47,8 +48,13 @@ public:
 
 private:
     friend OsError startProcess(const std::string& commandLine, ProcessHandle& process);
+    friend OsError startInForeground(const std::vector<std::string>& words,
+                                     ProcessHandle& process);
     static constexpr std::intptr_t kNone = -1;
 
+    // Becomes the handle of a child that has just been started. Linux: `handle`
+    // is of no account; a child that cannot be watched is ended.
+    OsError adopt(std::int64_t processId, std::intptr_t handle);
     void swap(ProcessHandle& other) noexcept;
     void collect();
 

@@ -174,6 +174,11 @@ OsError startProcess(const std::string& commandLine, ProcessHandle& process) {
     }
     pid_t id = 0;
     if (const OsError error = spawn(arguments, id)) return error;
+    return process.adopt(id, ProcessHandle::kNone);
+}
+
+OsError ProcessHandle::adopt(std::int64_t processId, std::intptr_t) {
+    const auto id = static_cast<pid_t>(processId);
     const int descriptor = openProcess(id);
     if (descriptor < 0) {
         // A child that cannot be watched is no use to anybody.
@@ -182,9 +187,9 @@ OsError startProcess(const std::string& commandLine, ProcessHandle& process) {
         ::waitpid(id, nullptr, 0);
         return error;
     }
-    process.close();
-    process.handle_ = descriptor;
-    process.processId_ = id;
+    close();
+    handle_ = descriptor;
+    processId_ = processId;
     return {};
 }
 

@@ -1,5 +1,6 @@
 #include "runtime/platform/Process.h"
 
+#include "runtime/platform/InheritedHandles_windows.h"
 #include "runtime/platform/WideText_windows.h"
 
 #include <windows.h>
@@ -7,7 +8,6 @@
 #include <memory>
 #include <string_view>
 #include <utility>
-#include <vector>
 
 namespace VornPlatform {
 namespace {
@@ -31,35 +31,6 @@ public:
     HANDLE handle;
 };
 
-// Names the only handles that the child may inherit, whatever else of ours
-// happens to be inheritable.
-class InheritedHandles {
-public:
-    explicit InheritedHandles(HANDLE& only) {
-        SIZE_T size = 0;
-        ::InitializeProcThreadAttributeList(nullptr, 1, 0, &size);
-        memory_.resize(size);
-        auto* const made = reinterpret_cast<LPPROC_THREAD_ATTRIBUTE_LIST>(memory_.data());
-        if (!::InitializeProcThreadAttributeList(made, 1, 0, &size)) return;
-        list_ = made;
-        good_ = ::UpdateProcThreadAttribute(list_, 0, PROC_THREAD_ATTRIBUTE_HANDLE_LIST, &only,
-                                            sizeof only, nullptr, nullptr) != 0;
-    }
-    ~InheritedHandles() {
-        if (list_ != nullptr) ::DeleteProcThreadAttributeList(list_);
-    }
-    InheritedHandles(const InheritedHandles&) = delete;
-    InheritedHandles& operator=(const InheritedHandles&) = delete;
-
-    bool good() const { return good_; }
-    LPPROC_THREAD_ATTRIBUTE_LIST list() const { return list_; }
-
-private:
-    std::vector<unsigned char> memory_;
-    LPPROC_THREAD_ATTRIBUTE_LIST list_ = nullptr;
-    bool good_ = false;
-};
-
 std::string_view trimmed(std::string_view line) {
     constexpr std::string_view kBlanks = " \t\r\n\v\f";
     const std::size_t begin = line.find_first_not_of(kBlanks);
@@ -76,7 +47,7 @@ OsError startProcess(const std::string& commandLine, ProcessHandle& process) {
     }
     NullDevice null;
     if (null.handle == INVALID_HANDLE_VALUE) return OsError::last();
-    const InheritedHandles inherited(null.handle);
+    const InheritedHandles inherited({null.handle});
     if (!inherited.good()) return OsError::last();
 
     STARTUPINFOEXW startup{};
@@ -93,9 +64,13 @@ OsError startProcess(const std::string& commandLine, ProcessHandle& process) {
         return OsError::last();
     }
     ::CloseHandle(started.hThread);
-    process.close();
-    process.handle_ = reinterpret_cast<std::intptr_t>(started.hProcess);
-    process.processId_ = started.dwProcessId;
+    return process.adopt(started.dwProcessId, reinterpret_cast<std::intptr_t>(started.hProcess));
+}
+
+OsError ProcessHandle::adopt(std::int64_t processId, std::intptr_t handle) {
+    close();
+    handle_ = handle;
+    processId_ = processId;
     return {};
 }
 

@@ -5,24 +5,41 @@
 
 namespace VornPlatform {
 
-// What the surroundings of a daemon ask of it. Both are called on a thread of
+// A request from outside that the program end.
+struct EndRequest {
+    // As POSIX numbers them: 1 the terminal or the session goes, 2 Ctrl-C, 3 the
+    // terminal's other key for that (Windows: Ctrl-Break), 15 any other.
+    int signal = 0;
+    // The programs that share our terminal have been told by the system.
+    bool reachedOthers = false;
+    // So long after the request the system ends the process; -1: it does not.
+    int graceMs = -1;
+};
+
+// What the surroundings of a program ask of it. All are called on a thread of
 // this facility's own, one at a time; they may be called any number of times.
 struct SignalActions {
     void (*stop)() = nullptr;
     void (*reload)() = nullptr;
+    // For programs that run others in the foreground. Takes the place of the two
+    // above, and of the end of the process by SIGQUIT.
+    void (*end)(const EndRequest& request) = nullptr;
 };
 
 // Turns requests from outside into calls of the actions for as long as the
 // process lives. POSIX: SIGTERM and SIGINT stop, SIGHUP reloads, and a write to
-// a pipe that nobody reads fails instead of ending the process. Windows:
+// a pipe that nobody reads fails instead of ending the process. With `end`, what
+// the process ignores since its start goes on being ignored: SIGHUP as by nohup;
+// SIGINT and SIGQUIT, which shells have their background ignore, when they come
+// from the terminal, but not when somebody sends them. Windows:
 // Ctrl-C, Ctrl-Break, the closing of the console, logging off and shutting down
 // stop; nothing reloads. Call it once, before the process has a second thread:
 // on POSIX every later thread must inherit that it takes no such signal.
 VORN_EXPORT OsError watchSignals(const SignalActions& actions);
 
-// The daemon has stopped. Windows ends a process whose console is closed as soon
-// as it has been told, so the telling thread waits for this call, five seconds
-// at most.
+// The program has done what it had to. Windows ends a process whose console is
+// closed as soon as it has been told, so the telling thread waits for this call,
+// five seconds at most.
 VORN_EXPORT void tellStopped();
 
 }  // namespace VornPlatform

@@ -1,6 +1,7 @@
 #include "runtime/platform/Signals.h"
 
 #include "runtime/platform/NativeThread.h"
+#include "runtime/platform/Signals_posix.h"
 
 #include <pthread.h>
 #include <signal.h>
@@ -11,45 +12,80 @@ namespace {
 constexpr std::size_t kStack = 256 * 1024;
 
 SignalActions actionsInForce;
+sigset_t watched;
+sigset_t ignoredWhenTyped;
+sigset_t maskBefore;
+bool isWatching = false;
 
-sigset_t watchedSignals() {
-    sigset_t set;
-    ::sigemptyset(&set);
-    ::sigaddset(&set, SIGTERM);
-    ::sigaddset(&set, SIGINT);
-    ::sigaddset(&set, SIGHUP);
-    return set;
+bool isIgnored(int signal) {
+    struct sigaction action {};
+    return ::sigaction(signal, nullptr, &action) == 0 && action.sa_handler == SIG_IGN;
+}
+
+void chooseSignals() {
+    const bool isAskedToEnd = actionsInForce.end != nullptr;
+    ::sigemptyset(&watched);
+    ::sigemptyset(&ignoredWhenTyped);
+    for (const int signal : {SIGTERM, SIGINT, SIGHUP, SIGQUIT}) {
+        if (signal == SIGQUIT && !isAskedToEnd) continue;
+        if (isAskedToEnd && isIgnored(signal)) {
+            if (signal == SIGTERM || signal == SIGHUP) continue;
+            ::sigaddset(&ignoredWhenTyped, signal);
+        }
+        ::sigaddset(&watched, signal);
+    }
+}
+
+void handle(const siginfo_t& signal) {
+    if (actionsInForce.end != nullptr) {
+        // What the kernel sends by itself comes from the terminal, and goes to all
+        // of its foreground.
+        const bool isTyped = signal.si_code == SI_KERNEL;
+        if (isTyped && ::sigismember(&ignoredWhenTyped, signal.si_signo) == 1) return;
+        actionsInForce.end({.signal = signal.si_signo, .reachedOthers = isTyped});
+        return;
+    }
+    const auto action = signal.si_signo == SIGHUP ? actionsInForce.reload : actionsInForce.stop;
+    if (action != nullptr) action();
 }
 
 void watch(void*) {
-    const sigset_t set = watchedSignals();
     for (;;) {
-        int signal = 0;
-        if (::sigwait(&set, &signal) != 0) continue;
-        const auto action = signal == SIGHUP ? actionsInForce.reload : actionsInForce.stop;
-        if (action != nullptr) action();
+        siginfo_t signal{};
+        if (::sigwaitinfo(&watched, &signal) > 0) handle(signal);
     }
 }
 
 void doNothing(int) {}
 
-}  // namespace
-
-OsError watchSignals(const SignalActions& actions) {
-    actionsInForce = actions;
+OsError failOnBrokenPipes() {
+    if (actionsInForce.end != nullptr && isIgnored(SIGPIPE)) return {};
     // A handler and not SIG_IGN: programs that we start must not inherit it.
     struct sigaction pipe {};
     pipe.sa_handler = &doNothing;
     pipe.sa_flags = SA_RESTART;
-    if (::sigaction(SIGPIPE, &pipe, nullptr) != 0) return OsError::last();
+    return ::sigaction(SIGPIPE, &pipe, nullptr) == 0 ? OsError{} : OsError::last();
+}
 
-    const sigset_t set = watchedSignals();
-    if (const int failed = ::pthread_sigmask(SIG_BLOCK, &set, nullptr); failed != 0) {
+}  // namespace
+
+OsError watchSignals(const SignalActions& actions) {
+    actionsInForce = actions;
+    if (const OsError error = failOnBrokenPipes()) return error;
+    chooseSignals();
+    if (const int failed = ::pthread_sigmask(SIG_BLOCK, &watched, &maskBefore); failed != 0) {
         return OsError(failed);
     }
+    isWatching = true;
     return startThread({.name = "Signals", .stackBytes = kStack}, &watch, nullptr);
 }
 
 void tellStopped() {}
+
+sigset_t maskForChildren() {
+    sigset_t mask = maskBefore;
+    if (!isWatching) ::pthread_sigmask(SIG_SETMASK, nullptr, &mask);
+    return mask;
+}
 
 }  // namespace VornPlatform

@@ -1,0 +1,76 @@
+#include "runtime/platform/Foreground.h"
+#include "runtime/platform/Signals.h"
+
+#include "tests/support/TestSupport.h"
+
+#include <gtest/gtest.h>
+
+#include <signal.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <string>
+
+namespace VornPlatform {
+namespace {
+
+using TestSupport::waitUntil;
+
+std::atomic<int> lastSignal{0};
+std::atomic<bool> reachedOthers{true};
+std::atomic<int> grace{0};
+std::atomic<int> others{0};
+
+unsigned long long field(const std::string& status, const std::string& name) {
+    const std::size_t at = status.find("\n" + name + ":\t");
+    EXPECT_NE(at, std::string::npos) << name;
+    return std::stoull(status.substr(at + name.size() + 3), nullptr, 16);
+}
+
+bool has(unsigned long long mask, int signal) { return (mask >> (signal - 1) & 1) != 0; }
+
+// The process keeps what watchSignals() set up, so one case shows all of it.
+TEST(SignalsEnd, TellsWhatWasAskedAndLeavesIgnoredSignalsAlone) {
+    ::signal(SIGHUP, SIG_IGN);
+    ::signal(SIGPIPE, SIG_IGN);
+    ::signal(SIGINT, SIG_IGN);  // heeded when it is sent, as here
+    for (const int signal : {SIGTERM, SIGQUIT}) ::signal(signal, SIG_DFL);
+    sigset_t held;
+    ::sigemptyset(&held);
+    ::sigaddset(&held, SIGUSR1);
+    ASSERT_EQ(::pthread_sigmask(SIG_SETMASK, &held, nullptr), 0);
+
+    ASSERT_FALSE(watchSignals({.stop = [] { ++others; },
+                               .reload = [] { ++others; },
+                               .end = [](const EndRequest& request) {
+                                   reachedOthers = request.reachedOthers;
+                                   grace = request.graceMs;
+                                   lastSignal = request.signal;
+                               }}));
+    ::kill(::getpid(), SIGHUP);
+    for (const int signal : {SIGTERM, SIGINT, SIGQUIT}) {
+        ::kill(::getpid(), signal);
+        EXPECT_TRUE(waitUntil([&] { return lastSignal == signal; })) << signal;
+        EXPECT_FALSE(reachedOthers);  // no terminal sent it
+        EXPECT_EQ(grace, -1);
+    }
+    EXPECT_EQ(others, 0);
+    tellStopped();
+
+    // A program in the foreground begins as this one did, not as it is now.
+    const TestSupport::TemporaryDirectory directory;
+    const std::string file = directory.file("status");
+    ProcessHandle process;
+    ASSERT_FALSE(startInForeground({"cp", "/proc/self/status", file}, process));
+    ASSERT_TRUE(process.wait(20'000));
+    const std::string status = TestSupport::readFile(file);
+    EXPECT_EQ(field(status, "SigBlk"), 1ull << (SIGUSR1 - 1));
+    const auto ignored = field(status, "SigIgn");
+    EXPECT_TRUE(has(ignored, SIGHUP));
+    EXPECT_TRUE(has(ignored, SIGPIPE));
+    EXPECT_TRUE(has(ignored, SIGINT));
+    for (const int signal : {SIGTERM, SIGQUIT}) EXPECT_FALSE(has(ignored, signal));
+}
+
+}  // namespace
+}  // namespace VornPlatform
