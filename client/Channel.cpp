@@ -188,9 +188,19 @@ bool Channel::isPeerGone() {
     return peerClosed_;
 }
 
+void Channel::endSending() noexcept {
+    if (sendingEnded_ || !socket_) return;
+    sendingEnded_ = true;
+    if (datagrams_) {
+        (void)VornPlatform::send(socket_.handle(), "", std::size_t{0});
+    } else {
+        (void)VornPlatform::shutdownSend(socket_.handle());  // fails where the peer has gone
+    }
+}
+
 void Channel::close() noexcept {
     // Frees the daemon's side at once; otherwise it waits for more.
-    if (datagrams_ && socket_) (void)VornPlatform::send(socket_.handle(), "", std::size_t{0});
+    if (datagrams_) endSending();
     socket_.close();
 }
 

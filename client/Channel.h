@@ -29,6 +29,8 @@ public:
     std::string_view buffered() const { return std::string_view(input_).substr(used_); }
     void consume(std::size_t size);
 
+    // Nothing more will be sent. What the peer still sends is received.
+    void endSending() noexcept;
     // Looks, does not wait.
     bool isPeerGone();
     void close() noexcept;
@@ -52,6 +54,7 @@ private:
     std::string input_;        // received; the first used_ bytes are consumed
     std::size_t used_ = 0;
     bool peerClosed_ = false;  // nothing more will be received
+    bool sendingEnded_ = false;
 };
 
 }  // namespace Ruvo

@@ -206,6 +206,21 @@ std::string RuvoClient::readSome(milliseconds quiet) {
     });
 }
 
+bool RuvoClient::awaitAnswer(std::size_t size, milliseconds limit) {
+    return core_->guarded([&] {
+        const Deadline deadline(std::max(limit, milliseconds(1)));  // zero were for ever
+        try {
+            (void)core_->channel().fill(size, deadline);
+            return true;
+        } catch (const RuvoClientError& error) {
+            if (error.problem() == RuvoProblem::TimedOut) return false;
+            throw;
+        }
+    });
+}
+
+void RuvoClient::endSending() noexcept { core_->channel().endSending(); }
+
 void RuvoClient::acknowledge() { send(RuvoRequest::acknowledgement()); }
 
 void RuvoClient::logOff() { send(RuvoRequest::logOff()); }
@@ -229,6 +244,8 @@ void RuvoClient::stopDaemon() {
     });
     close();
 }
+
+const RuvoClientOptions& RuvoClient::options() const { return core_->options(); }
 
 void RuvoClient::setTimeout(milliseconds timeout) { core_->options().timeout = timeout; }
 

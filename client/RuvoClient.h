@@ -23,6 +23,9 @@ struct RuvoClientOptions {
     // Zero or less: no limit.
     std::chrono::milliseconds connectTimeout{5000};  // connecting and the opening together
     std::chrono::milliseconds timeout{10000};        // each answer, and each sending
+    // Over UDP the daemon forgets a conversation after 30 s of silence: so often
+    // a long wait for an answer shows that somebody is there.
+    std::chrono::milliseconds signOfLife{10000};
     // A longer answer is not the daemon's and ends the conversation.
     std::uint32_t maxStringBytes = 1048576;
     std::uint32_t maxBlockBytes = 67108864;
@@ -62,12 +65,22 @@ public:
     // the daemon has closed.
     std::string readSome(std::chrono::milliseconds quiet);
 
+    // True when so many bytes of answers are there, or the conversation has come to
+    // its end: the calls above then need not wait. False when `limit` passed before
+    // (zero or less: looks once); the conversation goes on.
+    bool awaitAnswer(std::size_t size, std::chrono::milliseconds limit);
+    // Tells the daemon that nothing more will be sent; a request that waits in the
+    // daemon is given up there. What is answered can still be read.
+    void endSending() noexcept;
+
     void acknowledge();
     void logOff();
     // Asks the daemon to stop and, over TCP, waits until it closes the
     // connection: TimedOut when it does not.
     void stopDaemon();
 
+    // As given, and as setTimeout() changed them.
+    const RuvoClientOptions& options() const;
     void setTimeout(std::chrono::milliseconds timeout);
     void close() noexcept;
     bool isOpen() const;

@@ -17,6 +17,7 @@ bin=$(cd "$1" && pwd)
 work=$(mktemp -d)
 daemon=
 watcher=
+contender=
 
 fail() {
   echo "demo: FAILED: $*" >&2
@@ -30,7 +31,7 @@ fail() {
 clean_up() {
   status=$?
   trap - EXIT
-  for process in $watcher $daemon; do
+  for process in $contender $watcher $daemon; do
     if kill "$process" 2>/dev/null; then wait "$process" || true; fi
   done
   rm -rf "$work"
@@ -62,10 +63,10 @@ await_end() {
   fail "$2"
 }
 
-# run COMMAND...: shows a command of the client and what it prints. Its output is
-# then in $output.
-run() {
-  local word shown=ruvoctl
+# show COMMAND...: shows a command of the client; it is then in $shown.
+show() {
+  local word
+  shown=ruvoctl
   for word in "$@"; do
     case $word in
       *[!A-Za-z0-9._:^-]*) shown+=" '$word'" ;;
@@ -73,6 +74,12 @@ run() {
     esac
   done
   echo "\$ $shown"
+}
+
+# run COMMAND...: shows a command of the client and what it prints. Its output is
+# then in $output.
+run() {
+  show "$@"
   output=$("$bin/ruvoctl" "$@") || fail "$shown ended with status $?"
   if [ -n "$output" ]; then echo "  ${output//$'\n'/$'\n'  }"; fi
 }
@@ -100,7 +107,7 @@ ruvod.udp-server.port=0
 ruvod.load-monitors=SchedulerFollow
 END
 
-mkfifo "$work/daemon" "$work/watcher"
+mkfifo "$work/daemon" "$work/watcher" "$work/contender"
 TEMP=$work "$bin/ruvohost" run --properties "$work/demo.properties" >"$work/daemon" &
 daemon=$!
 exec 3<"$work/daemon"
@@ -113,11 +120,11 @@ udp_port=${line##*:}
 echo "The daemon listens on ${line##* }"
 await 3 'ruvohost: ready' "the daemon does not get ready"
 
-"$bin/ruvoctl" watch '^VornJSEvent:|^VornTSEvent:|^disk\.' >"$work/watcher" 2>&1 &
+"$bin/ruvoctl" watch '^VornJSEvent:|^VornRAEvent:|^VornTSEvent:|^disk\.' >"$work/watcher" 2>&1 &
 watcher=$!
 exec 4<"$work/watcher"
 await 4 'ruvoctl: watching*' "the watcher could not register"
-echo "A watcher has registered for jobs, tasks and disks"
+echo "A watcher has registered for jobs, locks, tasks and disks"
 
 run job create nightly-backup --description 'every night at two'
 seen 'VornJSEvent:nightly-backup created *'
@@ -159,6 +166,37 @@ echo "  ended with status $status"
 seen 'VornTSEvent:* running *'
 seen 'VornTSEvent:* ended *'
 seen 'VornTSEvent:* finished *'
+
+echo "Two clients want the same shelf. The first one gets it and keeps it:"
+run lock store:shelf-3
+held=$output
+seen 'VornRAEvent:store:shelf-3 locked *'
+echo "The second one does not get it, and then waits for it:"
+contend=(lock store:shelf-3 -- echo 'the shelf is mine')
+show lock store:shelf-3 --wait 0
+status=0
+"$bin/ruvoctl" lock store:shelf-3 --wait 0 2>"$work/refusal" || status=$?
+same $status 75 "a lock that somebody else holds"
+echo "  $(cat "$work/refusal") (status $status)"
+show "${contend[@]}"
+"$bin/ruvoctl" "${contend[@]}" >"$work/contender" 2>&1 &
+contender=$!
+exec 5<"$work/contender"
+await 5 'ruvoctl: waiting for the lock*' "the second client does not wait"
+echo "  $line"
+echo "The first one gives it up, and the second one's command runs:"
+run unlock "$held"
+await 5 'the shelf is mine' "the second client did not get the lock"
+echo "  the second client's command says: $line"
+seen 'VornRAEvent:store:shelf-3 unlocked *'
+seen 'VornRAEvent:store:shelf-3 locked *'
+seen 'VornRAEvent:store:shelf-3 unlocked *'
+status=0
+wait "$contender" || status=$?
+contender=
+same $status 0 "the second client"
+echo "The command has ended, and the shelf is free again."
+
 run raw JobStatus RUVO_JS_LOOKUP s:nightly-backup --expect i
 same "$output" -1 "a lookup of the deleted job"
 

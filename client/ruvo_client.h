@@ -45,7 +45,7 @@ typedef enum ruvo_status {
     RUVO_CLOSED = 5,         /* the conversation has ended */
     RUVO_PROTOCOL = 6,       /* what came is no answer of this daemon */
     RUVO_ARGUMENT = 7,       /* the call makes no sense */
-    RUVO_WOKEN = 8,          /* ruvo_listener_wake() ended the wait */
+    RUVO_WOKEN = 8,          /* the caller ended the wait */
     RUVO_NO_MEMORY = 9,
     RUVO_INTERNAL = 10
 } ruvo_status;
@@ -125,6 +125,31 @@ RUVO_API ruvo_status ruvo_job_get_progress(ruvo_client* client, int32_t id, int3
 RUVO_API ruvo_status ruvo_job_cancel(ruvo_client* client, int32_t id);
 /* The daemon takes this request and never answers it; nor is it waited for. */
 RUVO_API ruvo_status ruvo_job_request_all_progress(ruvo_client* client);
+
+/* ---- Arbiter ------------------------------------------------------------ */
+
+#define RUVO_LOCK_FOREVER (-1)
+
+/* Locks the resource `path`, whose parts are separated by ':' or ','; the resources
+ * below it are not covered. The lock belongs to whoever knows its handle (1 or
+ * more), not to the conversation, and holds until it is unlocked or the daemon
+ * stops. `wait_ms`: 0 tries once, negative waits without a limit. RUVO_DECLINED:
+ * somebody else held it to the end of the wait. For those who lose against others
+ * that wait, the daemon begins the wait anew; when that takes longer than the wait
+ * and ruvo_client_options.timeout_ms together, it is given up, and the
+ * conversation is over. A lock that is granted in that moment is undone; an error
+ * tells when one may have stayed. */
+RUVO_API ruvo_status ruvo_lock_acquire(ruvo_client* client, const char* path, int wait_ms,
+                                       int32_t* handle);
+/* The same. Several times a second during the wait, `goes_on` is called with
+ * `context`; when it returns 0 the wait is given up: RUVO_WOKEN, and the
+ * conversation is over. */
+RUVO_API ruvo_status ruvo_lock_acquire_while(ruvo_client* client, const char* path, int wait_ms,
+                                             int (*goes_on)(void* context), void* context,
+                                             int32_t* handle);
+/* Any client may do so, also when there is no such lock. A daemon that starts anew
+ * counts its handles from 1 again: do not use those of an earlier life. */
+RUVO_API ruvo_status ruvo_lock_release(ruvo_client* client, int32_t handle);
 
 /* ---- Scheduler ---------------------------------------------------------- */
 

@@ -24,6 +24,8 @@ void addJobCommands(CLI::App& app, Session& session);
 void addNotifyCommand(CLI::App& app, Session& session);
 void addWatchCommand(CLI::App& app, Session& session);
 void addRawCommand(CLI::App& app, Session& session);
+void addLockCommand(CLI::App& app, Session& session);
+void addUnlockCommand(CLI::App& app, Session& session);
 void addTaskCommands(CLI::App& app, Session& session);
 void addStopCommand(CLI::App& app, Session& session);
 

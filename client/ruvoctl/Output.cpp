@@ -6,6 +6,7 @@ namespace Ruvoctl {
 namespace {
 
 constexpr std::string_view kJobEvent = "VornJSEvent:";
+constexpr std::string_view kLockEvent = "VornRAEvent:";
 constexpr std::string_view kTaskEvent = "VornTSEvent:";
 constexpr std::size_t kShownBytes = 1024;  // of an event's data, on a line for humans
 
@@ -30,30 +31,45 @@ std::size_t printableLength(std::string_view text) {
     return overlong || surrogate || control || point > 0x10ffff ? 0 : length;
 }
 
-// What a job's event says, when it is one.
-std::optional<std::string> jobChange(const Ruvo::RuvoDelivery& delivery) {
+// The number that is the data of an event whose name begins so.
+std::optional<std::int32_t> codeOf(const Ruvo::RuvoDelivery& delivery, std::string_view beginning) {
     std::int32_t code = 0;
-    if (delivery.event.rfind(kJobEvent, 0) != 0 || delivery.data.size() != sizeof code) {
+    if (delivery.event.rfind(beginning, 0) != 0 || delivery.data.size() != sizeof code) {
         return std::nullopt;
     }
     std::memcpy(&code, delivery.data.data(), sizeof code);  // in this machine's byte order
-    switch (code) {
+    return code;
+}
+
+// What a job's event says, when it is one.
+std::optional<std::string> jobChange(const Ruvo::RuvoDelivery& delivery) {
+    const auto code = codeOf(delivery, kJobEvent);
+    if (!code) return std::nullopt;
+    switch (*code) {
         case 0: return "completed";
         case 1: return "cancelled";
         case 2: return "created";
         case 3: return "progress";
-        default: return "code " + std::to_string(code);
+        default: return "code " + std::to_string(*code);
+    }
+}
+
+// What a lock's event says, when it is one.
+std::optional<std::string> lockChange(const Ruvo::RuvoDelivery& delivery) {
+    const auto code = codeOf(delivery, kLockEvent);
+    if (!code) return std::nullopt;
+    switch (*code) {
+        case 0: return "unlocked";
+        case 1: return "locked";
+        default: return "code " + std::to_string(*code);
     }
 }
 
 // The state that a task's event tells of, when it is one.
 std::optional<std::string> taskChange(const Ruvo::RuvoDelivery& delivery) {
-    std::int32_t state = 0;
-    if (delivery.event.rfind(kTaskEvent, 0) != 0 || delivery.data.size() != sizeof state) {
-        return std::nullopt;
-    }
-    std::memcpy(&state, delivery.data.data(), sizeof state);  // in this machine's byte order
-    return stateText(state);
+    const auto state = codeOf(delivery, kTaskEvent);
+    if (!state) return std::nullopt;
+    return stateText(*state);
 }
 
 std::string dataText(std::string_view data) {
@@ -146,6 +162,7 @@ std::string stateText(std::int32_t state) {
 std::string lineOf(const Ruvo::RuvoDelivery& delivery) {
     std::string line = shown(delivery.event);
     auto change = jobChange(delivery);
+    if (!change) change = lockChange(delivery);
     if (!change) change = taskChange(delivery);
     if (change) line += " " + *change;
     line += " sender=\"" + shown(delivery.sender) + "\" message=\"" + shown(delivery.message) + "\"";
@@ -161,6 +178,8 @@ Json jsonOf(const Ruvo::RuvoDelivery& delivery) {
                  {"data", hexOf(delivery.data)}};
     if (const auto change = jobChange(delivery)) {
         json["job"] = {{"name", delivery.event.substr(kJobEvent.size())}, {"change", *change}};
+    } else if (const auto lock = lockChange(delivery)) {
+        json["lock"] = {{"path", delivery.event.substr(kLockEvent.size())}, {"change", *lock}};
     } else if (const auto state = taskChange(delivery)) {
         json["task"] = {{"handle", delivery.event.substr(kTaskEvent.size())}, {"state", *state}};
     } else if (isPrintable(delivery.data)) {

@@ -11,7 +11,8 @@ namespace Ruvoctl {
 namespace {
 
 constexpr const char* kAbout =
-    "Drives the management services daemon: jobs, tasks, events, requests of any monitor.";
+    "Drives the management services daemon: jobs, tasks, events, locks, requests of any "
+    "monitor.";
 
 constexpr const char* kFooter = R"(Examples:
   ruvoctl job create nightly-backup --description "every night at two"
@@ -19,6 +20,7 @@ constexpr const char* kFooter = R"(Examples:
   ruvoctl task schedule cleanup --daily --at 02:30 -- /usr/bin/find /tmp -mtime +7 -delete
   ruvoctl watch '^VornJSEvent:'
   ruvoctl notify disk.failed --message "bay 3"
+  ruvoctl lock store:shelf-3 -- tar -cf shelf-3.tar /srv/shelf-3
   ruvoctl job create --help
 
 Environment:
@@ -26,7 +28,8 @@ Environment:
 
 Exit status: 0 done, 1 the daemon said no or nothing was found in time,
 2 bad usage, 3 the daemon cannot be reached, 4 the output could not be
-written, or events were lost.)";
+written, or events were lost, 75 somebody else holds the lock; of "lock" with
+a command, the command's.)";
 
 int statusOf(Ruvo::RuvoProblem problem) {
     switch (problem) {
@@ -136,6 +139,8 @@ int run(const std::vector<std::string>& arguments, Surroundings& surroundings) {
     addTaskCommands(app, session);
     addWatchCommand(app, session);
     addRawCommand(app, session);
+    addLockCommand(app, session);
+    addUnlockCommand(app, session);
     addStopCommand(app, session);
     try {
         app.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));

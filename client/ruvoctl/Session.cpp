@@ -11,6 +11,7 @@ Ruvo::RuvoClient Session::connect() const {
     options.useUdp = useUdp;
     options.timeout = timeout;
     options.connectTimeout = timeout;
+    options.signOfLife = surroundings.signOfLife;
     if (port == 0) {
         const auto variable = surroundings.variable("RUVO_PORT");
         if (variable && !variable->empty()) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "client/RuvoClient.h"
+#include "runtime/platform/Signals.h"
 
 #include <chrono>
 #include <cstdint>
@@ -19,6 +20,10 @@ inline constexpr int kRefused = 1;      // the daemon said no, or it was not fou
 inline constexpr int kBadUsage = 2;
 inline constexpr int kUnreachable = 3;
 inline constexpr int kIncomplete = 4;  // output could not be written, or events were lost
+inline constexpr int kNotObtained = 75;   // somebody else holds the lock
+inline constexpr int kCannotRun = 126;    // the command that was to run under it
+inline constexpr int kNoSuchProgram = 127;
+inline constexpr int kSignalBase = 128;   // and the number of the signal that ended it
 
 // What a run of the program needs from outside, so that tests can do without a
 // process. Borrowed; outlives the run.
@@ -30,6 +35,8 @@ struct Surroundings {
     std::function<bool()> isInterrupted;
     // Over UDP the daemon forgets a conversation after 30 s of silence.
     std::chrono::milliseconds signOfLife{10000};
+    // What interrupts there were since catchInterrupts(), each once.
+    std::function<std::optional<VornPlatform::EndRequest>()> nextRequest{};
 };
 
 // Arguments that parse but make no sense. Ends the program with kBadUsage.

@@ -15,6 +15,10 @@ std::string event(std::string_view command, const std::string& arguments) {
     return engineRequest("Notifier", command, arguments);
 }
 
+std::string lock(std::string_view command, const std::string& arguments) {
+    return engineRequest("Arbiter", command, arguments);
+}
+
 // Brings a listener these bytes and closes the connection.
 void sendBytes(const char* remoteName, const std::string& bytes) {
     const std::string name = remoteName;
@@ -67,6 +71,31 @@ TEST(CAbi, CallsEveryNotifierCommand) {
         peer.awaitClose();
     });
     EXPECT_EQ(c_calls_notifier(daemon.port()), 0);
+}
+
+TEST(CAbi, CallsEveryLockCommand) {
+    ScriptedDaemon daemon([](ScriptedPeer& peer) {
+        peer.open();
+        peer.serve(lock("RUVO_RA_LOCK", str("a:b") + i32(0)), i32(17));
+        peer.serve(lock("RUVO_RA_LOCK", str("a:b") + i32(250)), i32(0));
+        peer.serve(lock("RUVO_RA_LOCK", str("") + i32(-1)), i32(18));
+        peer.serve(lock("RUVO_RA_LOCK", str("c") + i32(250)), i32(19));
+        peer.serve(lock("RUVO_RA_LOCK", str("c") + i32(0)), i32(0));
+        peer.serve(lock("RUVO_RA_UNLOCK", i32(17)), i32(0));
+        peer.serve(lock("RUVO_RA_UNLOCK", i32(-1)), i32(0));
+        peer.awaitClose();
+    });
+    EXPECT_EQ(c_calls_locks(daemon.port()), 0);
+}
+
+TEST(CAbi, GivesAWaitForALockUp) {
+    ScriptedDaemon daemon([](ScriptedPeer& peer) {
+        peer.open();
+        peer.expect(u16(1) + lock("RUVO_RA_LOCK", str("a") + i32(-1)));
+        peer.awaitClose();  // of its sending side
+        peer.send(i32(0));
+    });
+    EXPECT_EQ(c_calls_lock_wait_given_up(daemon.port()), 0);
 }
 
 TEST(CAbi, SendsBatchesAndReadsEveryKindOfAnswer) {

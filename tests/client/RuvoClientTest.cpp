@@ -460,3 +460,55 @@ TEST(RuvoClient, MovesWithItsConversation) {
     RuvoClient second(std::move(first));
     EXPECT_EQ(second.call(lookup()), 1);
 }
+
+TEST(RuvoClient, LooksForAnswersWithoutEndingTheConversation) {
+    std::promise<void> looked;
+    ScriptedDaemon daemon([&](ScriptedPeer& peer) {
+        peer.open();
+        peer.expect(u16(1) + kLookup);
+        looked.get_future().wait();
+        peer.send(i32(1));
+        peer.close();
+    });
+    RuvoClient client(daemon.options());
+    client.send(lookup());
+    for (const int ms : {0, -1, 1, 20}) {
+        EXPECT_FALSE(client.awaitAnswer(4, std::chrono::milliseconds(ms))) << ms;
+    }
+    looked.set_value();
+    EXPECT_TRUE(client.awaitAnswer(4, std::chrono::seconds(20)));
+    EXPECT_TRUE(client.awaitAnswer(4, std::chrono::seconds(0)));
+    EXPECT_EQ(client.readInt(), 1);
+    EXPECT_TRUE(client.awaitAnswer(4, std::chrono::seconds(20)));  // the end
+    EXPECT_TRUE(client.isOpen());
+    EXPECT_EQ(problemOf([&] { client.readInt(); }), RuvoProblem::Closed);
+    EXPECT_EQ(problemOf([&] { client.awaitAnswer(4, std::chrono::seconds(20)); }),
+              RuvoProblem::Closed);
+}
+
+TEST(RuvoClient, ReadsOnAfterItHasEndedSending) {
+    ScriptedDaemon daemon([](ScriptedPeer& peer) {
+        peer.open();
+        peer.expect(u16(1) + kLookup);
+        peer.awaitClose();
+        peer.send(i32(1));
+    });
+    RuvoClient client(daemon.options());
+    client.send(lookup());
+    client.endSending();
+    client.endSending();
+    EXPECT_EQ(client.readInt(), 1);
+    EXPECT_EQ(problemOf([&] { client.send(lookup()); }), RuvoProblem::Closed);
+    client.endSending();  // of what is over
+}
+
+TEST(RuvoClient, TellsItsOptions) {
+    ScriptedDaemon daemon([](ScriptedPeer& peer) {
+        peer.open();
+        peer.awaitClose();
+    });
+    RuvoClient client(daemon.options());
+    EXPECT_EQ(client.options().port, daemon.port());
+    client.setTimeout(std::chrono::milliseconds(7));
+    EXPECT_EQ(client.options().timeout, std::chrono::milliseconds(7));
+}

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "client/ruvoctl/EndRequests.h"
 #include "client/ruvoctl/Ruvoctl.h"
 
 #include <atomic>
@@ -56,7 +57,10 @@ struct RuvoctlRun {
                 if (found == variables.end()) return std::nullopt;
                 return found->second;
             },
-            [this] { catching = true; }, [this] { return interrupted.load(); }, signOfLife};
+            [this] { catching = true; },
+            [this] { return interrupted.load() || requests.any(); },
+            signOfLife,
+            [this] { return requests.next(); }};
         return Ruvoctl::run(arguments, surroundings);
     }
 
@@ -64,6 +68,7 @@ struct RuvoctlRun {
     SharedText err;
     std::map<std::string, std::string> variables;
     std::atomic<bool> interrupted{false};
+    Ruvoctl::EndRequests requests;
     std::atomic<bool> catching{false};
     std::chrono::milliseconds signOfLife{10000};
 };

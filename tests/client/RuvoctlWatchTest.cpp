@@ -144,6 +144,31 @@ TEST(RuvoctlWatch, PrintsJobEventsInWordsAndEndsAtTheCount) {
               "VornJSEvent:backup code 77 sender=\"me\" message=\"backup\"\n");
 }
 
+TEST(RuvoctlWatch, PrintsLockEventsInWords) {
+    const auto deliverAll = [](WatchedDaemon& daemon, ScriptedPeer& peer) {
+        for (const std::int32_t code : {1, 0, -7}) {
+            daemon.deliver("VornRAEvent:a:b", "a:b", native(code));
+        }
+        daemon.deliver("VornRAEvent:", "", "text");  // four bytes are a number
+        goodbye(daemon, peer);
+    };
+    Watching watching({"watch", ".", "--count", "4"}, ".", deliverAll);
+    EXPECT_EQ(watching.join(), 0) << watching.err();
+    EXPECT_EQ(watching.out(),
+              "VornRAEvent:a:b locked sender=\"me\" message=\"a:b\"\n"
+              "VornRAEvent:a:b unlocked sender=\"me\" message=\"a:b\"\n"
+              "VornRAEvent:a:b code -7 sender=\"me\" message=\"a:b\"\n"
+              "VornRAEvent: code 1954047348 sender=\"me\" message=\"\"\n");
+
+    Watching inJson({"watch", ".", "--count", "4", "--json"}, ".", deliverAll);
+    EXPECT_EQ(inJson.join(), 0) << inJson.err();
+    std::istringstream lines(inJson.out());
+    std::string line;
+    std::getline(lines, line);
+    EXPECT_EQ(nlohmann::json::parse(line)["lock"],
+              nlohmann::json({{"path", "a:b"}, {"change", "locked"}}));
+}
+
 TEST(RuvoctlWatch, PrintsEachEventTheMomentItHappens) {
     std::promise<void> seen;
     Watching watching({"watch", "."}, ".", [&](WatchedDaemon& daemon, ScriptedPeer& peer) {

@@ -168,13 +168,16 @@ void ScriptedPeer::serve(std::string_view request, std::string_view answer) {
     send(answer);
 }
 
-ScriptedDaemon::ScriptedDaemon(Script script, Transport transport) : transport_(transport) {
+ScriptedDaemon::ScriptedDaemon(std::vector<Script> scripts, Transport transport)
+    : transport_(transport) {
     const VornPlatform::OsError error =
         transport == Transport::Tcp ? VornPlatform::listenTcp(0, 5, "127.0.0.1", socket_)
                                     : VornPlatform::bindUdp(0, "127.0.0.1", socket_);
     if (error) throw std::runtime_error("cannot listen: " + error.text());
     port_ = portOf(socket_);
-    thread_ = std::thread([this, script = std::move(script)] { serve(script); });
+    thread_ = std::thread([this, scripts = std::move(scripts)] {
+        for (const Script& script : scripts) serve(script);
+    });
 }
 
 ScriptedDaemon::~ScriptedDaemon() { join(); }

@@ -47,14 +47,17 @@ public:
     void serve(std::string_view request, std::string_view answer);
 };
 
-// Serves one client on a free loopback port with a script of the test's, on a
-// thread of its own. A script that throws fails the test.
+// Serves one client on a free loopback port with a script of the test's, or
+// several one after the other with a script each, on a thread of its own. A script
+// that throws fails the test.
 class ScriptedDaemon {
 public:
     using Script = std::function<void(ScriptedPeer&)>;
     enum class Transport { Tcp, Udp };
 
-    explicit ScriptedDaemon(Script script, Transport transport = Transport::Tcp);
+    explicit ScriptedDaemon(Script script, Transport transport = Transport::Tcp)
+        : ScriptedDaemon(std::vector<Script>{std::move(script)}, transport) {}
+    explicit ScriptedDaemon(std::vector<Script> scripts, Transport transport = Transport::Tcp);
     ~ScriptedDaemon();
     ScriptedDaemon(const ScriptedDaemon&) = delete;
     ScriptedDaemon& operator=(const ScriptedDaemon&) = delete;

@@ -62,6 +62,43 @@ int c_calls_notifier(uint16_t port) {
     return 0;
 }
 
+static int countdown(void* left) { return --*(int*)left > 0; }
+
+int c_calls_locks(uint16_t port) {
+    int32_t handle = 5;
+    int left = 1000;
+    ruvo_client* client = open_to(port);
+    CHECK(client != NULL);
+    CHECK(ruvo_lock_acquire(client, "a:b", 0, &handle) == RUVO_OK);
+    CHECK(handle == 17);
+    CHECK(ruvo_lock_acquire(client, "a:b", 250, &handle) == RUVO_DECLINED);
+    CHECK(handle == 17); /* left alone */
+    CHECK(ruvo_error_code() == 0);
+    CHECK(strcmp(ruvo_error_text(), "") != 0);
+    CHECK(ruvo_lock_acquire(client, "", RUVO_LOCK_FOREVER, &handle) == RUVO_OK);
+    CHECK(handle == 18);
+    CHECK(ruvo_lock_acquire_while(client, "c", 250, countdown, &left, &handle) == RUVO_OK);
+    CHECK(handle == 19);
+    CHECK(ruvo_lock_acquire_while(client, "c", 0, countdown, &left, &handle) == RUVO_DECLINED);
+    CHECK(ruvo_lock_release(client, 17) == RUVO_OK);
+    CHECK(ruvo_lock_release(client, -1) == RUVO_OK);
+    ruvo_client_close(client);
+    return 0;
+}
+
+int c_calls_lock_wait_given_up(uint16_t port) {
+    int32_t handle = 5;
+    int left = 3;
+    ruvo_client* client = open_to(port);
+    CHECK(client != NULL);
+    CHECK(ruvo_lock_acquire_while(client, "a", -1, countdown, &left, &handle) == RUVO_WOKEN);
+    CHECK(left == 0); /* and not asked again */
+    CHECK(handle == 5);
+    CHECK(ruvo_lock_release(client, 1) == RUVO_CLOSED);
+    ruvo_client_close(client);
+    return 0;
+}
+
 int c_calls_tasks(uint16_t port) {
     ruvo_task_command command;
     ruvo_task_plan plan;
@@ -266,6 +303,9 @@ int c_calls_arguments(void) {
     CHECK(ruvo_notifier_register(NULL, "", "", 1) == RUVO_ARGUMENT);
     CHECK(ruvo_notifier_unregister(NULL, "", 1) == RUVO_ARGUMENT);
     CHECK(ruvo_notifier_notify(NULL, "", "", "", NULL, 0) == RUVO_ARGUMENT);
+    CHECK(ruvo_lock_acquire(NULL, "a", 0, &value) == RUVO_ARGUMENT);
+    CHECK(ruvo_lock_acquire_while(NULL, "a", 0, NULL, NULL, &value) == RUVO_ARGUMENT);
+    CHECK(ruvo_lock_release(NULL, 1) == RUVO_ARGUMENT);
     CHECK(ruvo_listener_open(0, NULL) == RUVO_ARGUMENT);
     CHECK(ruvo_listener_next(NULL, 0, NULL) == RUVO_ARGUMENT);
     CHECK(ruvo_listener_new_handle(NULL, &value) == RUVO_ARGUMENT);

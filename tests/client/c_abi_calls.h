@@ -12,6 +12,8 @@ extern "C" {
 
 int c_calls_jobs(uint16_t port);
 int c_calls_notifier(uint16_t port);
+int c_calls_locks(uint16_t port);
+int c_calls_lock_wait_given_up(uint16_t port);
 int c_calls_tasks(uint16_t port);
 int c_calls_batch(uint16_t port);
 int c_calls_refused(uint16_t port);

@@ -107,7 +107,8 @@ TEST(RuvoctlNative, ShowsItselfInADemonstration) {
     for (const char* line :
          {"VornJSEvent:nightly-backup created", "VornJSEvent:nightly-backup progress",
           "VornJSEvent:nightly-backup cancelled", "VornJSEvent:nightly-backup completed",
-          "disk.failed", "the daemon has gone", "Everything happened as it should."}) {
+          "disk.failed", "VornRAEvent:store:shelf-3 locked", "(status 75)",
+          "the second client's command says: the shelf is mine", "the daemon has gone", "Everything happened as it should."}) {
         EXPECT_NE(shown.output.find(line), std::string::npos) << line << '\n' << shown.output;
     }
 }

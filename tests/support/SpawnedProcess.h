@@ -17,7 +17,7 @@ std::string writtenText(const std::string& file);
 
 // A running program, the leader of a session of its own, so that all that it
 // starts can be found and ended with it. Its output is appended to two files,
-// its input is empty. One thread.
+// its input is empty, its signal handling the default. One thread.
 class SpawnedProcess {
 public:
     // The first word is the program, looked for along PATH when it has no "/".

@@ -62,7 +62,15 @@ SpawnedProcess::SpawnedProcess(const std::vector<std::string>& line, const std::
     ::posix_spawn_file_actions_addopen(&files, 0, "/dev/null", O_RDONLY, 0);
     ::posix_spawn_file_actions_addopen(&files, 1, outputFile.c_str(), flags, 0600);
     ::posix_spawn_file_actions_addopen(&files, 2, errorsFile.c_str(), flags, 0600);
-    ::posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSID);
+    // As from a terminal, even where we ourselves run in the background of a shell.
+    sigset_t all;
+    sigset_t none;
+    ::sigfillset(&all);
+    ::sigemptyset(&none);
+    ::posix_spawnattr_setsigdefault(&attributes, &all);
+    ::posix_spawnattr_setsigmask(&attributes, &none);
+    ::posix_spawnattr_setflags(
+        &attributes, POSIX_SPAWN_SETSID | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK);
     const int failed =
         ::posix_spawnp(&id_, words[0], &files, &attributes, words.data(), environment.data());
     ::posix_spawnattr_destroy(&attributes);
