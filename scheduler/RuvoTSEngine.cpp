@@ -79,7 +79,7 @@ bool RuvoTSEngine::initialize() {
     VORN_LOG(9, "RuvoTSEngine::initialize enter");
     RuvoTSNotifier::getInstance().connect(notifier_);
     RuvoTSRuns::getInstance().open();
-    RuvoTSTaskSet::getInstance().open(recover());
+    RuvoTSTaskSet::getInstance().open(&recover);
     VORN_LOG(9, "RuvoTSEngine::initialize exit ");
     return true;
 }

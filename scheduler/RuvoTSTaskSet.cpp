@@ -16,10 +16,11 @@ RuvoTSTaskSet& RuvoTSTaskSet::getInstance() {
     return *instance;
 }
 
-void RuvoTSTaskSet::open(bool writable) {
+// The lock lets its holder in again, so `load` may insert.
+void RuvoTSTaskSet::open(const std::function<bool()>& load) {
     VornCriticalSection lock(setLock_);
+    writable_ = load();
     open_ = true;
-    writable_ = writable;
 }
 
 std::vector<RuvoTSTaskSet::Task> RuvoTSTaskSet::release() {

@@ -31,8 +31,11 @@ public:
 
     static RuvoTSTaskSet& getInstance();
 
-    // Lets commands in. With `writable` false the store is left as it is.
-    void open(bool writable) VORN_EXCLUDES(setLock_);
+    // Has `load` fill the set and lets commands in; commands that come meanwhile
+    // wait, as they must not be answered from half of a store. The result of
+    // `load` says whether the store may be written; when it throws, the set
+    // stays closed.
+    void open(const std::function<bool()>& load) VORN_EXCLUDES(setLock_);
     // Gives out all tasks and is empty and closed. The store stays.
     std::vector<Task> release() VORN_EXCLUDES(setLock_);
 

@@ -12,6 +12,7 @@
 #include <random>
 #include <set>
 #include <string>
+#include <thread>
 #include <vector>
 
 using namespace RuvoService;
@@ -230,6 +231,30 @@ TEST_F(RuvoTSEngineTest, ReadsAHundredThousandLines) {
     EXPECT_EQ(set().size(), 100'000u);
     EXPECT_EQ(waiting(), 100'000u);
     EXPECT_TRUE(set().find("task99999"));
+}
+
+// The listeners may serve clients while the store is still being read.
+TEST_F(RuvoTSEngineTest, AnswersFromTheWholeStoreWhileItStarts) {
+    std::string bytes;
+    for (int i = 0; i < 30'000; ++i) {
+        bytes += "78563412 exec task" + std::to_string(i) +
+                 "%00 2024 06 15 13 00 00 3 prog%00 %00 %00 %00\n";
+    }
+    OpenScheduler scheduler;
+    scheduler.stop();
+    TestSupport::writeFile(folder_.store(), bytes);
+    std::jthread start([&] { scheduler.start(); });
+    EXPECT_TRUE(waitUntil([&] { return set().find("task0") != nullptr; }));
+    FakeConnection connection;
+    connection.sendString("RUVO_TS_SCHEDULED_TASK_LOOKUP").sendString("task29999");
+    const auto handle = TestSupport::numberOf(OpenScheduler::request(connection).at(0));
+    EXPECT_GE(handle, 0);
+    EXPECT_EQ(OpenScheduler::ask("RUVO_TS_CANCEL", handle), Texts{"int " + std::to_string(handle)});
+    EXPECT_GE(OpenScheduler::schedule("new", "p", "", kNoon + 60, 0), 0);
+    start.join();
+    const Texts lines = folder_.lines();
+    ASSERT_EQ(lines.size(), 30'000u);
+    EXPECT_NE(lines.back().find(" exec new%00 "), std::string::npos);
 }
 
 // What cannot be read must not be replaced by what is known without it.

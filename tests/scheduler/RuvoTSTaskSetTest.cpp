@@ -10,7 +10,10 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
+#include <future>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
@@ -236,12 +239,53 @@ TEST_F(RuvoTSTaskSetTest, WritesNothingWhileItIsNotOpen) {
     set_.insert(task, true);
     EXPECT_THROW(set_.schedule("b", [] { return exec("b"); }), VornSupport::VornException);
     EXPECT_EQ(readFile(folder_.store()), "what was there\n");
-    set_.open(false);
+    set_.open([] { return false; });
     EXPECT_TRUE(set_.schedule("c", [] { return exec("c"); }));
     EXPECT_EQ(readFile(folder_.store()), "what was there\n");
-    set_.open(true);
+    set_.open([] { return true; });
     set_.recordTaskSet();
     EXPECT_EQ(folder_.lines().size(), 2u);
+}
+
+// Answers from half of a store would be wrong, and what they change lost.
+TEST_F(RuvoTSTaskSetTest, LetsCommandsWaitUntilItIsFilled) {
+    set_.release();
+    const auto stored = exec("stored");
+    const std::int32_t handle = stored->getHandle();
+    std::vector<std::future<bool>> commands;
+    set_.open([&] {
+        commands.push_back(std::async(std::launch::async, [&] {
+            return set_.find(std::string_view("stored")) == stored;
+        }));
+        commands.push_back(
+            std::async(std::launch::async, [&] { return set_.find(handle) == stored; }));
+        commands.push_back(std::async(std::launch::async, [&] {
+            return set_.schedule("stored", [] { return exec("stored"); }) == nullptr;
+        }));
+        commands.push_back(std::async(std::launch::async, [&] {
+            return set_.getTaskNames("RuvoTSExecTask").starts_with("stored ");
+        }));
+        commands.push_back(std::async(std::launch::async, [&] {
+            return set_.schedule("new", [] { return exec("new"); }) != nullptr;
+        }));
+        for (const auto& command : commands) {
+            EXPECT_EQ(command.wait_for(std::chrono::milliseconds(20)),
+                      std::future_status::timeout);
+        }
+        set_.insert(stored, false);
+        return true;
+    });
+    for (auto& command : commands) EXPECT_TRUE(command.get());
+    EXPECT_EQ(folder_.lines(), (std::vector<std::string>{lineOf("stored"), lineOf("new")}));
+}
+
+TEST_F(RuvoTSTaskSetTest, StaysClosedWhenItCannotBeFilled) {
+    set_.release();
+    EXPECT_THROW(set_.open([]() -> bool { throw std::runtime_error("no memory"); }),
+                 std::runtime_error);
+    EXPECT_THROW(set_.schedule("a", [] { return exec("a"); }), VornSupport::VornException);
+    set_.open([] { return true; });
+    EXPECT_TRUE(set_.schedule("a", [] { return exec("a"); }));
 }
 
 TEST_F(RuvoTSTaskSetTest, GivesOutAllTasksWhenItIsReleased) {

@@ -100,7 +100,7 @@ bool EventLog::awaitStates(std::int32_t handle, const std::vector<int>& states) 
 
 OpenTaskSet::OpenTaskSet() {
     RuvoTSRuns::getInstance().open();
-    set().open(true);
+    set().open([] { return true; });
 }
 
 OpenTaskSet::~OpenTaskSet() {
