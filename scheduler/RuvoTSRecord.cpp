@@ -12,6 +12,8 @@ namespace RuvoService {
 namespace {
 
 constexpr std::size_t kCheckSize = 8;
+// A time before 1970 is written as blanks, with one before and one behind them.
+constexpr std::size_t kNoTimeBlanks = 19 + 2;
 
 bool isBlank(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
 
@@ -48,6 +50,13 @@ public:
         return static_cast<std::int32_t>(negative ? 0 - value : value);
     }
 
+    // Takes exactly `count` blanks and no more, if there are so many.
+    bool takeBlanks(std::size_t count) {
+        if (std::min(rest_.find_first_not_of(' '), rest_.size()) != count) return false;
+        rest_.remove_prefix(count);
+        return true;
+    }
+
 private:
     void skipBlanks() {
         const auto begin = std::find_if_not(rest_.begin(), rest_.end(), isBlank);
@@ -60,9 +69,13 @@ private:
 // Name, time and frequency, with which both kinds begin.
 void readHead(FieldReader& fields, RuvoTSRecord& record) {
     record.name = unescapeText(fields.text());
-    int time[6];
-    for (int& value : time) value = fields.number();
-    record.nextTime = makeTime(time[0], time[1], time[2], time[3], time[4], time[5]);
+    if (fields.takeBlanks(kNoTimeBlanks)) {
+        record.nextTime = -1;
+    } else {
+        int time[6];
+        for (int& value : time) value = fields.number();
+        record.nextTime = makeTime(time[0], time[1], time[2], time[3], time[4], time[5]);
+    }
     record.frequency = static_cast<std::uint32_t>(fields.number());
 }
 

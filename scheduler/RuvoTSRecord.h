@@ -40,7 +40,8 @@ struct VORN_EXPORT RuvoTSRecord {
 // Reads a line, with or without its line end. Kind::None for one that names no
 // kind, or whose checks are wrong. Takes any bytes: the fields are read one
 // after the other, numbers as decimal digits after blanks, texts up to the next
-// blank; with the first that cannot be read the rest is missing.
+// blank; with the first that cannot be read the rest is missing. A time before
+// 1970 stands there as blanks and comes back as -1, the last second before it.
 VORN_EXPORT RuvoTSRecord readRecord(std::string_view line);
 
 }  // namespace RuvoService

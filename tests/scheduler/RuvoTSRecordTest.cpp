@@ -137,12 +137,41 @@ TEST_F(RuvoTSRecordTest, KeepsAllFrequencies) {
     EXPECT_EQ(huge.appName, "p");
 }
 
-// A time that is none is written as blanks, so what follows takes its place.
-TEST_F(RuvoTSRecordTest, ReadsOnWhenTheTimeIsBlank) {
-    const auto record = readRecord(kCheck + "exec a%00 " + std::string(19, ' ') + " 3 p%00 %00");
-    EXPECT_EQ(record.kind, Kind::Exec);
-    EXPECT_EQ(record.frequency, 0u);
-    EXPECT_EQ(record.appName, "");
+// A time before 1970 is written as blanks.
+TEST_F(RuvoTSRecordTest, ReadsOnBehindATimeThatIsBlank) {
+    const std::string blank(19, ' ');
+    const auto exec =
+        readRecord(kCheck + "exec a%00 " + blank + " 3 p%00 %2Fw%00 %2Dx%00 out%00\r\n");
+    EXPECT_EQ(exec.kind, Kind::Exec);
+    EXPECT_EQ(exec.name, "a");
+    EXPECT_EQ(exec.nextTime, -1);
+    EXPECT_EQ(exec.frequency, 3u);
+    EXPECT_EQ(exec.appName, "p");
+    EXPECT_EQ(exec.path, "/w");
+    EXPECT_EQ(exec.params, "-x");
+    EXPECT_EQ(exec.logFile, "out");
+    const auto blob =
+        readRecord(kCheck + "blob %00 " + blank + " 4294967295 f.blb 3 78563412 0102FF");
+    EXPECT_EQ(blob.kind, Kind::Blob);
+    EXPECT_EQ(blob.name, "");
+    EXPECT_EQ(blob.nextTime, -1);
+    EXPECT_EQ(blob.frequency, 4'294'967'295u);
+    EXPECT_EQ(blob.blob, std::string("\x01\x02\xFF", 3));
+}
+
+// Only those blanks stand for a time; a line that was edited may hold others.
+TEST_F(RuvoTSRecordTest, TakesOtherBlanksForNoTime) {
+    for (const std::size_t blanks : {1u, 2u, 20u, 22u, 40u}) {
+        const std::string between(blanks, ' ');
+        const auto record =
+            readRecord(kCheck + "exec a%00" + between + "2024 06 15 12 00 00 1 p%00");
+        EXPECT_EQ(record.nextTime, TestSupport::kNoon) << blanks;
+        EXPECT_EQ(record.frequency, 1u) << blanks;
+        EXPECT_EQ(record.appName, "p") << blanks;
+    }
+    const auto tabs = readRecord(kCheck + "exec a%00" + std::string(21, '\t') +
+                                 "2024 06 15 12 00 00 1 p%00");
+    EXPECT_EQ(tabs.nextTime, TestSupport::kNoon);
 }
 
 TEST_F(RuvoTSRecordTest, TakesNoMoreBytesThanThereAre) {
