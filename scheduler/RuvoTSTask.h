@@ -71,6 +71,9 @@ public:
     // the exit status with Ended only. Nothing follows Finished but the end of a
     // run that was under way, which is raised and no longer told.
     void setState(State state, std::int32_t status) VORN_EXCLUDES(lock_);
+    // A run begins: Running, unless the task has been finished; then false, and
+    // there must be no run. One step.
+    bool beginRun() VORN_EXCLUDES(lock_) { return change(Running, 0); }
     // The timer's time has come, or a run's thread is done.
     void handleNotification(VornSupport::VornCollaborator& source,
                             const VornSupport::VornNotification& notification) override;

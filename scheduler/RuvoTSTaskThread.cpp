@@ -5,6 +5,7 @@
 #include "scheduler/RuvoTSNotifications.h"
 #include "scheduler/RuvoTSTask.h"
 
+#include <atomic>
 #include <exception>
 #include <utility>
 
@@ -12,6 +13,8 @@ namespace RuvoService {
 namespace {
 
 constexpr int kPauseMs = 100;
+
+std::atomic<void (*)(RuvoTSTask&)> beforeRun{nullptr};
 
 }  // namespace
 
@@ -31,6 +34,8 @@ void RuvoTSTaskThread::setTask(VornSupport::VornSmartPointer<RuvoTSTask> task) {
     task_ = std::move(task);
 }
 
+void RuvoTSTaskThread::setBeforeRunForTest(void (*hook)(RuvoTSTask&)) { beforeRun = hook; }
+
 int RuvoTSTaskThread::run() {
     VORN_LOG(9, "RuvoTSTaskThread::run ");
     const RuvoTSRuns::Token underWay = std::exchange(underWay_, RuvoTSRuns::Token());
@@ -49,8 +54,10 @@ int RuvoTSTaskThread::run() {
 
 // False when the run did not come to its end.
 bool RuvoTSTaskThread::runTask(RuvoTSTask& task) {
-    if (!RuvoTSRuns::getInstance().pause(kPauseMs) || task.isFinished()) return false;
-    task.setState(RuvoTSTask::Running, 0);
+    if (!RuvoTSRuns::getInstance().pause(kPauseMs)) return false;
+    if (const auto hook = beforeRun.load()) hook(task);
+    // Looking first and beginning then would let a cancel in between.
+    if (!task.beginRun()) return false;
     bool ended = true;
     try {
         const auto status = runtaskonsystem(task);

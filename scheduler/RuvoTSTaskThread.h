@@ -27,6 +27,9 @@ public:
     // Before start(). The run counts as under way from here on; null ends that.
     void setTask(VornSupport::VornSmartPointer<RuvoTSTask> task);
 
+    // Called by each run after its pause, before it begins; null: nothing.
+    static void setBeforeRunForTest(void (*hook)(RuvoTSTask&));
+
 protected:
     // Returns the exit status. Does nothing for a task that has been finished
     // before its turn, and ends early when the service stops.

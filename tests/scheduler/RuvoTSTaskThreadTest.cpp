@@ -8,6 +8,7 @@
 
 #include <atomic>
 #include <functional>
+#include <memory>
 #include <mutex>
 #include <stdexcept>
 #include <string>
@@ -121,6 +122,55 @@ TEST_F(RuvoTSTaskThreadTest, DoesNotRunATaskThatIsFinished) {
     EXPECT_EQ(states_.seen(), std::vector<int>{-1000});
     EXPECT_EQ(task_->rescheduled, 0);
     EXPECT_EQ(task_->getLastRunTime(), 0);
+}
+
+// A cancel that is answered after the run's last pause: there is no run.
+TEST_F(RuvoTSTaskThreadTest, DoesNotRunATaskThatIsFinishedAtTheLastMoment) {
+    RuvoTSTaskThread::setBeforeRunForTest([](RuvoTSTask& task) { EXPECT_TRUE(task.finish()); });
+    bool worked = false;
+    EXPECT_EQ(run([&] {
+                  worked = true;
+                  return 0;
+              }),
+              -999);
+    RuvoTSTaskThread::setBeforeRunForTest(nullptr);
+    EXPECT_FALSE(worked);
+    EXPECT_EQ(states_.seen(), std::vector<int>{-1000});
+    EXPECT_EQ(task_->rescheduled, 0);
+}
+
+// Whenever a cancel comes: the command runs if, and only if, that was told.
+TEST_F(RuvoTSTaskThreadTest, RunsWhatItSaysItRuns) {
+    struct One {
+        Task task;
+        Thread thread;
+        States states;
+        std::atomic<bool> worked{false};
+    };
+    std::vector<std::unique_ptr<One>> all;
+    for (int i = 0; i < 60; ++i) {
+        auto one = std::make_unique<One>();
+        one->task = RuvoTSTask::make<WorkTask>([&worked = one->worked] {
+            worked = true;
+            return 0;
+        });
+        one->task->addDependent(one->states);
+        one->thread = VornSupport::makeCounted<RuvoTSTaskThread>();
+        one->thread->setTask(one->task);
+        one->thread->addDependent(*one->task);
+        all.push_back(std::move(one));
+    }
+    for (const auto& one : all) EXPECT_TRUE(one->thread->start());
+    EXPECT_TRUE(RuvoTSRuns::getInstance().pause(99));
+    for (const auto& one : all) EXPECT_TRUE(one->task->finish());
+    for (const auto& one : all) {
+        EXPECT_TRUE(one->thread->wait(kPatienceMs));
+        const std::vector<int> ran{0, -1000};
+        const std::vector<int> ranBefore{0, 1000, -1000};
+        const auto seen = one->states.seen();
+        EXPECT_EQ(one->worked, seen == ran || seen == ranBefore);
+        one->task->removeDependent(one->states);
+    }
 }
 
 // The command goes on, its end still reaches the task, and nobody is told.
