@@ -2,14 +2,13 @@
 
 #include "runtime/platform/AppendFile.h"
 #include "runtime/platform/Environment.h"
-#include "runtime/platform/PathText.h"
+#include "runtime/platform/OwnFile.h"
 #include "runtime/support/VornLogging.h"
 
-#include <filesystem>
-#include <fstream>
-#include <system_error>
-
 namespace RuvoService {
+
+using VornPlatform::OwnFile;
+
 namespace {
 
 constexpr std::size_t kGather = 256 * 1024;       // bytes that are written at once
@@ -54,6 +53,14 @@ private:
     bool tooLong_ = false;
 };
 
+const char* textOf(OwnFile::Trust trust) {
+    switch (trust) {
+        case OwnFile::Trust::Foreign: return "it belongs to another user";
+        case OwnFile::Trust::Writable: return "everybody may write to it";
+        default: return "it is no file";
+    }
+}
+
 }  // namespace
 
 std::string RuvoTSStore::inTemporaryFolder(const std::string& name) {
@@ -71,7 +78,7 @@ bool RuvoTSStore::begin() {
     buffer_.clear();
     error_ = file_.create(names_.fresh);
     if (!error_) return true;
-    note("cannot write " + names_.fresh, error_);
+    note("cannot write " + names_.fresh + ": " + error_.text() + "; the old store stays");
     return false;
 }
 
@@ -96,8 +103,13 @@ bool RuvoTSStore::finish() {
     }
     if (error_) {
         VornPlatform::removeFile(names_.fresh);  // a full disk needs the room
-        note(what, error_);
+        note(what + ": " + error_.text() + "; the old store stays");
         return false;
+    }
+    if (const auto error = VornPlatform::flushFolderOf(names_.current)) {
+        note("cannot flush the folder of " + names_.current + ": " + error.text() +
+             "; the new store may be lost when the system stops now");
+        return true;
     }
     if (!condition_.empty()) {
         condition_.clear();
@@ -106,34 +118,35 @@ bool RuvoTSStore::finish() {
     return true;
 }
 
-void RuvoTSStore::note(const std::string& what, VornPlatform::OsError error) {
-    const std::string condition = what + ": " + error.text();
+void RuvoTSStore::note(const std::string& condition) {
     if (condition == condition_) return;
     condition_ = condition;
-    VORN_LOG(2, "RuvoTSTaskSet::recordTaskSet: " << condition << "; the old store stays");
+    VORN_LOG(2, "RuvoTSTaskSet::recordTaskSet: " << condition);
 }
 
 bool RuvoTSStore::read(const std::string& file,
                        const std::function<void(std::string_view)>& visit, std::string& reason) {
-    const auto path = VornPlatform::pathFromUtf8(file);
-    std::error_code error;
-    const auto status = std::filesystem::status(path, error);
-    if (status.type() == std::filesystem::file_type::not_found) return true;
-    reason = error ? error.message() : "it is no file";
-    if (!std::filesystem::is_regular_file(status)) return false;
-    std::ifstream stream(path, std::ios::binary);
-    reason = "it cannot be opened";
-    if (!stream) return false;
-
+    VornPlatform::OwnFile store;
+    OwnFile::Trust trust{};
+    if (const auto error = store.open(file, trust)) {
+        reason = error.text();
+        return error.condition() == VornPlatform::OsCondition::NotFound;
+    }
+    if (trust != OwnFile::Trust::Good) {
+        reason = textOf(trust);
+        return false;
+    }
     LineCutter lines(visit);
     std::string piece(kGather, '\0');
-    do {
-        stream.read(piece.data(), static_cast<std::streamsize>(piece.size()));
-        lines.add(std::string_view(piece).substr(0, static_cast<std::size_t>(stream.gcount())));
-    } while (stream);
+    for (std::size_t count = 1; count > 0;) {
+        if (const auto error = store.read(piece.data(), piece.size(), count)) {
+            reason = error.text();
+            return false;
+        }
+        lines.add(std::string_view(piece).substr(0, count));
+    }
     lines.finish();
-    reason = "it cannot be read to its end";
-    return stream.eof();
+    return true;
 }
 
 }  // namespace RuvoService

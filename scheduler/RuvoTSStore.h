@@ -13,8 +13,8 @@ namespace RuvoService {
 
 // The file in which the tasks outlive the service: "RuvoTSEngineExecTasks.dat"
 // in the folder of temporary files. It is always written whole, under another
-// name, flushed to the disk, and then takes the old one's place in one step; the
-// old one becomes ".bak". So at every moment there is a ".dat" with either all
+// name, flushed to the disk, and then takes the old one's place in one step, which
+// is flushed as well; the old one becomes ".bak". So at every moment there is a ".dat" with either all
 // of the old tasks or all of the new. When it cannot be written, the old one
 // stays; that is logged at level 2 when it begins, when its cause changes and
 // when it is over. One thread at a time.
@@ -41,15 +41,15 @@ public:
     bool finish();
 
     // Gives each line of a store to `visit`, without its "\n". False, with the
-    // reason, when there is a file that cannot be read to its end; a missing one
-    // is an empty one. Lines of more than kLongestLine bytes are left out.
+    // reason, when there is a file that cannot be read to its end, or that others
+    // may have written (VornPlatform::OwnFile); a missing one is an empty one. Lines of more than kLongestLine bytes are left out.
     static bool read(const std::string& file, const std::function<void(std::string_view)>& visit,
                      std::string& reason);
     // More than a block of the largest size that can be configured takes.
     static constexpr std::size_t kLongestLine = std::size_t{3} << 30;
 
 private:
-    void note(const std::string& what, VornPlatform::OsError error);
+    void note(const std::string& condition);
 
     Names names_;
     VornPlatform::FreshFile file_;

@@ -10,8 +10,8 @@
 namespace VornPlatform {
 
 // A file that is written from its beginning to its end, byte for byte. POSIX:
-// only its owner may read and write it, and a symbolic link in its place is
-// refused. Not inherited by child processes. One thread at a time.
+// only its owner may read and write it. Not inherited by child processes. One
+// thread at a time.
 class VORN_EXPORT FreshFile {
 public:
     FreshFile() = default;
@@ -19,8 +19,9 @@ public:
     FreshFile(const FreshFile&) = delete;
     FreshFile& operator=(const FreshFile&) = delete;
 
-    // Creates the file or empties the one that is there. Closes the one that
-    // was open before.
+    // Creates the file. One that is there goes first, as does, on POSIX, a link
+    // or a pipe of that name: nobody who prepared it shares the new one. Closes
+    // the one that was open before.
     OsError create(const std::string& path);
     // All of the bytes, or an error.
     OsError write(std::string_view bytes);
@@ -40,10 +41,16 @@ private:
 // everybody else, also when the system stops halfway: who looks for `current`
 // finds the old file or the new one, never none. When there is no `current` yet,
 // there is no `previous` afterwards. An error means that `current` is the old
-// file still; what only keeps `previous` from being right is not reported (a
-// file system that knows no second names). All three in one folder.
+// file still; what only keeps `previous` from being right is not reported. All
+// three in one folder.
 VORN_EXPORT OsError replaceFile(const std::string& fresh, const std::string& current,
                                 const std::string& previous);
+
+// Returns when the system has put on the disk which names the folder of `path`
+// holds: before that, a system that stops may come up with the old ones. Does
+// nothing on Windows, where a new name is put there when it is given, and with
+// file systems that know no such thing.
+VORN_EXPORT OsError flushFolderOf(const std::string& path);
 
 // What ends a line of a text file, and what stands between the parts of a path.
 VORN_EXPORT std::string_view lineEnd();

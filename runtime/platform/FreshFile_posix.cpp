@@ -1,5 +1,7 @@
 #include "runtime/platform/FreshFile.h"
 
+#include "runtime/platform/OwnFile.h"
+
 #include <fcntl.h>
 #include <stdio.h>
 #include <unistd.h>
@@ -13,15 +15,36 @@ constexpr mode_t kMode = 0600;
 
 int native(std::intptr_t handle) { return static_cast<int>(handle); }
 
+bool copyAll(OwnFile& from, FreshFile& to) {
+    char piece[64 * 1024];
+    for (;;) {
+        std::size_t count = 0;
+        if (from.read(piece, sizeof piece, count)) return false;
+        if (count == 0) return !to.flushToDisk() && !to.close();
+        if (to.write({piece, count})) return false;
+    }
+}
+
+// All of it or nothing.
+void copyFile(const std::string& from, const std::string& to) {
+    OwnFile source;
+    OwnFile::Trust trust{};
+    FreshFile copy;
+    if (source.open(from, trust) || !source.isOpen() || copy.create(to)) return;
+    if (!copyAll(source, copy)) ::unlink(to.c_str());
+}
+
 }  // namespace
 
 OsError FreshFile::create(const std::string& path) {
     close();
-    // Without O_NONBLOCK a named pipe would hold us until somebody reads it.
-    const int descriptor =
-        ::open(path.c_str(),
-               O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW | O_NOCTTY | O_NONBLOCK, kMode);
-    if (descriptor < 0) return OsError::last();
+    const OsError removal = ::unlink(path.c_str()) == 0 ? OsError{} : OsError::last();
+    const int descriptor = ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, kMode);
+    if (descriptor < 0) {
+        const OsError error = OsError::last();
+        // Why it is still there says more.
+        return removal && error.condition() == OsCondition::Exists ? removal : error;
+    }
     handle_ = descriptor;
     return {};
 }
@@ -51,8 +74,21 @@ OsError replaceFile(const std::string& fresh, const std::string& current,
                     const std::string& previous) {
     ::unlink(previous.c_str());
     // A second name, not a new one: `current` never goes away.
-    [[maybe_unused]] const int linked = ::link(current.c_str(), previous.c_str());
+    if (::link(current.c_str(), previous.c_str()) != 0 && errno != ENOENT) {
+        copyFile(current, previous);  // a file system that knows no second names
+    }
     return ::rename(fresh.c_str(), current.c_str()) == 0 ? OsError{} : OsError::last();
+}
+
+OsError flushFolderOf(const std::string& path) {
+    const auto slash = path.rfind('/');
+    const std::string folder = slash == std::string::npos ? "." : path.substr(0, slash + 1);
+    const int descriptor = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (descriptor < 0) return OsError::last();
+    OsError error;
+    if (::fsync(descriptor) != 0 && errno != EINVAL) error = OsError::last();
+    ::close(descriptor);
+    return error;
 }
 
 std::string_view lineEnd() { return "\n"; }

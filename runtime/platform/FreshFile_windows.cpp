@@ -86,6 +86,8 @@ OsError replaceFile(const std::string& fresh, const std::string& current,
     return result(rename(from, to));
 }
 
+OsError flushFolderOf(const std::string&) { return {}; }
+
 std::string_view lineEnd() { return "\r\n"; }
 char pathSeparator() { return '\\'; }
 

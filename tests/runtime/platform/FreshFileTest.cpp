@@ -141,6 +141,12 @@ TEST_F(ReplaceFile, ReplacesAlthoughThePreviousOneCannotGo) {
     EXPECT_EQ(readFile(file("current")), "new");
 }
 
+TEST_F(ReplaceFile, FlushesTheFolder) {
+    writeFile(file("a"), "");
+    EXPECT_FALSE(flushFolderOf(file("a")));
+    EXPECT_FALSE(flushFolderOf("a"));
+}
+
 // Who looks at any moment finds a current file, and a whole one.
 TEST_F(ReplaceFile, LeavesNoMomentWithoutACurrentFile) {
     const std::string first(5000, 'a');
