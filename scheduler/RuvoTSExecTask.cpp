@@ -68,8 +68,8 @@ std::string RuvoTSExecTask::serialize() const {
 }
 
 int RuvoTSExecTask::performTask() {
-    VORN_LOG(9, "RuvoTSExecTask::performTask enter HANDLE=" << getHandle()
-                                                            << " NAME=" << getName());
+    VORN_LOG(9, "RuvoTSExecTask::performTask enter"
+                    << " HANDLE=" << getHandle() << "NAME=" << getName());
     const auto pause = [this] {
         return RuvoTSRuns::getInstance().pause(kPauseMs) && !isFinished();
     };

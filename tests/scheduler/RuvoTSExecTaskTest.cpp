@@ -219,7 +219,7 @@ TEST_F(RuvoTSExecTaskTest, LogsTheStartOfARun) {
     EXPECT_TRUE(waitUntil([&] { return log.has(9, "RuvoTSExecTask::performTask exit "); }));
     EXPECT_TRUE(waitUntil([&] { return log.has(9, "RuvoTSTaskThread::run exit "); }));
     EXPECT_TRUE(log.has(9, "RuvoTSExecTask::performTask enter HANDLE=" +
-                               std::to_string(task->getHandle()) + " NAME=nightly"));
+                               std::to_string(task->getHandle()) + "NAME=nightly"));
     const auto created = log.beginning("RuvoTSExecTask::performTask new thread  THREADTHIS=0x");
     ASSERT_EQ(created.size(), 1u);
     EXPECT_TRUE(created[0].ends_with(" NAME=nightly"));
