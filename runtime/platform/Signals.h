@@ -28,10 +28,11 @@ struct SignalActions {
 
 // Turns requests from outside into calls of the actions for as long as the
 // process lives. POSIX: SIGTERM and SIGINT stop, SIGHUP reloads, and a write to
-// a pipe that nobody reads fails instead of ending the process. With `end`, what
-// the process ignores since its start goes on being ignored: SIGHUP as by nohup;
-// SIGINT and SIGQUIT, which shells have their background ignore, when they come
-// from the terminal, but not when somebody sends them. Windows:
+// a pipe that nobody reads, or to a file beyond the largest size that is allowed,
+// fails instead of ending the process. With `end`, what the process ignores since
+// its start goes on being ignored: SIGHUP as by nohup; SIGINT and SIGQUIT, which
+// shells have their background ignore, when they come from the terminal, but not
+// when somebody sends them. Windows:
 // Ctrl-C, Ctrl-Break, the closing of the console, logging off and shutting down
 // stop; nothing reloads. Call it once, before the process has a second thread:
 // on POSIX every later thread must inherit that it takes no such signal.

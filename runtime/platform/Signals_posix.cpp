@@ -58,20 +58,24 @@ void watch(void*) {
 
 void doNothing(int) {}
 
-OsError failOnBrokenPipes() {
-    if (actionsInForce.end != nullptr && isIgnored(SIGPIPE)) return {};
+// Writes that nobody takes, or that go beyond the largest allowed file.
+OsError failInsteadOfEnding() {
     // A handler and not SIG_IGN: programs that we start must not inherit it.
-    struct sigaction pipe {};
-    pipe.sa_handler = &doNothing;
-    pipe.sa_flags = SA_RESTART;
-    return ::sigaction(SIGPIPE, &pipe, nullptr) == 0 ? OsError{} : OsError::last();
+    struct sigaction nothing {};
+    nothing.sa_handler = &doNothing;
+    nothing.sa_flags = SA_RESTART;
+    for (const int signal : {SIGPIPE, SIGXFSZ}) {
+        if (actionsInForce.end != nullptr && isIgnored(signal)) continue;
+        if (::sigaction(signal, &nothing, nullptr) != 0) return OsError::last();
+    }
+    return {};
 }
 
 }  // namespace
 
 OsError watchSignals(const SignalActions& actions) {
     actionsInForce = actions;
-    if (const OsError error = failOnBrokenPipes()) return error;
+    if (const OsError error = failInsteadOfEnding()) return error;
     chooseSignals();
     if (const int failed = ::pthread_sigmask(SIG_BLOCK, &watched, &maskBefore); failed != 0) {
         return OsError(failed);

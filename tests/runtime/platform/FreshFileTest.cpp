@@ -145,6 +145,8 @@ TEST_F(ReplaceFile, FlushesTheFolder) {
     writeFile(file("a"), "");
     EXPECT_FALSE(flushFolderOf(file("a")));
     EXPECT_FALSE(flushFolderOf("a"));
+    const OsError missing = flushFolderOf(file("nowhere/a"));
+    EXPECT_TRUE(!missing || missing.condition() == OsCondition::NotFound);
 }
 
 // Who looks at any moment finds a current file, and a whole one.

@@ -5,10 +5,13 @@
 
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
 #include <signal.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <atomic>
+#include <cerrno>
 
 namespace VornPlatform {
 namespace {
@@ -39,10 +42,26 @@ TEST(Signals, ReachTheActionsOnAThreadOfTheirOwnAndNobodyElse) {
     ::close(ends[0]);
     EXPECT_EQ(::write(ends[1], "x", 1), -1);
     ::close(ends[1]);
-    struct sigaction action {};
-    ::sigaction(SIGPIPE, nullptr, &action);
-    EXPECT_NE(action.sa_handler, SIG_IGN);
-    EXPECT_NE(action.sa_handler, SIG_DFL);
+    // So is a file that has become too large.
+    TestSupport::TemporaryDirectory directory;
+    const int file = ::open(directory.file("a").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
+    ASSERT_GE(file, 0);
+    rlimit before{};
+    ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &before), 0);
+    const rlimit small{1 << 20, before.rlim_max};
+    ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &small), 0);
+    const ssize_t written = ::pwrite(file, "x", 1, 2 << 20);
+    const int reason = errno;
+    ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &before), 0);
+    ::close(file);
+    EXPECT_EQ(written, -1);
+    EXPECT_EQ(reason, EFBIG);
+    for (const int signal : {SIGPIPE, SIGXFSZ}) {
+        struct sigaction action {};
+        ::sigaction(signal, nullptr, &action);
+        EXPECT_NE(action.sa_handler, SIG_IGN);
+        EXPECT_NE(action.sa_handler, SIG_DFL);
+    }
 
     // Threads that are started later do not take the signals.
     std::atomic<bool> blocked{false};
