@@ -3,6 +3,7 @@
 #include "runtime/net/VornProxyDependentContainer.h"
 #include "runtime/support/VornHex.h"
 #include "runtime/support/VornLogging.h"
+#include "scheduler/RuvoTSClock.h"
 #include "scheduler/RuvoTSHandles.h"
 #include "scheduler/RuvoTSNotifications.h"
 #include "scheduler/RuvoTSNotifier.h"
@@ -53,7 +54,9 @@ std::string RuvoTSTask::identity() const {
 
 // Apart from the constructor, so that the timer fires on a task that is whole.
 void RuvoTSTask::begin() {
-    std::int32_t delta = secondsUntil(getNextTime());
+    // Read once: a second that begins in between would make it late.
+    const std::int64_t now = RuvoTSClock::current().wallMs();
+    std::int32_t delta = secondsUntil(getNextTime(), now);
     const bool late = delta < 1 || frequency_ == Soon;
     if (late) delta = kFirstDelay;
     setState(Waiting, 0);
@@ -61,7 +64,7 @@ void RuvoTSTask::begin() {
     if (late) {
         timer_.startToWait(delta);
     } else {
-        timer_.startToTime(delta);
+        timer_.startToTime(delta, now);
     }
 }
 
@@ -123,12 +126,13 @@ void RuvoTSTask::rescheduleTask() {
 }
 
 void RuvoTSTask::startAgain(const char* word, RuvoTSSeconds next) {
-    const std::int32_t delta = secondsUntil(next);
+    const std::int64_t now = RuvoTSClock::current().wallMs();
+    const std::int32_t delta = secondsUntil(next, now);
     {
         VornCriticalSection lock(lock_);
         nextTime_ = next;
         std::string().swap(record_);
-        if (!finished_) timer_.startToTime(delta);
+        if (!finished_) timer_.startToTime(delta, now);
     }
     setState(Waiting, 0);
     VORN_LOG(4, "RuvoTSTask::rescheduleTask " << word << " DELTATIME=" << delta);

@@ -19,10 +19,9 @@ constexpr int kDaysAMonth = 28;
 
 std::atomic<int> utcOffset{0};
 
-std::int64_t nowSeconds() {
-    const std::int64_t ms = RuvoTSClock::current().wallMs();
-    return (ms - (ms % 1000 + 1000) % 1000) / 1000;
-}
+std::int64_t fullSeconds(std::int64_t ms) { return (ms - (ms % 1000 + 1000) % 1000) / 1000; }
+
+std::int64_t nowSeconds() { return fullSeconds(RuvoTSClock::current().wallMs()); }
 
 int addWithin(int a, int b) {
     return static_cast<int>(std::clamp<std::int64_t>(static_cast<std::int64_t>(a) + b,
@@ -85,8 +84,13 @@ RuvoTSSeconds addMonths(RuvoTSSeconds time, int n) {
 }
 
 std::int32_t secondsUntil(RuvoTSSeconds time) {
+    return secondsUntil(time, RuvoTSClock::current().wallMs());
+}
+
+std::int32_t secondsUntil(RuvoTSSeconds time, std::int64_t wallMs) {
     // Both within 32 bits, their difference not: a time long past stays past.
-    const std::int64_t difference = static_cast<std::int64_t>(time) - currentTime();
+    const auto now = static_cast<RuvoTSSeconds>(fullSeconds(wallMs));
+    const std::int64_t difference = static_cast<std::int64_t>(time) - now;
     return static_cast<std::int32_t>(
         std::clamp<std::int64_t>(difference, std::numeric_limits<std::int32_t>::min(),
                                  std::numeric_limits<std::int32_t>::max()));

@@ -32,8 +32,10 @@ VORN_EXPORT RuvoTSSeconds addDays(RuvoTSSeconds time, int n);
 // A month is four weeks, on purpose: monthly tasks keep their day of the week
 // and drift against the calendar.
 VORN_EXPORT RuvoTSSeconds addMonths(RuvoTSSeconds time, int n);
-// From now until `time`; negative when it has passed.
+// From now until `time`; negative when it has passed. "Now" is a reading of the
+// wall clock in milliseconds for who goes on counting from the same moment.
 VORN_EXPORT std::int32_t secondsUntil(RuvoTSSeconds time);
+VORN_EXPORT std::int32_t secondsUntil(RuvoTSSeconds time, std::int64_t wallMs);
 
 // "2024-02-29 12:00:00 UTC" and "2024 02 29 12 00 00". `size` is the room,
 // terminator included. Returns the text's length; 0, with an empty text and

@@ -16,8 +16,11 @@ constexpr std::int64_t kMsASecond = 1000;
 RuvoTSTimer::~RuvoTSTimer() { stop(); }
 
 void RuvoTSTimer::startToTime(std::int32_t seconds) {
-    const std::int64_t now = RuvoTSClock::current().wallMs();
-    const std::int64_t fullSecond = now - (now % kMsASecond + kMsASecond) % kMsASecond;
+    startToTime(seconds, RuvoTSClock::current().wallMs());
+}
+
+void RuvoTSTimer::startToTime(std::int32_t seconds, std::int64_t wallMs) {
+    const std::int64_t fullSecond = wallMs - (wallMs % kMsASecond + kMsASecond) % kMsASecond;
     RuvoTSTimeKeeper::getInstance().arm(*this, &owner_, true, fullSecond + seconds * kMsASecond);
 }
 

@@ -26,8 +26,11 @@ public:
     ~RuvoTSTimer() override;
 
     // Arms the timer for the moment at which the wall clock shows `seconds` full
-    // seconds more than now (RuvoTSTimeKeeper says what happens when it is set).
-    // Below 1 it fires at once.
+    // seconds more than at `wallMs`, the reading from which they were counted
+    // (RuvoTSTimeKeeper says what happens when the clock is set). What has passed
+    // fires at once.
+    void startToTime(std::int32_t seconds, std::int64_t wallMs);
+    // The same, from now.
     void startToTime(std::int32_t seconds);
     // Arms the timer for when `seconds` have passed, whatever the wall clock
     // does.

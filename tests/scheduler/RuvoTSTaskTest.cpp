@@ -12,6 +12,7 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -209,6 +210,42 @@ TEST_F(RuvoTSTaskTest, WaitsOnWhenTheClockIsSetBackwardsBeforeItsTime) {
     clock_.advance(3600);
     EXPECT_TRUE(awaitState(*task, RuvoTSTask::Finished));
     EXPECT_EQ(task->getLastRunTime(), kNoon + 600);
+}
+
+// A second that begins while the wait is worked out.
+class HastyClock final : public TestSupport::TestClock {
+public:
+    std::int64_t wallMs() const override {
+        return TestClock::wallMs() + (hasty ? late.fetch_add(600) : late.load());
+    }
+    mutable std::atomic<std::int64_t> late{0};
+    std::atomic<bool> hasty{false};
+};
+
+TEST(RuvoTSTask, IsNotLateWhenASecondBeginsMeanwhile) {
+    const TestSupport::StoreFolder folder;
+    HastyClock clock;
+    const TestSupport::OpenTaskSet open;
+    clock.hasty = true;
+    const auto task = RuvoTSTask::make<RuvoTSBlobTask>("task", kNoon + 10, RuvoTSTask::Daily, "");
+    clock.hasty = false;
+    clock.advanceMs(10'000 - 1 - clock.late);
+    EXPECT_EQ(RuvoTSTimeKeeper::getInstance().waiting(), 1u);
+    clock.advanceMs(1);
+    EXPECT_TRUE(waitUntil([&] { return task->getLastRunTime() == kNoon + 10; }));
+    EXPECT_TRUE(waitUntil([&] { return task->getState() == RuvoTSTask::Waiting; }));
+
+    // The same with the time after that.
+    clock.hasty = true;
+    task->rescheduleTask();
+    clock.hasty = false;
+    const std::int32_t next = kNoon + 10 + 2 * kDay;
+    EXPECT_EQ(task->getNextTime(), next);
+    clock.advanceMs(next * std::int64_t{1000} - 1 - clock.wallMs());
+    EXPECT_EQ(RuvoTSTimeKeeper::getInstance().waiting(), 1u);
+    clock.advanceMs(1);
+    EXPECT_TRUE(waitUntil([&] { return task->getLastRunTime() == next; }));
+    task->finish();
 }
 
 // ---- states ----------------------------------------------------------------------
