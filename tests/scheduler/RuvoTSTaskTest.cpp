@@ -216,7 +216,7 @@ TEST_F(RuvoTSTaskTest, WaitsOnWhenTheClockIsSetBackwardsBeforeItsTime) {
 class HastyClock final : public TestSupport::TestClock {
 public:
     std::int64_t wallMs() const override {
-        return TestClock::wallMs() + (hasty ? late.fetch_add(600) : late.load());
+        return TestClock::wallMs() + (hasty ? late.fetch_add(1000) : late.load());
     }
     mutable std::atomic<std::int64_t> late{0};
     std::atomic<bool> hasty{false};
