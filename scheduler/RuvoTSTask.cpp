@@ -1,5 +1,6 @@
 #include "scheduler/RuvoTSTask.h"
 
+#include "runtime/net/VornDeliveryGathering.h"
 #include "runtime/net/VornProxyDependentContainer.h"
 #include "runtime/support/VornHex.h"
 #include "runtime/support/VornLogging.h"
@@ -83,8 +84,16 @@ bool RuvoTSTask::change(State state, std::int32_t status) {
         handle_, state, status, ++changes_);
     RuvoTSNotifier::getInstance().raise(handle_, state);
     lock.unlock();
-    if (told) notify(*notification);
+    if (told) tell(*notification);
     return told;
+}
+
+// Neither a run nor a cancel waits for followers that cannot be reached.
+void RuvoTSTask::tell(const RuvoTSTaskNotification& notification) {
+    if (VornNet::VornDeliveryGathering::current() != nullptr) return notify(notification);
+    VornNet::VornDeliveryGathering gathering;
+    notify(notification);
+    gathering.handOver();
 }
 
 void RuvoTSTask::handleNotification(VornSupport::VornCollaborator& source,
@@ -191,7 +200,7 @@ bool RuvoTSTask::follow(const VornSmartPointer<RuvoTSTaskDependent>& follower) {
             return true;
         }
     }
-    container.remove(*follower);
+    container.removeWithoutWaiting(*follower);
     return false;
 }
 
@@ -219,13 +228,13 @@ void RuvoTSTask::removeMyProxyDependents() {
         VornCriticalSection lock(lock_);
         mine.swap(followers_);
     }
-    // Without a lock: this waits for deliveries that are under way.
+    // Without a lock: this waits for who is being told at this moment.
     for (const auto& follower : mine) {
         VORN_LOG(4, "RuvoTSTask::removeMy... remove dependent"
                         << " TASK HANDLE=" << handle_
                         << " REFDEPENDENT=" << static_cast<const void*>(follower.get()));
         removeDependent(*follower);
-        VornNet::VornProxyDependentContainer::getInstance().remove(*follower);
+        VornNet::VornProxyDependentContainer::getInstance().removeWithoutWaiting(*follower);
     }
 }
 

@@ -18,6 +18,7 @@
 namespace RuvoService {
 
 class RuvoTSTaskDependent;
+class RuvoTSTaskNotification;
 class RuvoTSTaskThread;
 
 // One scheduled task: waits for its time, runs on a thread of its own, and then
@@ -89,7 +90,9 @@ public:
     // Registers a follower with the task, which holds it from then on, and with
     // VornProxyDependentContainer; false when the task is finished. unfollow() takes back the first one
     // with that name and handle; false when there is none. On return of
-    // unfollow() and removeMyProxyDependents() those removed are told no more.
+    // unfollow() and removeMyProxyDependents() those removed are told no more;
+    // what they have been told is still delivered, for which unfollow() only
+    // waits.
     bool follow(const VornSupport::VornSmartPointer<RuvoTSTaskDependent>& follower)
         VORN_EXCLUDES(lock_);
     bool unfollow(const std::string& remoteName, std::int32_t dependentHandle)
@@ -127,6 +130,7 @@ private:
     void begin() VORN_EXCLUDES(lock_);
     // setState(); false when the task had been finished before.
     bool change(State state, std::int32_t status) VORN_EXCLUDES(lock_);
+    void tell(const RuvoTSTaskNotification& notification) VORN_EXCLUDES(lock_);
     void startAgain(const char* word, RuvoTSSeconds next) VORN_EXCLUDES(lock_);
     static std::int32_t drawHandle();
 

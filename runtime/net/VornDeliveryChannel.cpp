@@ -330,26 +330,29 @@ bool VornDeliveryChannel::progress(std::size_t limit, VornPlatform::SocketWait& 
 }
 
 void VornDeliveryChannel::waitFor(std::vector<Pointer>& channels, std::size_t limit) {
+    while (!channels.empty()) sendRound(channels, limit, milliseconds::max());
+}
+
+void VornDeliveryChannel::sendRound(std::vector<Pointer>& channels, std::size_t limit,
+                                    milliseconds longest) {
     std::vector<VornPlatform::SocketWait> waits;
-    for (;;) {
-        waits.clear();
-        // While a name is looked up there is no socket to wait on.
-        Clock::time_point wakeUp = Clock::time_point::max();
-        std::erase_if(channels, [&](const Pointer& channel) {
-            VornPlatform::SocketWait wait;
-            Clock::time_point deadline;
-            if (channel->progress(limit, wait, deadline)) return true;
-            if (wait.socket == VornPlatform::kNoSocket) {
-                deadline = std::min(deadline, Clock::now() + milliseconds(10));
-            }
-            wakeUp = std::min(wakeUp, deadline);
-            waits.push_back(wait);
-            return false;
-        });
-        if (channels.empty()) return;
-        const auto left = std::chrono::ceil<milliseconds>(wakeUp - Clock::now()).count();
-        VornPlatform::waitReady(waits, static_cast<int>(std::max<long long>(left, 0)));
-    }
+    // While a name is looked up there is no socket to wait on.
+    Clock::time_point wakeUp = Clock::time_point::max();
+    std::erase_if(channels, [&](const Pointer& channel) {
+        VornPlatform::SocketWait wait;
+        Clock::time_point deadline;
+        if (channel->progress(limit, wait, deadline)) return true;
+        if (wait.socket == VornPlatform::kNoSocket) {
+            deadline = std::min(deadline, Clock::now() + milliseconds(10));
+        }
+        wakeUp = std::min(wakeUp, deadline);
+        waits.push_back(wait);
+        return false;
+    });
+    if (channels.empty() || longest <= milliseconds(0)) return;
+    const auto left = std::chrono::ceil<milliseconds>(wakeUp - Clock::now());
+    const auto wait = std::clamp(left, milliseconds(0), longest);
+    VornPlatform::waitReady(waits, static_cast<int>(wait.count()));
 }
 
 }  // namespace VornNet

@@ -52,6 +52,11 @@ public:
     // Sends until at most `limit` bytes of each channel are unsent or the
     // channel has failed. All of them share the waiting.
     static void waitFor(std::vector<Pointer>& channels, std::size_t limit);
+    // One step of that: takes out the channels that are done, and then waits,
+    // `longest` at most, until one of the others can be sent to or is to be
+    // given up.
+    static void sendRound(std::vector<Pointer>& channels, std::size_t limit,
+                          std::chrono::milliseconds longest);
 
 private:
     friend class VornDeliveryGathering;

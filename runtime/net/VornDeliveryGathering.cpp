@@ -1,5 +1,6 @@
 #include "runtime/net/VornDeliveryGathering.h"
 
+#include "runtime/net/VornDeliveryPump.h"
 #include "runtime/support/VornMutex.h"
 
 #include <utility>
@@ -26,10 +27,7 @@ VornDeliveryGathering* VornDeliveryGathering::current() { return currentGatherin
 void VornDeliveryGathering::settle() {
     if (++settled_ % kSweep == 0) dropLeft();
     if (stalled_.empty()) return;
-    for (const auto& channel : stalled_) {
-        VornMutexLock lock(channel->mutex_);
-        if (channel->stalledIn_ == this) channel->stalledIn_ = nullptr;
-    }
+    forgetStalled();
     VornDeliveryChannel::waitFor(stalled_, VornDeliveryChannel::kGather);
 }
 
@@ -43,15 +41,34 @@ void VornDeliveryGathering::dropLeft() {
     });
 }
 
-void VornDeliveryGathering::flush() {
-    settle();
-    if (held_.empty()) return;
+void VornDeliveryGathering::forgetStalled() {
+    for (const auto& channel : stalled_) {
+        VornMutexLock lock(channel->mutex_);
+        if (channel->stalledIn_ == this) channel->stalledIn_ = nullptr;
+    }
+}
+
+void VornDeliveryGathering::forgetHeld() {
     for (const auto& channel : held_) {
         VornMutexLock lock(channel->mutex_);
         if (channel->gatheredBy_ == this) channel->gatheredBy_ = nullptr;
     }
+}
+
+void VornDeliveryGathering::flush() {
+    settle();
+    if (held_.empty()) return;
+    forgetHeld();
     VornDeliveryChannel::waitFor(held_, 0);
     held_.clear();
+}
+
+void VornDeliveryGathering::handOver() {
+    forgetStalled();
+    stalled_.clear();
+    if (held_.empty()) return;
+    forgetHeld();
+    VornDeliveryPump::getInstance().take(std::exchange(held_, {}));
 }
 
 }  // namespace VornNet

@@ -29,6 +29,9 @@ public:
     // Sends everything held, waiting as settle() does. Call it when nothing
     // more is to be delivered for now.
     void flush();
+    // Sends everything held without waiting for anybody: what clients do not
+    // take at once, a thread of the library goes on sending.
+    void handOver();
 
     // The calling thread's gathering, or null.
     static VornDeliveryGathering* current();
@@ -41,6 +44,8 @@ private:
     static constexpr int kSweep = 64;
 
     void dropLeft();
+    void forgetStalled();
+    void forgetHeld();
 
     Channels held_;        // have unsent bytes, or had
     Channels stalled_;     // of those, the ones over the limit

@@ -1,6 +1,7 @@
 #include "runtime/net/VornProxyDependent.h"
 
 #include "runtime/net/VornDeliveryChannel.h"
+#include "runtime/net/VornDeliveryPump.h"
 
 #include <vector>
 
@@ -23,5 +24,7 @@ void VornProxyDependent::retire() {
     std::vector<VornDeliveryChannel::Pointer> channels{channel_};
     VornDeliveryChannel::waitFor(channels, 0);
 }
+
+void VornProxyDependent::retireLater() { VornDeliveryPump::getInstance().take({channel_}); }
 
 }  // namespace VornNet

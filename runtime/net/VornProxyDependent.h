@@ -54,8 +54,10 @@ private:
     friend class VornDeliveryChannel;
     friend class VornProxyDependentContainer;
 
-    // It is no longer registered: sends what is held for its client.
+    // It is no longer registered: sends what is held for its client, and waits
+    // for that, or has it sent.
     void retire();
+    void retireLater();
 
     const std::string remoteName_;
     const std::int32_t handle_;

@@ -52,18 +52,27 @@ void VornProxyDependentContainer::remove(const std::string& remoteName, std::int
 }
 
 bool VornProxyDependentContainer::remove(const VornProxyDependent& proxy) {
+    const Entry removed = take(proxy);
+    if (removed) removed->retire();
+    return static_cast<bool>(removed);
+}
+
+bool VornProxyDependentContainer::removeWithoutWaiting(const VornProxyDependent& proxy) {
+    const Entry removed = take(proxy);
+    if (removed) removed->retireLater();
+    return static_cast<bool>(removed);
+}
+
+VornProxyDependentContainer::Entry VornProxyDependentContainer::take(
+    const VornProxyDependent& proxy) {
     VornCriticalSection lock(lock_);
     const auto found = byKey_.find({proxy.getRemoteName(), proxy.getHandle()});
-    if (found == byKey_.end()) return false;
+    if (found == byKey_.end()) return nullptr;
     const auto& numbers = found->second;
     for (std::size_t i = 0; i < numbers.size(); ++i) {
-        if (places_[indexLocked(numbers[i])].proxy.get() != &proxy) continue;
-        const Entry removed = takeLocked(found, i);
-        lock.unlock();
-        removed->retire();
-        return true;
+        if (places_[indexLocked(numbers[i])].proxy.get() == &proxy) return takeLocked(found, i);
     }
-    return false;
+    return nullptr;
 }
 
 VornProxyDependentContainer::Entry VornProxyDependentContainer::takeLocked(

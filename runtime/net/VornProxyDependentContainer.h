@@ -33,6 +33,9 @@ public:
     void remove(const std::string& remoteName, std::int32_t handle);
     // Removes one entry, wherever it stands; false when it is not in here.
     bool remove(const VornProxyDependent& proxy);
+    // The same without waiting for the client: what is held for it is still sent,
+    // and its connection is closed after that.
+    bool removeWithoutWaiting(const VornProxyDependent& proxy);
 
     int size() const { return size_.load(std::memory_order_acquire); }
     // The entry at `index` (0 to size() - 1); null outside. The caller holds
@@ -62,6 +65,7 @@ private:
 
     VornProxyDependentContainer();
     std::size_t indexLocked(std::uint64_t number) const VORN_REQUIRES(lock_);
+    Entry take(const VornProxyDependent& proxy) VORN_EXCLUDES(lock_);
     Entry takeLocked(ByKey::iterator key, std::size_t which) VORN_REQUIRES(lock_);
 
     mutable VornSupport::VornCriticalSectionObject lock_;

@@ -5,6 +5,8 @@
 #include <chrono>
 #include <stdexcept>
 #include <string>
+#include <utility>
+#include <vector>
 
 namespace TestSupport {
 
@@ -41,6 +43,7 @@ public:
 
     std::uint16_t port() const { return address_.port(); }
     std::string remoteName() const { return "tcp:" + address_.text(); }
+    const VornPlatform::SocketAddress& address() const { return address_; }
     VornPlatform::Socket accept() const {
         awaitReadable(socket_);
         VornPlatform::Socket client;
@@ -61,6 +64,35 @@ public:
 private:
     VornPlatform::Socket socket_;
     VornPlatform::SocketAddress address_;
+};
+
+// A listener that cannot be reached: as many callers wait there to be accepted as
+// the system allows, so who calls now gets no answer until serve().
+class BusyListener {
+public:
+    BusyListener() {
+        for (;;) {
+            VornPlatform::Socket caller;
+            if (VornPlatform::startConnectTcp(listener_.address(), caller)) {
+                throw std::runtime_error("cannot call");
+            }
+            VornPlatform::SocketWait wait{.socket = caller.handle(), .wantWrite = true};
+            VornPlatform::waitReady({&wait, 1}, 100);
+            if (!wait.canWrite) return;  // its call is withdrawn
+            callers_.push_back(std::move(caller));
+        }
+    }
+
+    std::string remoteName() const { return listener_.remoteName(); }
+    // Accepts the next caller that is none of ours.
+    VornPlatform::Socket serve() {
+        for (; !callers_.empty(); callers_.pop_back()) listener_.accept();
+        return listener_.accept();
+    }
+
+private:
+    TcpListener listener_;
+    std::vector<VornPlatform::Socket> callers_;
 };
 
 }  // namespace TestSupport

@@ -8,6 +8,7 @@
 #include "runtime/support/VornException.h"
 #include "tests/runtime/net/TestProxy.h"
 #include "tests/support/TestListener.h"
+#include "tests/support/TestSupport.h"
 
 #include <gtest/gtest.h>
 
@@ -234,6 +235,59 @@ TEST_F(VornDeliveryGatheringTest, HoldsDeliveriesBackUntilItIsFlushed) {
     EXPECT_FALSE(listener.hasCaller());
     gathering.flush();
     EXPECT_EQ(readBytes(listener.accept(), 10), delivery(1, "x") + delivery(1, "x"));
+}
+
+TEST_F(VornDeliveryGatheringTest, HandsOverWithoutWaitingForAnybody) {
+    TestSupport::BusyListener busy;
+    TcpListener listener;
+    const auto unreachable = makeCounted<TestProxy>(busy.remoteName(), 1, "x");
+    const auto reachable = makeCounted<TestProxy>(listener.remoteName(), 2, "y");
+    const auto start = Clock::now();
+    {
+        VornDeliveryGathering gathering;
+        for (int i = 0; i < 3; ++i) {
+            unreachable->tell();
+            reachable->tell();
+            gathering.handOver();
+        }
+        EXPECT_EQ(readBytes(listener.accept(), 15),
+                  delivery(2, "y") + delivery(2, "y") + delivery(2, "y"));
+    }
+    EXPECT_LT(Clock::now() - start, std::chrono::seconds(10));
+    const Socket late = busy.serve();
+    EXPECT_EQ(readBytes(late, 15), delivery(1, "x") + delivery(1, "x") + delivery(1, "x"));
+}
+
+// What it has been told still comes, and then the connection ends.
+TEST_F(VornDeliveryGatheringTest, SendsWhatIsHeldForARegistrationThatIsGone) {
+    TestSupport::BusyListener busy;
+    auto& container = VornProxyDependentContainer::getInstance();
+    auto proxy = makeCounted<TestProxy>(busy.remoteName(), 1, "x");
+    container.add(proxy);
+    const auto start = Clock::now();
+    {
+        VornDeliveryGathering gathering;
+        proxy->tell();
+        EXPECT_TRUE(container.removeWithoutWaiting(*proxy));
+        EXPECT_FALSE(container.removeWithoutWaiting(*proxy));
+        EXPECT_EQ(container.lookup(busy.remoteName(), 1), nullptr);
+        proxy = nullptr;
+        gathering.handOver();
+    }
+    EXPECT_LT(Clock::now() - start, std::chrono::seconds(10));
+    EXPECT_EQ(readBytes(busy.serve(), 100), delivery(1, "x"));
+}
+
+// A client that stays away loses what is held, and the thread that sends ends.
+TEST_F(VornDeliveryGatheringTest, GivesUpAfterTheTimeForDeliveries) {
+    limits().deliveryMs = 100;
+    TestSupport::BusyListener busy;
+    const auto unreachable = makeCounted<TestProxy>(busy.remoteName(), 1, "x");
+    VornDeliveryGathering gathering;
+    unreachable->tell();
+    gathering.handOver();
+    EXPECT_TRUE(TestSupport::waitUntil(
+        [&] { return messageOf(*unreachable).find("back-off") != std::string::npos; }));
 }
 
 TEST_F(VornDeliveryGatheringTest, SendsWhenSixteenKibibytesAreHeld) {
