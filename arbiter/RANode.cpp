@@ -71,6 +71,34 @@ bool RuvoRAEngine::RANode::isLocked() const {
     return locked_ != kFree;
 }
 
+// ---- announcing ------------------------------------------------------------------
+
+// The event. Under the engine's lock, so that listeners see the changes of a
+// node in the order in which they happened.
+void RuvoRAEngine::RANode::announceLocked(const char* operation, std::int32_t state) {
+    VORN_LOG(9, "RuvoRAEngine::RANode::" << operation << "(" << getNodeName() << "): enter");
+    RuvoNNEngine* const notifier = engine_.notifier_;
+    if (notifier == nullptr) return;
+    const std::string name(getNodeName());
+    notifier->produce(VornSupport::makeCounted<RuvoNNEventNotification>(
+        "udp:127.0.0.1", "VornRAEvent:" + name, name, static_cast<std::int32_t>(sizeof state),
+        reinterpret_cast<const char*>(&state)));
+}
+
+// The requests that wait. Under no lock: a thousand of them are woken here, and
+// each wants the engine's lock at once. None wakes before all have been told, so
+// that the first one's way to its answer is free.
+template <class Notification>
+void RuvoRAEngine::RANode::tellDependents(const char* operation) {
+    VORN_LOG(9, "RuvoRAEngine::RANode::"
+                    << operation << "(" << getNodeName()
+                    << "): sending notifications to local dependents");
+    RuvoRAWakeUps wakeUps;
+    notify(Notification(&wakeUps));
+    wakeUps.wakeAll();
+    VORN_LOG(9, "RuvoRAEngine::RANode::" << operation << "(" << getNodeName() << "): exit");
+}
+
 // ---- locking ---------------------------------------------------------------------
 
 bool RuvoRAEngine::RANode::lock(int waitMs, VornNet::VornConnection* client) {
@@ -106,7 +134,7 @@ bool RuvoRAEngine::RANode::tryLock(int waitMs) {
         announceLocked(kLocking, kLocked);
         locked_ = kLocked;
     }
-    tellDependents(kLocking, RANodeLocked());
+    tellDependents<RANodeLocked>(kLocking);
     return true;
 }
 
@@ -135,31 +163,6 @@ bool RuvoRAEngine::RANode::setFree() {
     return true;
 }
 
-void RuvoRAEngine::RANode::tellUnlocked() { tellDependents(kUnlocking, RANodeUnlocked()); }
-
-// ---- announcing ------------------------------------------------------------------
-
-// The event. Under the engine's lock, so that listeners see the changes of a
-// node in the order in which they happened.
-void RuvoRAEngine::RANode::announceLocked(const char* operation, std::int32_t state) {
-    VORN_LOG(9, "RuvoRAEngine::RANode::" << operation << "(" << getNodeName() << "): enter");
-    RuvoNNEngine* const notifier = engine_.notifier_;
-    if (notifier == nullptr) return;
-    const std::string name(getNodeName());
-    notifier->produce(VornSupport::makeCounted<RuvoNNEventNotification>(
-        "udp:127.0.0.1", "VornRAEvent:" + name, name, static_cast<std::int32_t>(sizeof state),
-        reinterpret_cast<const char*>(&state)));
-}
-
-// The requests that wait. Under no lock: a thousand of them are woken here, and
-// each wants the engine's lock at once.
-void RuvoRAEngine::RANode::tellDependents(const char* operation,
-                                          const RANodeNotification& notification) {
-    VORN_LOG(9, "RuvoRAEngine::RANode::"
-                    << operation << "(" << getNodeName()
-                    << "): sending notifications to local dependents");
-    notify(notification);
-    VORN_LOG(9, "RuvoRAEngine::RANode::" << operation << "(" << getNodeName() << "): exit");
-}
+void RuvoRAEngine::RANode::tellUnlocked() { tellDependents<RANodeUnlocked>(kUnlocking); }
 
 }  // namespace RuvoService

@@ -17,6 +17,7 @@
 namespace RuvoService {
 
 class RuvoNNEngine;
+class RuvoRAWakeUps;
 
 // The engine "Arbiter": named locks, which form a tree, for tools that must not
 // work on one thing at once. A lock is granted under a handle and stays until
@@ -30,18 +31,25 @@ class RuvoNNEngine;
 // a node come in the order of its changes; the queue's locks are taken after it.
 class VORN_EXPORT RuvoRAEngine : public RuvoEngineBase {
 public:
-    // What a node tells the requests that wait for it. Each of them wakes.
+    // What a node tells the requests that wait for it. Each of them wakes, by way
+    // of `wakeUps` where there is one.
     class VORN_EXPORT RANodeNotification : public VornSupport::VornNotification {
     public:
-        explicit RANodeNotification(int kind) : VornNotification(kind) {}
+        explicit RANodeNotification(int kind, RuvoRAWakeUps* wakeUps = nullptr)
+            : VornNotification(kind), wakeUps_(wakeUps) {}
+        RuvoRAWakeUps* wakeUps() const { return wakeUps_; }
+
+    private:
+        RuvoRAWakeUps* const wakeUps_;
     };
     class VORN_EXPORT RANodeLocked final : public RANodeNotification {
     public:
-        RANodeLocked() : RANodeNotification(1) {}
+        explicit RANodeLocked(RuvoRAWakeUps* wakeUps = nullptr) : RANodeNotification(1, wakeUps) {}
     };
     class VORN_EXPORT RANodeUnlocked final : public RANodeNotification {
     public:
-        RANodeUnlocked() : RANodeNotification(0) {}
+        explicit RANodeUnlocked(RuvoRAWakeUps* wakeUps = nullptr)
+            : RANodeNotification(0, wakeUps) {}
     };
 
     // One lock. A node says nothing about those below it: "a" and "a:b" are two
@@ -88,7 +96,8 @@ public:
         void tellUnlocked();
         void announceLocked(const char* operation, std::int32_t state)
             VORN_REQUIRES(engine_.lock_);
-        void tellDependents(const char* operation, const RANodeNotification& notification);
+        template <class Notification>
+        void tellDependents(const char* operation);
 
         RuvoRAEngine& engine_;
         const std::shared_ptr<const char[]> path_;

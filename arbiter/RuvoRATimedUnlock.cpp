@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <new>
 
 namespace RuvoService {
 namespace {
@@ -19,9 +20,22 @@ constexpr milliseconds kLookForClient{1000};
 
 }  // namespace
 
+void RuvoRAWakeUps::add(const EventPointer& event) noexcept {
+    try {
+        events_.push_back(event);
+    } catch (const std::bad_alloc&) {
+        event->set();
+    }
+}
+
+void RuvoRAWakeUps::wakeAll() {
+    for (const EventPointer& event : events_) event->set();
+    events_.clear();
+}
+
 RuvoRATimedUnlock::RuvoRATimedUnlock(RuvoRAEngine::RANode& node, VornNet::VornConnection* client)
     : node_(node), client_(client) {
-    if (client_ != nullptr) client_->setAbortEvent(&eventUnlock_);
+    if (client_ != nullptr) client_->setAbortEvent(eventUnlock_.get());
     node_.addDependent(*this);
 }
 
@@ -47,7 +61,7 @@ bool RuvoRATimedUnlock::wait(int waitMs) {
             if (left <= milliseconds::zero()) return false;
             slice = std::min(slice, left);
         }
-        eventUnlock_.wait(slice == milliseconds::max() ? VornSupport::VornEvent::kForever
+        eventUnlock_->wait(slice == milliseconds::max() ? VornSupport::VornEvent::kForever
                                                        : static_cast<int>(slice.count()));
     }
     VORN_LOG(9, "RuvoRATimedUnlock::wait: node unlocked before timer expired");
@@ -55,10 +69,19 @@ bool RuvoRATimedUnlock::wait(int waitMs) {
 }
 
 void RuvoRATimedUnlock::handleNotification(VornSupport::VornCollaborator&,
-                                           const VornSupport::VornNotification&) {
+                                           const VornSupport::VornNotification& notification) {
     VORN_LOG(9, "RuvoRATimedUnlock::handleNotification: enter");
     VORN_LOG(9, "RuvoRATimedUnlock::handleNotification: setting eventUnlock");
-    if (!unlocked_.exchange(true)) eventUnlock_.set();
+    if (!unlocked_.exchange(true)) {
+        const auto* const ofNode =
+            dynamic_cast<const RuvoRAEngine::RANodeNotification*>(&notification);
+        RuvoRAWakeUps* const wakeUps = ofNode != nullptr ? ofNode->wakeUps() : nullptr;
+        if (wakeUps != nullptr) {
+            wakeUps->add(eventUnlock_);
+        } else {
+            eventUnlock_->set();
+        }
+    }
     VORN_LOG(9, "RuvoRATimedUnlock::handleNotification: exit");
 }
 

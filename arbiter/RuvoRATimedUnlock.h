@@ -5,8 +5,24 @@
 #include "runtime/support/VornEvent.h"
 
 #include <atomic>
+#include <memory>
+#include <vector>
 
 namespace RuvoService {
+
+// The events of waits that are to end. Each is set after the walk through all of
+// them, when the waits themselves may be over and gone. One thread.
+class RuvoRAWakeUps {
+public:
+    using EventPointer = std::shared_ptr<VornSupport::VornEvent>;
+
+    // Sets it at once when there is no memory.
+    void add(const EventPointer& event) noexcept;
+    void wakeAll();
+
+private:
+    std::vector<EventPointer> events_;
+};
 
 // One request's wait for a node, on the stack of its thread. From construction
 // to destruction it is told what happens to the node.
@@ -31,7 +47,8 @@ private:
     RuvoRAEngine::RANode& node_;
     VornNet::VornConnection* const client_;
     std::atomic<bool> unlocked_{false};
-    VornSupport::VornEvent eventUnlock_;  // also set when the connection is broken off
+    // Also set when the connection is broken off.
+    const RuvoRAWakeUps::EventPointer eventUnlock_ = std::make_shared<VornSupport::VornEvent>();
 };
 
 }  // namespace RuvoService

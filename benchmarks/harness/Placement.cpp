@@ -65,6 +65,13 @@ Placement widestPlacement() { return placements().back(); }
 
 int serverProcessor() { return processorsAtStart().front(); }
 
+void useAllProcessors(pid_t process) {
+    for (const auto& thread :
+         std::filesystem::directory_iterator("/proc/" + std::to_string(process) + "/task")) {
+        pinTo(processorsAtStart(), std::stoi(thread.path().filename().string()));
+    }
+}
+
 bool raisePriority() { return ::setpriority(PRIO_PROCESS, 0, kNice) == 0; }
 
 }  // namespace RuvoBench

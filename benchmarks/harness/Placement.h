@@ -40,6 +40,10 @@ std::vector<Placement> placements();
 Placement widestPlacement();
 int serverProcessor();
 
+// Lets a running process, with all its threads, use every processor of the
+// program's.
+void useAllProcessors(pid_t process);
+
 // Asks for a scheduling priority above that of ordinary programs for this
 // process and everything it starts; false where that needs a privilege.
 bool raisePriority();

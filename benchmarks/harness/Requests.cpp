@@ -43,6 +43,19 @@ std::string registerRequest(std::string_view signature, std::string_view remoteN
     return bytes;
 }
 
+std::string lockRequest(std::string_view path, std::int32_t waitMs) {
+    std::string bytes = requestTo("Arbiter", "RUVO_RA_LOCK");
+    appendString(bytes, path);
+    appendInt(bytes, waitMs);
+    return bytes;
+}
+
+std::string unlockRequest(std::int32_t handle) {
+    std::string bytes = requestTo("Arbiter", "RUVO_RA_UNLOCK");
+    appendInt(bytes, handle);
+    return bytes;
+}
+
 std::string notifyRequest(const Event& event) {
     std::string bytes = requestTo("Notifier", "RUVO_NN_NOTIFY");
     appendString(bytes, event.sender);

@@ -19,6 +19,9 @@ std::string getProgressRequest(std::int32_t job);
 std::string registerRequest(std::string_view signature, std::string_view remoteName,
                             std::int32_t handle);
 
+std::string lockRequest(std::string_view path, std::int32_t waitMs);
+std::string unlockRequest(std::int32_t handle);
+
 struct Event {
     std::string sender = "udp:127.0.0.1";
     std::string name;

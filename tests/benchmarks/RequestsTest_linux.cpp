@@ -25,6 +25,16 @@ TEST(Requests, RegisterGivesSignatureRemoteNameAndHandle) {
               registerRequest("^x", "tcp:h", -1));
 }
 
+TEST(Requests, LockGivesThePathBeforeTheWait) {
+    EXPECT_EQ(kCode + "\0\0\0\x07" "Arbiter\0\0\0\x0cRUVO_RA_LOCK\0\0\0\x03" "a:b\xff\xff\xff\xff"s,
+              lockRequest("a:b", -1));
+}
+
+TEST(Requests, UnlockGivesTheHandle) {
+    EXPECT_EQ(kCode + "\0\0\0\x07" "Arbiter\0\0\0\x0eRUVO_RA_UNLOCK\0\0\1\x02"s,
+              unlockRequest(258));
+}
+
 TEST(Requests, NotifyGivesItsFourTextsInOrder) {
     const Event event{.sender = "s", .name = "nn", .message = "mmm", .data = "\0d"s};
     EXPECT_EQ(kCode + "\0\0\0\x08Notifier\0\0\0\x0eRUVO_NN_NOTIFY\0\0\0\x01s\0\0\0\x02nn"
