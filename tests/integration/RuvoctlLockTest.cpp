@@ -82,13 +82,15 @@ TEST_F(RuvoctlLocks, RunsACommandWhileTheyAreHeld) {
 
 TEST_F(RuvoctlLocks, LetTheCommandReadWhatIsTyped) {
     Arguments line = {"sh", "-c", "echo typed | \"$@\"", "sh"};
-    const auto words = shell("read -r word; echo \"<$word>\"", "findstr typed");
+    const auto words =
+        isClientEmulated() ? Arguments{"cmd", "/v:on", "/c", "set /p word=& echo ^<!word!^>"}
+                           : Arguments{"sh", "-c", "read -r word; echo \"<$word>\""};
     for (const std::string& word : ruvoctlLine(withPort(locking({"stdin"}, words)))) {
         line.push_back(word);
     }
     const ClientRun done = runProgram(line);
     EXPECT_EQ(done.status, 0) << done.errors;
-    EXPECT_THAT(done.output, HasSubstr("typed"));
+    EXPECT_EQ(done.output, "<typed>\n");
 }
 
 TEST_F(RuvoctlLocks, KeepOthersOut) {

@@ -92,9 +92,10 @@ TEST_F(ForegroundWindowsTest, RunsBatchFilesWithTheirArguments) {
     const std::string out = file("out");
     for (const std::string name : {"plain.bat", "with blank.cmd", "a&b(1).BAT"}) {
         TestSupport::writeFile(
-            file(name), "@echo %~1> \"" + out + "\"\r\n@echo %~2>> \"" + out + "\"\r\n@exit 7\r\n");
+            file(name), "@echo %~1> \"" + out + "\"\r\n@echo \"%~2\">> \"" + out +
+                            "\"\r\n@exit 7\r\n");
         EXPECT_EQ(run({file(name), "one two", "x&y"}), 7) << name;
-        EXPECT_EQ(read("out"), "one two\nx&y\n") << name;
+        EXPECT_EQ(read("out"), "one two\n\"x&y\"\n") << name;
     }
     EXPECT_EQ(refusalOf({file("plain.bat"), "%PATH%"}), OsCondition::InvalidArgument);
     EXPECT_EQ(refusalOf({file("plain.bat"), "a\"&calc"}), OsCondition::InvalidArgument);
