@@ -177,8 +177,13 @@ TEST_F(RuvoctlLockNative, SurvivesTheEndOfTheSessionWhenItIsToldSo) {
          locking("a", ": > ready; until [ -e go ]; do sleep 0.01; done; echo done > out")) {
         all.push_back(word);
     }
+    const auto handle = locks().lock("a");
+    ASSERT_TRUE(handle);
     ClientProcess running(all);
-    ASSERT_TRUE(appears("ready"));
+    ASSERT_TRUE(isWaitedFor("a"));
+    running.signal(SIGHUP);
+    locks().unlock(*handle);
+    ASSERT_TRUE(appears("ready")) << running.errors();
     running.signal(SIGHUP);
     EXPECT_FALSE(isFree("a"));
     writeFile(file("go"), "");

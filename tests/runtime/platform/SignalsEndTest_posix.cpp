@@ -17,6 +17,7 @@ namespace {
 using TestSupport::waitUntil;
 
 std::atomic<int> lastSignal{0};
+std::atomic<bool> hungUp{false};
 std::atomic<bool> reachedOthers{true};
 std::atomic<int> grace{0};
 std::atomic<int> others{0};
@@ -45,6 +46,7 @@ TEST(SignalsEnd, TellsWhatWasAskedAndLeavesIgnoredSignalsAlone) {
                                .end = [](const EndRequest& request) {
                                    reachedOthers = request.reachedOthers;
                                    grace = request.graceMs;
+                                   if (request.signal == SIGHUP) hungUp = true;
                                    lastSignal = request.signal;
                                }}));
     ::kill(::getpid(), SIGHUP);
@@ -54,6 +56,7 @@ TEST(SignalsEnd, TellsWhatWasAskedAndLeavesIgnoredSignalsAlone) {
         EXPECT_FALSE(reachedOthers);  // no terminal sent it
         EXPECT_EQ(grace, -1);
     }
+    EXPECT_FALSE(hungUp);
     EXPECT_EQ(others, 0);
     tellStopped();
 
