@@ -63,7 +63,8 @@ RuvoTSEngine::RuvoTSEngine(RuvoNNEngine* notifier)
     RuvoTSTaskSet::getInstance();
     RuvoTSNotifier::getInstance().connect(notifier_);
     setUtcOffset(utcOffsetMinutes());
-    VornPlatform::provideInterpreter(VornPlatform::folderOfModuleAt(&addressInThisModule));
+    hasInterpreter_ =
+        VornPlatform::provideInterpreter(VornPlatform::folderOfModuleAt(&addressInThisModule));
     VornEventMonitorManager::getInstance().announce(
         RuvoTSFollowEngine::kName, [this] { return std::make_unique<RuvoTSFollowEngine>(*this); });
 }
@@ -77,6 +78,10 @@ RuvoTSEngine::~RuvoTSEngine() {
 
 bool RuvoTSEngine::initialize() {
     VORN_LOG(9, "RuvoTSEngine::initialize enter");
+    if (!hasInterpreter_) {
+        VORN_LOG(2, "RuvoTSEngine::initialize: there is no command interpreter (cmd): the commands "
+                    "of tasks will end with status 127");
+    }
     RuvoTSNotifier::getInstance().connect(notifier_);
     RuvoTSRuns::getInstance().open();
     RuvoTSTaskSet::getInstance().open(&recover);

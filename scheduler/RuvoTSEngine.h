@@ -52,6 +52,7 @@ private:
     static void letGo();
 
     RuvoNNEngine* const notifier_;
+    bool hasInterpreter_ = false;
 };
 
 }  // namespace RuvoService

@@ -121,8 +121,7 @@ std::optional<std::int32_t> RuvoTSExecTask::runtaskonsystem() {
 
 std::optional<std::int32_t> RuvoTSExecTask::runBatchFile(const std::string& file) const {
     VornPlatform::ProcessHandle process;
-    if (const auto error =
-            VornPlatform::startProcess(VornPlatform::batchCommand(file), process)) {
+    if (const auto error = VornPlatform::startBatch(file, process)) {
         VORN_LOG(2, "RuvoTSExecTask::runtaskonsystem: cannot start the command interpreter for "
                         << getName() << ": " << error.text());
         const bool missing = error.condition() == VornPlatform::OsCondition::NotFound;

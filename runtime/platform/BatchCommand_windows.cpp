@@ -1,5 +1,9 @@
 #include "runtime/platform/BatchCommand.h"
 
+#include "runtime/platform/WideText_windows.h"
+
+#include <windows.h>
+
 #include <string_view>
 
 namespace VornPlatform {
@@ -12,6 +16,19 @@ std::string batchCommand(const std::string& file) {
     return "cmd /c \"\"" + file + "\"\"";
 }
 
-bool provideInterpreter(const std::string&) { return true; }
+OsError startBatch(const std::string& file, ProcessHandle& process) {
+    const std::string program = interpreterPath();
+    if (program.empty()) return OsError(ERROR_FILE_NOT_FOUND);
+    return startProcess(program, batchCommand(file), process);
+}
+
+std::string interpreterPath() {
+    wchar_t folder[MAX_PATH];
+    const UINT length = ::GetSystemDirectoryW(folder, MAX_PATH);
+    if (length == 0 || length >= MAX_PATH) return {};
+    return toUtf8(std::wstring(folder, length) + L"\\cmd.exe");
+}
+
+bool provideInterpreter(const std::string&) { return !interpreterPath().empty(); }
 
 }  // namespace VornPlatform

@@ -50,6 +50,8 @@ private:
     friend OsError startProcess(const std::string& commandLine, ProcessHandle& process);
     friend OsError startInForeground(const std::vector<std::string>& words,
                                      ProcessHandle& process);
+    friend OsError startProcess(const std::string& program, const std::string& commandLine,
+                                ProcessHandle& process);
     static constexpr std::intptr_t kNone = -1;
 
     // Becomes the handle of a child that has just been started. Linux: `handle`
@@ -81,5 +83,10 @@ private:
 // A line that is empty, holds a zero byte or does not end its quotes is an
 // invalid argument.
 VORN_EXPORT OsError startProcess(const std::string& commandLine, ProcessHandle& process);
+
+// The same for the program at `program`, a whole path: it is not looked for, and
+// the line's first word is only what the program is told of its name.
+VORN_EXPORT OsError startProcess(const std::string& program, const std::string& commandLine,
+                                 ProcessHandle& process);
 
 }  // namespace VornPlatform

@@ -151,14 +151,10 @@ bool isProgram(const std::string& path) {
            ::access(path.c_str(), X_OK) == 0;
 }
 
-OsError spawn(std::vector<std::string>& arguments, pid_t& process) {
+OsError spawn(const std::string& program, std::vector<std::string>& arguments, pid_t& process) {
     std::vector<char*> texts;
     for (std::string& argument : arguments) texts.push_back(argument.data());
     texts.push_back(nullptr);
-    std::string program = arguments.front();
-    if (program.find('/') == std::string::npos && isProgram("./" + program)) {
-        program.insert(0, "./");
-    }
     const SpawnSettings settings;
     return OsError(::posix_spawnp(&process, program.c_str(), &settings.actions,
                                   &settings.attributes, texts.data(), environ));
@@ -167,13 +163,20 @@ OsError spawn(std::vector<std::string>& arguments, pid_t& process) {
 }  // namespace
 
 OsError startProcess(const std::string& commandLine, ProcessHandle& process) {
+    return startProcess({}, commandLine, process);
+}
+
+OsError startProcess(const std::string& program, const std::string& commandLine,
+                     ProcessHandle& process) {
     std::vector<std::string> arguments;
     if (commandLine.find('\0') != std::string::npos || !splitCommandLine(commandLine, arguments) ||
         arguments.empty() || arguments.front().empty()) {
         return OsError(EINVAL);
     }
+    std::string found = program.empty() ? arguments.front() : program;
+    if (found.find('/') == std::string::npos && isProgram("./" + found)) found.insert(0, "./");
     pid_t id = 0;
-    if (const OsError error = spawn(arguments, id)) return error;
+    if (const OsError error = spawn(found, arguments, id)) return error;
     return process.adopt(id, ProcessHandle::kNone);
 }
 

@@ -41,6 +41,12 @@ std::string_view trimmed(std::string_view line) {
 }  // namespace
 
 OsError startProcess(const std::string& commandLine, ProcessHandle& process) {
+    return startProcess({}, commandLine, process);
+}
+
+OsError startProcess(const std::string& program, const std::string& commandLine,
+                     ProcessHandle& process) {
+    const std::wstring path = toWide(program);
     std::wstring line = toWide(trimmed(commandLine));
     if (line.empty() || line.find(L'\0') != std::wstring::npos) {
         return OsError(ERROR_INVALID_PARAMETER);
@@ -58,7 +64,7 @@ OsError startProcess(const std::string& commandLine, ProcessHandle& process) {
     startup.StartupInfo.hStdError = null.handle;
     startup.lpAttributeList = inherited.list();
     PROCESS_INFORMATION started{};
-    if (!::CreateProcessW(nullptr, line.data(), nullptr, nullptr, TRUE,
+    if (!::CreateProcessW(path.empty() ? nullptr : path.c_str(), line.data(), nullptr, nullptr, TRUE,
                           CREATE_NO_WINDOW | EXTENDED_STARTUPINFO_PRESENT, nullptr, nullptr,
                           &startup.StartupInfo, &started)) {
         return OsError::last();

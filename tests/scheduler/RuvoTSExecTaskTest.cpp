@@ -159,6 +159,18 @@ TEST_F(RuvoTSExecTaskTest, SaysWhenTheBatchFileCannotBeWritten) {
     EXPECT_EQ(log.beginning("RuvoTSTaskThread::runtaskonsystem script ").size(), 0u);
 }
 
+// An interpreter that somebody left where the daemon works is not ours.
+TEST_F(RuvoTSExecTaskTest, RunsWithOurInterpreterWhateverLiesInTheWorkingDirectory) {
+    TestSupport::TemporaryDirectory work;
+    const TestSupport::WorkingDirectory there(work.text());
+    for (const std::string name : {"cmd", "cmd.exe"}) {
+        TestSupport::writeFile(work.file(name), "#!/bin/sh\nexit 66\n");
+        std::filesystem::permissions(TestSupport::toPath(work.file(name)),
+                                     std::filesystem::perms::owner_all);
+    }
+    EXPECT_EQ(run({.appName = "exit", .params = "3"}), 3);
+}
+
 TEST_F(RuvoTSExecTaskTest, RunsInAFolderWhoseNameHasBlanks) {
     std::filesystem::create_directory(TestSupport::toPath(folder_.file("a b")));
     const TestSupport::Variable blanks("TEMP", folder_.file("a b"));

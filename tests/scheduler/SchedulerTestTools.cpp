@@ -112,7 +112,7 @@ OpenTaskSet::~OpenTaskSet() {
 }
 
 OpenScheduler::OpenScheduler()
-    : notifier_(std::make_unique<RuvoNNEngine>()),
+    : notifier_((provideCommandInterpreter(), std::make_unique<RuvoNNEngine>())),
       engine_(std::make_unique<RuvoTSEngine>(notifier_.get())),
       events_(VornSupport::makeCounted<EventLog>()) {
     VornProxyDependentContainer::getInstance().add(events_);

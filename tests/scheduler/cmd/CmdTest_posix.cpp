@@ -37,7 +37,11 @@ protected:
     // Runs a batch file of this text.
     int run(const std::string& text) {
         writeFile(file("x.bat"), text);
-        return start(VornPlatform::batchCommand(file("x.bat")));
+        VornPlatform::ProcessHandle process;
+        const auto error = VornPlatform::startBatch(file("x.bat"), process);
+        EXPECT_FALSE(error) << error.text();
+        EXPECT_TRUE(process.wait(kPatienceMs));
+        return process.exitCode();
     }
     std::string file(std::string_view name) const { return directory_.file(name); }
 
