@@ -18,6 +18,7 @@
 #include "scheduler/RuvoTSTaskSet.h"
 #include "scheduler/RuvoTSTime.h"
 
+#include <exception>
 #include <memory>
 #include <string_view>
 #include <utility>
@@ -83,8 +84,15 @@ bool RuvoTSEngine::initialize() {
                     "of tasks will end with status 127");
     }
     RuvoTSNotifier::getInstance().connect(notifier_);
-    RuvoTSRuns::getInstance().open();
-    RuvoTSTaskSet::getInstance().open(&recover);
+    try {
+        RuvoTSRuns::getInstance().open();
+        RuvoTSTaskSet::getInstance().open(&recover);
+    } catch (const std::exception& e) {
+        // No task must run that no command finds.
+        VORN_LOG(2, "RuvoTSEngine::initialize: exception: " << e.what());
+        letGo();
+        return false;
+    }
     VORN_LOG(9, "RuvoTSEngine::initialize exit ");
     return true;
 }

@@ -110,7 +110,12 @@ std::optional<std::int32_t> RuvoTSExecTask::runtaskonsystem() {
     if (writeBatchFile(file, batchText())) {
         VORN_LOG(9, "RuvoTSTaskThread::runtaskonsystem script "
                         << " cmdline=" << commandLine());
-        status = runBatchFile(file);
+        try {
+            status = runBatchFile(file);
+        } catch (...) {
+            VornPlatform::removeFile(file);
+            throw;
+        }
         if (!status) return {};  // the interpreter may still read the file
         VornPlatform::removeFile(file);
     }

@@ -1,10 +1,17 @@
 #include "scheduler/RuvoTSRuns.h"
 
 #include <chrono>
+#include <thread>
 
 namespace RuvoService {
 
 using VornSupport::VornMutexLock;
+
+namespace {
+
+constexpr int kShortageMs = 100;
+
+}  // namespace
 
 RuvoTSRuns& RuvoTSRuns::getInstance() {
     static RuvoTSRuns* const instance = new RuvoTSRuns;
@@ -24,7 +31,15 @@ void RuvoTSRuns::end() {
 
 bool RuvoTSRuns::pause(int ms) { return stopping_.wait(ms) == 0; }
 
+bool RuvoTSRuns::pauseForShortage() {
+    std::this_thread::sleep_for(std::chrono::milliseconds(kShortageMs));
+    VornMutexLock lock(mutex_);
+    return open_;
+}
+
 void RuvoTSRuns::open() {
+    // Not when it is first needed: a command would have been started then.
+    stopping_.getHandle();
     VornMutexLock lock(mutex_);
     open_ = true;
     stopping_.reset();

@@ -41,10 +41,14 @@ public:
     Token begin() VORN_EXCLUDES(mutex_);
     // One of the pauses that a run makes. False, at once, when the service stops.
     bool pause(int ms);
-    // On from stop() to open().
+    // Before something is tried again that memory, threads or descriptors were
+    // missing for: 100 ms. False when the service stops.
+    bool pauseForShortage() VORN_EXCLUDES(mutex_);
+    // On from stop() to open(), which makes it.
     VornPlatform::NativeSignal::Handle stopSignal() { return stopping_.getHandle(); }
 
-    // Runs may begin, as they may in a new process.
+    // Runs may begin, as they may in a new process. Throws VornException when the
+    // system has no handle for the signal.
     void open() VORN_EXCLUDES(mutex_);
     // No run begins from here on. Waits for those under way, `ms` milliseconds
     // at most; false when some are left.

@@ -5,6 +5,8 @@
 #include "runtime/platform/OwnFile.h"
 #include "runtime/support/VornLogging.h"
 
+#include <exception>
+
 namespace RuvoService {
 
 using VornPlatform::OwnFile;
@@ -116,6 +118,17 @@ bool RuvoTSStore::finish() {
         VORN_LOG(2, "RuvoTSTaskSet::recordTaskSet: " << names_.current << " is written again");
     }
     return true;
+}
+
+void RuvoTSStore::abandon(const char* reason) noexcept {
+    try {
+        file_.close();
+        std::string().swap(buffer_);
+        VornPlatform::removeFile(names_.fresh);
+        note("cannot write " + names_.fresh + ": " + reason + "; the old store stays");
+    } catch (const std::exception&) {
+        VORN_LOG(2, "RuvoTSTaskSet::recordTaskSet: no memory; the old store stays");
+    }
 }
 
 void RuvoTSStore::note(const std::string& condition) {

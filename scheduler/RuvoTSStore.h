@@ -39,6 +39,8 @@ public:
     void settle();
     // Makes the new store the store. False: it is the old one still.
     bool finish();
+    // After an exception since begin(): as a failing disk.
+    void abandon(const char* reason) noexcept;
 
     // Gives each line of a store to `visit`, without its "\n". False, with the
     // reason, when there is a file that cannot be read to its end, or that others

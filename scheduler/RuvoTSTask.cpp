@@ -15,6 +15,8 @@
 #include "scheduler/RuvoTSTaskThread.h"
 
 #include <algorithm>
+#include <exception>
+#include <typeinfo>
 
 namespace RuvoService {
 
@@ -24,7 +26,6 @@ using VornSupport::VornSmartPointer;
 namespace {
 
 constexpr int kMostDraws = 100;
-constexpr std::int32_t kRetrySeconds = 1;  // while the system has no thread to give
 
 }  // namespace
 
@@ -73,38 +74,83 @@ void RuvoTSTask::begin() {
 
 void RuvoTSTask::setState(State state, std::int32_t status) { change(state, status); }
 
-bool RuvoTSTask::change(State state, std::int32_t status) {
+bool RuvoTSTask::change(State state, std::int32_t status) noexcept {
     VornCriticalSection lock(lock_);
     if (finished_ && state != Ended) return false;
     state_ = state;
     if (state == Ended) status_ = status;
     const bool told = !finished_;
     if (state == Finished) finished_ = true;
-    const auto notification = VornSupport::makeCounted<RuvoTSTaskNotification>(
-        handle_, state, status, ++changes_);
-    RuvoTSNotifier::getInstance().raise(handle_, state);
+    const RuvoTSTaskNotification notification(handle_, state, status, ++changes_);
+    raise(state);
     lock.unlock();
-    if (told) tell(*notification);
+    if (told) tell(notification);
     return told;
 }
 
+void RuvoTSTask::raise(State state) noexcept {
+    try {
+        RuvoTSNotifier::getInstance().raise(handle_, state);
+    } catch (const std::exception& e) {
+        VORN_LOG(2, "RuvoTSTask::setState: the event of a state is lost: " << e.what());
+    }
+}
+
 // Neither a run nor a cancel waits for followers that cannot be reached.
-void RuvoTSTask::tell(const RuvoTSTaskNotification& notification) {
-    if (VornNet::VornDeliveryGathering::current() != nullptr) return notify(notification);
-    VornNet::VornDeliveryGathering gathering;
-    notify(notification);
-    gathering.handOver();
+void RuvoTSTask::tell(const RuvoTSTaskNotification& notification) noexcept {
+    try {
+        if (VornNet::VornDeliveryGathering::current() != nullptr) return notify(notification);
+        VornNet::VornDeliveryGathering gathering;
+        notify(notification);
+        gathering.handOver();
+    } catch (const std::exception& e) {
+        VORN_LOG(2, "RuvoTSTask::setState: not every follower was told: " << e.what());
+    }
 }
 
 void RuvoTSTask::handleNotification(VornSupport::VornCollaborator& source,
                                     const VornSupport::VornNotification& notification) {
-    const std::string kindOfNotification = notification.getClassName();
-    if (kindOfNotification.find("RuvoTSTimer") != std::string::npos) {
+    // Not getClassName(), whose copy takes memory. This one has the class's name
+    // in it, among others.
+    const std::string_view name = typeid(notification).name();
+    if (name.find("RuvoTSTimer") != name.npos) {
         const auto run = RuvoTSRuns::getInstance().begin();
-        if (run) performTask();
-    } else if (kindOfNotification.find("RuvoTSThreadDone") != std::string::npos) {
-        source.removeDependent(*this);
-        rescheduleTask();
+        if (run) startRun();
+    } else if (name.find("RuvoTSThreadDone") != name.npos) {
+        try {
+            source.removeDependent(*this);
+        } catch (const std::exception& e) {
+            // The thread goes now and tells nobody any more.
+            VORN_LOG(3, "RuvoTSTask::handleNotification: exception: " << e.what());
+        }
+        endRun();
+    }
+}
+
+void RuvoTSTask::startRun() {
+    launched_ = false;
+    try {
+        performTask();
+    } catch (const std::exception& e) {
+        VORN_LOG(2, "RuvoTSTask::performTask: " << name_ << ": " << e.what());
+        if (!launched_) retryRun();
+    }
+}
+
+void RuvoTSTask::retryRun() noexcept {
+    if (!isFinished()) timer_.startToRetry();
+    // It may have been finished meanwhile, its timer disarmed before.
+    if (isFinished()) timer_.disarm();
+}
+
+void RuvoTSTask::endRun() {
+    for (;;) {
+        try {
+            return rescheduleTask();
+        } catch (const std::exception& e) {
+            VORN_LOG(2, "RuvoTSTask::rescheduleTask: " << name_ << ": " << e.what());
+        }
+        if (!RuvoTSRuns::getInstance().pauseForShortage()) return;
     }
 }
 
@@ -138,10 +184,11 @@ void RuvoTSTask::startAgain(const char* word, RuvoTSSeconds next) {
     const std::int64_t now = RuvoTSClock::current().wallMs();
     const std::int32_t delta = secondsUntil(next, now);
     {
+        // First what may fail: it is tried again then, with the same time.
         VornCriticalSection lock(lock_);
+        if (!finished_) timer_.startToTime(delta, now);
         nextTime_ = next;
         std::string().swap(record_);
-        if (!finished_) timer_.startToTime(delta, now);
     }
     setState(Waiting, 0);
     VORN_LOG(4, "RuvoTSTask::rescheduleTask " << word << " DELTATIME=" << delta);
@@ -180,10 +227,10 @@ void RuvoTSTask::withdraw(RuvoTSTaskThread& thread) {
 }
 
 void RuvoTSTask::launch(RuvoTSTaskThread& thread) {
-    if (thread.start()) return;
+    launched_ = thread.start();
+    if (launched_) return;
     withdraw(thread);
-    VornCriticalSection lock(lock_);
-    if (!finished_) timer_.startToWait(kRetrySeconds);
+    retryRun();
 }
 
 // ---- followers -------------------------------------------------------------------
@@ -233,8 +280,12 @@ void RuvoTSTask::removeMyProxyDependents() {
         VORN_LOG(4, "RuvoTSTask::removeMy... remove dependent"
                         << " TASK HANDLE=" << handle_
                         << " REFDEPENDENT=" << static_cast<const void*>(follower.get()));
-        removeDependent(*follower);
-        VornNet::VornProxyDependentContainer::getInstance().removeWithoutWaiting(*follower);
+        try {
+            removeDependent(*follower);
+            VornNet::VornProxyDependentContainer::getInstance().removeWithoutWaiting(*follower);
+        } catch (const std::exception& e) {
+            VORN_LOG(2, "RuvoTSTask::removeMy... exception: " << e.what());
+        }
     }
 }
 

@@ -75,7 +75,11 @@ public:
     // A run begins: Running, unless the task has been finished; then false, and
     // there must be no run. One step.
     bool beginRun() VORN_EXCLUDES(lock_) { return change(Running, 0); }
-    // The timer's time has come, or a run's thread is done.
+    // The run that was to begin did not, for want of memory or a thread: the time
+    // comes once more in a second.
+    void retryRun() noexcept VORN_EXCLUDES(lock_);
+    // The timer's time has come, or a run's thread is done. A run that cannot
+    // begin is tried again, and so is what follows a run: a shortage ends no task.
     void handleNotification(VornSupport::VornCollaborator& source,
                             const VornSupport::VornNotification& notification) override;
 
@@ -128,9 +132,13 @@ private:
     friend class RuvoTSTaskSet;
 
     void begin() VORN_EXCLUDES(lock_);
+    void startRun();
+    void endRun();
     // setState(); false when the task had been finished before.
-    bool change(State state, std::int32_t status) VORN_EXCLUDES(lock_);
-    void tell(const RuvoTSTaskNotification& notification) VORN_EXCLUDES(lock_);
+    // Whatever cannot be told for want of memory is lost; the change holds.
+    bool change(State state, std::int32_t status) noexcept VORN_EXCLUDES(lock_);
+    void raise(State state) noexcept VORN_REQUIRES(lock_);
+    void tell(const RuvoTSTaskNotification& notification) noexcept VORN_EXCLUDES(lock_);
     void startAgain(const char* word, RuvoTSSeconds next) VORN_EXCLUDES(lock_);
     static std::int32_t drawHandle();
 
@@ -146,6 +154,7 @@ private:
     State state_ VORN_GUARDED_BY(lock_) = Waiting;
     std::int32_t status_ VORN_GUARDED_BY(lock_) = kNeverRun;
     std::uint32_t changes_ VORN_GUARDED_BY(lock_) = 0;
+    bool launched_ = false;  // the timer's thread's
     int recordsBuilt_ VORN_GUARDED_BY(lock_) = 0;
     bool finished_ VORN_GUARDED_BY(lock_) = false;
     std::string record_ VORN_GUARDED_BY(lock_);  // empty: to be built

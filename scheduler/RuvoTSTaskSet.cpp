@@ -5,6 +5,7 @@
 #include "scheduler/RuvoTSEscape.h"
 
 #include <algorithm>
+#include <exception>
 #include <utility>
 
 namespace RuvoService {
@@ -54,10 +55,18 @@ std::size_t RuvoTSTaskSet::insert(const Task& task, bool record) {
 }
 
 std::size_t RuvoTSTaskSet::insertLocked(const Task& task) {
+    const std::size_t before = tasks_.size();
     task->place_ = nextPlace_++;
-    tasks_.push_back(task);
-    byHandle_.emplace(task->getHandle(), task.get());
-    byName_.emplace(task->getName(), task.get());
+    try {
+        tasks_.push_back(task);
+        byHandle_.emplace(task->getHandle(), task.get());
+        byName_.emplace(task->getName(), task.get());
+    } catch (...) {
+        eraseFrom(byHandle_, task->getHandle(), *task);
+        tasks_.resize(before);
+        task->retire();  // it is armed, and nobody would find it
+        throw;
+    }
     ++count_;
     VORN_LOG(9, "RuvoTSTaskSet::insert "
                     << " HANDLE=" << task->getHandle() << " COUNT=" << count_);
@@ -75,13 +84,22 @@ void RuvoTSTaskSet::remove(std::int32_t handle) {
         eraseFrom(byName_, std::string_view(task->getName()), *task);
         removed = std::move(*found);
         tasks_.erase(found);
-        removed_.push_back({handle, removed->getStatus()});
-        if (removed_.size() > kRemembered) removed_.pop_front();
+        rememberLocked({handle, removed->getStatus()});
     }
-    --count_;
+    // A run may end between release() and the retirement of its task.
+    if (count_ > 0) --count_;
     VORN_LOG(9, "RuvoTSTaskSet::remove "
                     << " HANDLE=" << handle << " COUNT=" << count_);
     recordLocked();
+}
+
+void RuvoTSTaskSet::rememberLocked(const Removed& removed) {
+    try {
+        removed_.push_back(removed);
+    } catch (const std::exception&) {
+        return;  // its status is forgotten; that it goes must not depend on this
+    }
+    if (removed_.size() > kRemembered) removed_.pop_front();
 }
 
 template <class Index, class Key>
@@ -149,14 +167,18 @@ void RuvoTSTaskSet::recordLocked() {
     VORN_LOG(9, "RuvoTSTaskSet::recordTaskSet enter ");
     if (!open_ || !writable_) return;
     VornCriticalSection lock(fileLock_);
-    if (!store_.begin()) return;
-    for (const Task& task : tasks_) {
-        task->appendRecord(store_.buffer());
-        store_.settle();
-        VORN_LOG(9, "RuvoTSTaskSet::recordTask "
-                        << "TASK=" << task->getName());
+    try {
+        if (!store_.begin()) return;
+        for (const Task& task : tasks_) {
+            task->appendRecord(store_.buffer());
+            store_.settle();
+            VORN_LOG(9, "RuvoTSTaskSet::recordTask "
+                            << "TASK=" << task->getName());
+        }
+        store_.finish();
+    } catch (const std::exception& e) {
+        store_.abandon(e.what());
     }
-    store_.finish();
 }
 
 }  // namespace RuvoService

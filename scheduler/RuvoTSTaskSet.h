@@ -41,7 +41,8 @@ public:
 
     // Inserts what `make` returns, and writes the store, unless there is a task
     // of that name: then the result is null and nothing is made. One step.
-    // Throws VornException when the set is not open.
+    // Throws VornException when the set is not open. An exception leaves no task
+    // behind; what only the store cannot take is as with a full disk.
     Task schedule(const std::string& name, const std::function<Task()>& make)
         VORN_EXCLUDES(setLock_);
     // Returns the task's index. With `record` the store is written.
@@ -84,6 +85,7 @@ private:
         std::int32_t handle;
         std::int32_t status;
     };
+    void rememberLocked(const Removed& removed) VORN_REQUIRES(setLock_);
     std::deque<Removed> removed_ VORN_GUARDED_BY(setLock_);  // the latest last
     std::uint64_t nextPlace_ VORN_GUARDED_BY(setLock_) = 0;
     // For the log: insertions less removals, of tasks that were not there as well.

@@ -41,10 +41,13 @@ int RuvoTSTaskThread::run() {
     const RuvoTSRuns::Token underWay = std::exchange(underWay_, RuvoTSRuns::Token());
     const auto task = std::exchange(task_, nullptr);
     if (underWay && runTask(*task)) {
+        RuvoTSThreadDone done(task, exitCode_);
         try {
-            notify(RuvoTSThreadDone(task, exitCode_));
+            notify(done);
         } catch (const std::exception& e) {
+            // It was not even told: what the task does then never throws.
             VORN_LOG(2, "RuvoTSTaskThread::run: exception: " << e.what());
+            task->handleNotification(*this, done);
         }
     }
     removeDependent(*task);  // unless it has done so itself
@@ -54,7 +57,13 @@ int RuvoTSTaskThread::run() {
 
 // False when the run did not come to its end.
 bool RuvoTSTaskThread::runTask(RuvoTSTask& task) {
-    if (!RuvoTSRuns::getInstance().pause(kPauseMs)) return false;
+    try {
+        if (!RuvoTSRuns::getInstance().pause(kPauseMs)) return false;
+    } catch (const std::exception& e) {
+        VORN_LOG(2, "RuvoTSTaskThread::run: " << task.getName() << ": " << e.what());
+        task.retryRun();
+        return false;
+    }
     if (const auto hook = beforeRun.load()) hook(task);
     // Looking first and beginning then would let a cancel in between.
     if (!task.beginRun()) return false;

@@ -4,12 +4,21 @@
 #include "scheduler/RuvoTSTimer.h"
 
 #include <algorithm>
+#include <chrono>
+#include <exception>
+#include <thread>
 #include <utility>
 #include <vector>
 
 namespace RuvoService {
 
 using VornSupport::VornMutexLock;
+
+namespace {
+
+constexpr std::chrono::milliseconds kShortageMs{100};
+
+}  // namespace
 
 RuvoTSTimeKeeper& RuvoTSTimeKeeper::getInstance() {
     static RuvoTSTimeKeeper* const instance = new RuvoTSTimeKeeper;
@@ -24,11 +33,19 @@ std::size_t RuvoTSTimeKeeper::waiting() const {
 void RuvoTSTimeKeeper::arm(RuvoTSTimer& timer, Owner owner, bool byWallClock, std::int64_t due) {
     Owner before;  // released after the lock
     VornMutexLock lock(mutex_);
+    // First what may fail: a timer that was armed stays so then.
+    const auto place = (byWallClock ? byWall_ : byElapsed_).emplace(due, &timer);
     takeOutLocked(timer);
     before = std::exchange(timer.held_, std::move(owner));
     timer.phase_ = byWallClock ? Phase::ByWall : Phase::ByElapsed;
-    timer.place_ = (byWallClock ? byWall_ : byElapsed_).emplace(due, &timer);
-    planLocked();
+    timer.place_ = place;
+    try {
+        planLocked();
+    } catch (...) {
+        takeOutLocked(timer);
+        owner = std::exchange(timer.held_, nullptr);
+        throw;
+    }
 }
 
 void RuvoTSTimeKeeper::disarm(RuvoTSTimer& timer) {
@@ -63,21 +80,31 @@ void RuvoTSTimeKeeper::takeOutLocked(RuvoTSTimer& timer) {
     timer.phase_ = Phase::Idle;
 }
 
-void RuvoTSTimeKeeper::look() {
+void RuvoTSTimeKeeper::Wake::timerFired() {
+    // Nobody else would ever look again.
+    while (!getInstance().look()) std::this_thread::sleep_for(kShortageMs);
+}
+
+bool RuvoTSTimeKeeper::look() {
     const RuvoTSClock& clock = RuvoTSClock::current();
     VornMutexLock lock(mutex_);
     planned_ = false;
-    fireLocked(byWall_, clock.wallMs());
-    fireLocked(byElapsed_, clock.elapsedMs());
-    planLocked();
+    try {
+        fireLocked(byWall_, clock.wallMs());
+        fireLocked(byElapsed_, clock.elapsedMs());
+        planLocked();
+        return true;
+    } catch (const std::exception&) {
+        return false;
+    }
 }
 
 void RuvoTSTimeKeeper::fireLocked(Order& order, std::int64_t now) {
     while (!order.empty() && order.begin()->first <= now) {
         RuvoTSTimer& timer = *order.begin()->second;
-        order.erase(order.begin());
-        timer.phase_ = Phase::Fired;
         timer.start(0, true);  // of the runtime: brings it to a timer thread
+        order.erase(order.begin());
+        timer.phase_ = Phase::Fired;  // before that thread asks: it needs our lock
     }
 }
 
@@ -92,9 +119,9 @@ void RuvoTSTimeKeeper::planLocked() {
     if (!byElapsed_.empty()) wait = std::min(wait, byElapsed_.begin()->first - elapsed);
     wait = std::max<std::int64_t>(wait, 0);
     if (planned_ && wakeAt_ <= elapsed + wait) return;
+    wake_.start(static_cast<long>(wait), true);
     planned_ = true;
     wakeAt_ = elapsed + wait;
-    wake_.start(static_cast<long>(wait), true);
 }
 
 }  // namespace RuvoService

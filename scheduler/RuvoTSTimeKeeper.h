@@ -40,8 +40,9 @@ public:
     static RuvoTSTimeKeeper& getInstance();
 
     // Fires what is due. Called by the wake-ups; by others, when they know that
-    // the clock has changed.
-    void look() VORN_EXCLUDES(mutex_);
+    // the clock has changed. False when memory or threads were short: what could
+    // not be fired waits for the next look.
+    bool look() VORN_EXCLUDES(mutex_);
     // Timers that wait.
     std::size_t waiting() const VORN_EXCLUDES(mutex_);
 
@@ -57,12 +58,13 @@ private:
     // Wakes the keeper; never destroyed.
     class Wake : public VornSupport::VornTimer {
     protected:
-        void timerFired() override { getInstance().look(); }
+        void timerFired() override;
     };
 
     RuvoTSTimeKeeper() = default;
 
-    // For RuvoTSTimer. `due` in milliseconds of the one or the other clock.
+    // For RuvoTSTimer. `due` in milliseconds of the one or the other clock. An
+    // exception leaves the timer disarmed or as it was.
     void arm(RuvoTSTimer& timer, Owner owner, bool byWallClock, std::int64_t due)
         VORN_EXCLUDES(mutex_);
     void disarm(RuvoTSTimer& timer) VORN_EXCLUDES(mutex_);

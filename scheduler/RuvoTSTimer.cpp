@@ -3,11 +3,15 @@
 #include "runtime/support/VornLogging.h"
 #include "scheduler/RuvoTSClock.h"
 #include "scheduler/RuvoTSNotifications.h"
+#include "scheduler/RuvoTSRuns.h"
+
+#include <exception>
 
 namespace RuvoService {
 namespace {
 
 constexpr std::int64_t kMsASecond = 1000;
+constexpr std::int32_t kRetrySeconds = 1;  // while the system has no means to give
 
 }  // namespace
 
@@ -29,6 +33,15 @@ void RuvoTSTimer::startToWait(std::int32_t seconds) {
     RuvoTSTimeKeeper::getInstance().arm(*this, &owner_, false, now + seconds * kMsASecond);
 }
 
+void RuvoTSTimer::startToRetry() noexcept {
+    do {
+        try {
+            return startToWait(kRetrySeconds);
+        } catch (const std::exception&) {
+        }
+    } while (RuvoTSRuns::getInstance().pauseForShortage());
+}
+
 void RuvoTSTimer::disarm() { RuvoTSTimeKeeper::getInstance().disarm(*this); }
 
 void RuvoTSTimer::timerFired() {
@@ -37,7 +50,13 @@ void RuvoTSTimer::timerFired() {
     if (!owner) return;
     const RuvoTSTimerNotification notification;
     VORN_LOG(9, "RuvoTSTimer::set enter NOTIF=" << static_cast<const void*>(&notification));
-    notify(notification);
+    try {
+        notify(notification);
+    } catch (const std::exception& e) {
+        // No memory to tell anybody.
+        VORN_LOG(2, "RuvoTSTimer::set: exception: " << e.what());
+        startToRetry();
+    }
     getEvent().set();
     VORN_LOG(9, "RuvoTSTimer::set exit");
 }

@@ -35,6 +35,9 @@ public:
     // Arms the timer for when `seconds` have passed, whatever the wall clock
     // does.
     void startToWait(std::int32_t seconds);
+    // Arms the timer for a second from now, as soon as there is memory for that;
+    // not any more when the service stops.
+    void startToRetry() noexcept;
     // Withdraws a time that has not come yet. Does not wait for a dependent
     // that is being told.
     void disarm();
