@@ -118,7 +118,7 @@ void measure(const Settings& settings, const FigureSink& sink) {
         if (!settings.wants(name) || (settings.quick && tasks > 100)) continue;
         const auto bare = bareLatenesses(settings, tasks);
         const TaskDaemon daemon(settings, 0);
-        spreadOut(daemon.pid());
+        useAllProcessors(daemon.pid());
         const auto late = latenesses(daemon, tasks);
         Figure figure{.name = name + ".p50",
                       .unit = "ms",

@@ -47,13 +47,6 @@ Pinned::Pinned(int processor) {
 
 Pinned::~Pinned() { pinTo(before_); }
 
-void spreadOut(pid_t process) {
-    const std::string threads = "/proc/" + std::to_string(process) + "/task";
-    for (const auto& thread : std::filesystem::directory_iterator(threads)) {
-        pinTo(processorsAtStart(), std::stoi(thread.path().filename().string()));
-    }
-}
-
 std::vector<Placement> placements() {
     const auto& processors = processorsAtStart();
     std::vector<Placement> result{{.name = "one-core", .load = processors.front()}};

@@ -23,10 +23,6 @@ private:
     std::vector<int> before_;
 };
 
-// Gives a process, and what it starts from then on, all processors that this
-// program had when it began: where a figure is about many processes.
-void spreadOut(pid_t process);
-
 // Server and load of one measurement. The server always runs on the first
 // allowed processor, so the same server serves both placements.
 struct Placement {
@@ -40,8 +36,8 @@ std::vector<Placement> placements();
 Placement widestPlacement();
 int serverProcessor();
 
-// Lets a running process, with all its threads, use every processor of the
-// program's.
+// Lets a running process, with all its threads and what it starts from then on,
+// use every processor of the program's.
 void useAllProcessors(pid_t process);
 
 // Asks for a scheduling priority above that of ordinary programs for this

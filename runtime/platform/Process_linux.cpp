@@ -116,6 +116,30 @@ int reaperPipe() {
 
 // ---- starting ----
 
+// Kept free for a child's descriptor, so that a child is not started that could
+// not be watched then.
+class SpareDescriptor {
+public:
+    SpareDescriptor() : descriptor_(::fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 0)) {
+        if (descriptor_ < 0 && errno == EBADF) {
+            descriptor_ = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
+        }
+        if (descriptor_ < 0) error_ = OsError::last();
+    }
+    ~SpareDescriptor() { release(); }
+    SpareDescriptor(const SpareDescriptor&) = delete;
+    SpareDescriptor& operator=(const SpareDescriptor&) = delete;
+
+    OsError error() const { return error_; }
+    void release() {
+        if (descriptor_ >= 0) ::close(std::exchange(descriptor_, -1));
+    }
+
+private:
+    int descriptor_;
+    OsError error_;
+};
+
 class SpawnSettings {
 public:
     SpawnSettings() {
@@ -175,8 +199,11 @@ OsError startProcess(const std::string& program, const std::string& commandLine,
     }
     std::string found = program.empty() ? arguments.front() : program;
     if (found.find('/') == std::string::npos && isProgram("./" + found)) found.insert(0, "./");
+    SpareDescriptor spare;
+    if (spare.error()) return spare.error();
     pid_t id = 0;
     if (const OsError error = spawn(found, arguments, id)) return error;
+    spare.release();
     return process.adopt(id, ProcessHandle::kNone);
 }
 

@@ -9,6 +9,7 @@
 
 #include <fcntl.h>
 #include <signal.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -62,6 +63,31 @@ std::string field(const std::string& status, const std::string& name) {
     if (at == std::string::npos) return "missing";
     const std::size_t begin = at + name.size() + 3;
     return status.substr(begin, status.find('\n', begin) - begin);
+}
+
+TEST(ProcessPosix, StartsNothingThatItCouldNotWatch) {
+    const TestSupport::TemporaryDirectory folder;
+    const std::string script = folder.file("script");
+    writeScript(script, "echo started >>" + inQuotes(folder.file("trace")));
+    rlimit before{};
+    ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &before), 0);
+    rlimit low = before;
+    low.rlim_cur = 100;
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &low), 0);
+    std::vector<int> taken;
+    for (int each = ::dup(0); each >= 0; each = ::dup(0)) taken.push_back(each);
+    ProcessHandle process;
+    const OsError refused = startProcess(inQuotes(script), process);
+    ::close(taken.back());
+    const OsError started = startProcess(inQuotes(script), process);
+    taken.pop_back();
+    for (const int each : taken) ::close(each);
+    ::setrlimit(RLIMIT_NOFILE, &before);
+    EXPECT_EQ(refused.code(), EMFILE);
+    ASSERT_FALSE(started) << started.text();
+    ASSERT_TRUE(process.wait(kPatienceMs));
+    EXPECT_EQ(process.exitCode(), 0);
+    EXPECT_EQ(TestSupport::readFile(folder.file("trace")), "started\n");
 }
 
 TEST(CommandLine, SeparatesArgumentsAtBlanks) {
