@@ -1,6 +1,7 @@
 #include "arbiter/RuvoRACommands.h"
 
 #include "arbiter/RuvoRAEngine.h"
+#include "notifier/RuvoNNEngine.h"
 #include "runtime/support/VornException.h"
 #include "runtime/support/VornLogging.h"
 
@@ -37,6 +38,7 @@ void RUVO_RA_LOCK::handleClient(VornConnection& connection, RuvoEngineBase& engi
     const int wait = connection.readInt();
     VORN_LOG(9, "RUVO_RA_LOCK::handleClient: lock " << path << " wait " << wait
                                                     << "ms for the lock");
+    const RuvoNNEngine::LateWake afterTheAnswer(arbiter.notifier());
     const std::int32_t handle = arbiter.lock(path, wait, &connection);
     try {
         tellHandle(connection, handle);
@@ -55,9 +57,11 @@ void RUVO_RA_UNLOCK::handleClient(VornConnection& connection, RuvoEngineBase& en
     arbiter.waitForRoom(connection);
     const std::int32_t handle = connection.readInt();
     VORN_LOG(9, "RUVO_RA_UNLOCK::handleClient: unlock " << handle);
+    const RuvoNNEngine::LateWake afterTheAnswer(arbiter.notifier());
     arbiter.unlock(handle);
     arbiter.printTree();
     connection.writeInt(kDone);
+    if (!connection.hasBufferedInput()) connection.flush();
 }
 
 }  // namespace RuvoService

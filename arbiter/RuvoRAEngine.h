@@ -125,6 +125,7 @@ public:
     // Called by the commands, no lock held, before they make a change: see
     // RuvoNNEngine::waitForRoom.
     void waitForRoom(VornNet::VornConnection& connection);
+    RuvoNNEngine* notifier() const { return notifier_; }
     // Writes the tree to the log at level 9.
     void printTree() const;
 

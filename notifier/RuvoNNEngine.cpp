@@ -21,6 +21,8 @@ using VornSupport::VornMutexLock;
 namespace {
 
 constexpr std::chrono::microseconds kBurstGap{20};
+thread_local RuvoNNEngine::LateWake* lateWake = nullptr;  // of the thread
+
 constexpr std::size_t kMuch = std::size_t{64} * 1024 * 1024;
 
 // An estimate: what the queue and the heap add is not known.
@@ -75,11 +77,26 @@ void RuvoNNEngine::produce(Event event) {
     const std::size_t bytes = memoryOf(*event);
     queuedBytes_ += bytes;
     try {
-        events_.produce(event);
+        if (lateWake != nullptr && lateWake->engine_ == this) {
+            events_.produceQuietly(event);
+            lateWake->produced_ = true;
+        } else {
+            events_.produce(event);
+        }
     } catch (...) {
         noteOffered(bytes);
         throw;
     }
+}
+
+RuvoNNEngine::LateWake::LateWake(RuvoNNEngine* engine) : engine_(engine) {
+    if (engine_ != nullptr) lateWake = this;
+}
+
+RuvoNNEngine::LateWake::~LateWake() {
+    if (engine_ == nullptr) return;
+    lateWake = nullptr;
+    if (produced_) engine_->events_.wakeConsumer();
 }
 
 void RuvoNNEngine::waitForRoom(VornNet::VornConnection& connection) {

@@ -25,6 +25,24 @@ class VORN_EXPORT RuvoNNEngine : public RuvoEngineBase {
 public:
     using Event = VornSupport::VornSmartPointer<RuvoNNEventNotification>;
 
+    // For a command whose client waits for its answer: what the thread produces
+    // while this lives is queued as ever, but the queue thread, if it sleeps, is
+    // woken at the end only, so that it does not take the processor before the
+    // answer has been sent. Nothing that was produced is to be kept from it for
+    // longer. One a thread, on its stack.
+    class VORN_EXPORT LateWake {
+    public:
+        explicit LateWake(RuvoNNEngine* engine);  // null: does nothing
+        ~LateWake();
+        LateWake(const LateWake&) = delete;
+        LateWake& operator=(const LateWake&) = delete;
+
+    private:
+        friend class RuvoNNEngine;
+        RuvoNNEngine* const engine_;
+        bool produced_ = false;
+    };
+
     RuvoNNEngine();
     ~RuvoNNEngine() override;
 

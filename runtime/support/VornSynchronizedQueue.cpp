@@ -13,6 +13,15 @@ void VornBaseProducerConsumer::produceSentinel(bool sentinel) {
     if (sentinel) syncEvent_.notifyAll();
 }
 
+void VornBaseProducerConsumer::wakeConsumer() {
+    bool sleeps = false;
+    {
+        VornMutexLock lock(sync_);
+        sleeps = consumersWaiting_ > 0;
+    }
+    if (sleeps) notifyConsumer();
+}
+
 void VornBaseProducerConsumer::traceProduceWaiting() {
     VORN_LOG(9, "VornProducerConsumer::produce: waiting for lock");
 }

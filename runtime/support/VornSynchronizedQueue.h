@@ -78,17 +78,22 @@ public:
     // produced before is still consumed. False: takes the mark away, for a
     // consumer that starts anew.
     void produceSentinel(bool sentinel) VORN_EXCLUDES(sync_);
+    // Wakes a consumer that sleeps, for elements that were produced without that.
+    void wakeConsumer() VORN_EXCLUDES(sync_);
 
 protected:
-    // Appends through `append` and wakes the consumer when it sleeps.
+    // Appends through `append`. True when a consumer sleeps.
     template <class Append>
-    void produceWith(Append append) VORN_EXCLUDES(sync_) {
+    bool produceWith(Append append) VORN_EXCLUDES(sync_) {
         traceProduceWaiting();
         VornMutexLock lock(sync_);
         traceProduceAdding();
         append();
-        if (consumersWaiting_ > 0) syncEvent_.notifyOne();
+        return consumersWaiting_ > 0;
     }
+    // With no lock held, or the consumer would wake up only to wait for it.
+    void notifyConsumer() { syncEvent_.notifyOne(); }
+
     // Waits until `take` gets an element (true) or there is none and a
     // sentinel (false).
     template <class Take>
@@ -130,6 +135,11 @@ public:
     explicit VornProducerConsumer(VornSynchronizedQueue<T>& queue) : queue_(queue) {}
 
     void produce(const T& element) {
+        if (produceWith([&] { queue_.push(element); })) notifyConsumer();
+    }
+    // As produce(), and lets a consumer that sleeps go on sleeping: it will see the
+    // element when it wakes for another reason, wakeConsumer() at the latest.
+    void produceQuietly(const T& element) {
         produceWith([&] { queue_.push(element); });
     }
     // Waits for the next element. False when everything produced before a

@@ -141,7 +141,7 @@ TEST_F(RuvoRACommands, LeaveTheConnectionOpen) {
     request(client, "a", 0);
     client.sendString("RUVO_RA_UNLOCK").sendInt(1);
     serve(client);
-    EXPECT_EQ(serve(client), (Texts{"int 1", "flush", "int 0"}));
+    EXPECT_EQ(serve(client), (Texts{"int 1", "flush", "int 0", "flush"}));
     EXPECT_FALSE(client.isClosed());
 }
 
@@ -152,10 +152,16 @@ TEST_F(RuvoRACommands, UnlockAnswersZeroWhateverTheHandle) {
     for (const int handle : {0, -1, 7, 1, 1}) {
         Client client;
         client.sendString("RUVO_RA_UNLOCK").sendInt(handle);
-        EXPECT_EQ(serve(client), Texts{"int 0"}) << handle;
+        EXPECT_EQ(serve(client), (Texts{"int 0", "flush"})) << handle;
         EXPECT_EQ(client.reads(), (Texts{"string", "int"}));
     }
     EXPECT_FALSE(engine_.isLocked("a"));
+}
+
+TEST_F(RuvoRACommands, UnlockHoldsItsAnswerBackForTheNextRequest) {
+    Client client;
+    client.sendString("RUVO_RA_UNLOCK").sendInt(1).sendString("the next command");
+    EXPECT_EQ(serve(client), Texts{"int 0"});
 }
 
 TEST_F(RuvoRACommands, UnlockTakesTheHandleOfAnotherClient) {

@@ -480,8 +480,7 @@ TEST(ArbiterStop, EndsHundredsOfWaits) {
     const auto begun = Clock::now();
     EXPECT_EQ(daemon.stop(), 0);
     const auto took = std::chrono::duration_cast<milliseconds>(Clock::now() - begun);
-    RecordProperty("milliseconds", static_cast<int>(took.count()));
-    EXPECT_LT(took, milliseconds(10'000));
+    EXPECT_LT(took, milliseconds(5'000));
     for (auto& waiter : waiters) EXPECT_EQ(waiter.readRest(), "") << "no answer is made up";
 }
 

@@ -159,6 +159,37 @@ TEST(RuvoNNEngine, NeverMakesAProducerWaitForADelivery) {
 
 // ---- its life ----------------------------------------------------------------------
 
+TEST(RuvoNNEngine, IsWokenAtTheEndOfACommandThatAsksForThat) {
+    TestNotifier engine;
+    Recorder recorder;
+    ASSERT_TRUE(engine.initialize());
+    std::size_t raised = 0;
+    const auto isLate = [&] {
+        const RuvoNNEngine::LateWake late(&engine);
+        engine.produce(eventNamed("event"));
+        ++raised;
+        // Unless the queue thread was awake.
+        return !waitUntil([&] { return recorder->names().size() == raised; },
+                          std::chrono::milliseconds(50));
+    };
+    EXPECT_TRUE(waitUntil(isLate));
+    EXPECT_TRUE(recorder->await(raised)) << "woken";
+    engine.produce(eventNamed("at once"));
+    EXPECT_TRUE(recorder->await(raised + 1));
+}
+
+TEST(RuvoNNEngine, IsWokenAtOnceByEverybodyElse) {
+    TestNotifier engine;
+    Recorder recorder;
+    ASSERT_TRUE(engine.initialize());
+    const RuvoNNEngine::LateWake none(nullptr);
+    engine.produce(eventNamed("of no engine"));
+    EXPECT_TRUE(recorder->await(1));
+    const RuvoNNEngine::LateWake late(&engine);
+    std::jthread([&] { engine.produce(eventNamed("of another thread")); }).join();
+    EXPECT_TRUE(recorder->await(2));
+}
+
 TEST(RuvoNNEngine, DeliversWhatIsQueuedBeforeItEnds) {
     TestNotifier engine;
     Recorder recorder;

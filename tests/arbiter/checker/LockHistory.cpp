@@ -141,22 +141,32 @@ Clock::duration LockHistory::stalledWithin(Time begin, Time end) const {
 void LockHistory::checkWakes(const Attempts& all, const Attempts& granted, Texts& found) const {
     Time freeFrom = begun_;
     for (const Attempt& next : granted) {
-        if (next.ended > freeFrom) checkGap({freeFrom, next.ended}, all, found);
+        if (next.ended > freeFrom) checkGap({freeFrom, next.ended}, &next, all, found);
         if (next.unlockAnswered == kNever) return;
         freeFrom = std::max(freeFrom, next.unlockAnswered);
     }
-    checkGap({freeFrom, kNever}, all, found);
+    checkGap({freeFrom, kNever}, nullptr, all, found);
 }
 
-void LockHistory::checkGap(Span gap, const Attempts& all, Texts& found) const {
+Clock::duration LockHistory::boundWithin(Time begin, Time end) const {
+    constexpr int kSomewhat = 3;
+    Clock::duration longest{};
+    for (const Span& stall : stalls_) longest = std::max(longest, stall.end - stall.begin);
+    return bound_ + stalledWithin(begin, end) + kSomewhat * longest;
+}
+
+void LockHistory::checkGap(Span gap, const Attempt* next, const Attempts& all,
+                           Texts& found) const {
     if (gap.end - gap.begin <= bound_) return;
     for (const Attempt& waiter : all) {
         const Time from = std::max(gap.begin, waiter.sent);
         const Time to = std::min(gap.end, waiter.ended);
         if (to <= from || waiter.waitMs == 0 || to - from <= bound_) continue;
-        if (to - from <= bound_ + stalledWithin(from, to)) continue;
-        found.push_back("a lost wake-up: " + nameOf(waiter) + " waits for " +
-                        std::to_string(msBetween(from, to)) + " ms for a free node");
+        const bool isNext = next != nullptr && waiter.handle == next->handle;
+        if (to - from <= boundWithin(from, to) * (isNext ? kLate : 1)) continue;
+        found.push_back((isNext ? "a late wake-up: " : "a lost wake-up: ") + nameOf(waiter) +
+                        " waits for " + std::to_string(msBetween(from, to)) +
+                        " ms for a free node");
     }
 }
 

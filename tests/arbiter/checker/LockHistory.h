@@ -39,15 +39,19 @@ struct Attempt {
 // them see. One thread.
 class LockHistory {
 public:
-    // A free node goes to one of those that want it within `bound`. `begun` is
-    // when all nodes were known to be free.
+    // A free node goes to one of those that want it within `bound`. Where the next
+    // to have it is the one that waited, nobody else can have woken it, so it was
+    // late, not forgotten: then kLate times as long. `begun` is when all nodes were
+    // known to be free.
+    static constexpr int kLate = 10;
     LockHistory(Time begun, milliseconds bound) : begun_(begun), bound_(bound) {}
 
     void add(const Attempt& attempt) { attempts_.push_back(attempt); }
     void add(const std::vector<Attempt>& attempts) {
         attempts_.insert(attempts_.end(), attempts.begin(), attempts.end());
     }
-    // Meanwhile everybody waited longer, the machine being busy with others.
+    // Meanwhile somebody waited who had nobody in its way: the machine was busy
+    // with others. Of what is that late, something else may be somewhat later.
     void addStall(Time begin, Time end) { stalls_.push_back({begin, end}); }
 
     // Clients go away from this node at moments when they may just have been told:
@@ -80,7 +84,9 @@ private:
     void checkHolders(const Attempts& granted, std::vector<std::string>& found) const;
     void checkWakes(const Attempts& all, const Attempts& granted,
                     std::vector<std::string>& found) const;
-    void checkGap(Span gap, const Attempts& all, std::vector<std::string>& found) const;
+    void checkGap(Span gap, const Attempt* next, const Attempts& all,
+                  std::vector<std::string>& found) const;
+    Clock::duration boundWithin(Time begin, Time end) const;
     void checkRefusals(const Attempts& all, const Attempts& granted,
                        std::vector<std::string>& found) const;
 

@@ -120,9 +120,17 @@ TEST(LockHistory, FindsAHolderBesideOneThatNeverGaveItBack) {
 // ---- wake-ups ------------------------------------------------------------------
 
 TEST(LockHistory, FindsALostWakeUp) {
-    EXPECT_THAT(complaintsOf({granted(1, 1, 0, 1, 10, 11), granted(2, 2, 2, 62, 70, 71)}),
-                ElementsAre(StartsWith("a lost wake-up: client 2 on node 1 with handle 2 waits "
+    EXPECT_THAT(complaintsOf({granted(1, 1, 0, 1, 10, 11), granted(2, 2, 60, 62, 70, 71),
+                              granted(3, 3, 5, 72, 75, 76)}),
+                ElementsAre(StartsWith("a lost wake-up: client 3 on node 1 with handle 3 waits "
                                        "for 51.")));
+}
+
+TEST(LockHistory, TellsALateWakeUpFromALostOne) {
+    EXPECT_THAT(complaintsOf({granted(1, 1, 0, 1, 10, 11), granted(2, 2, 2, 510, 520, 521)}),
+                IsEmpty());
+    EXPECT_THAT(complaintsOf({granted(1, 1, 0, 1, 10, 11), granted(2, 2, 2, 512, 520, 521)}),
+                ElementsAre(StartsWith("a late wake-up: client 2")));
 }
 
 // The one that was told nothing goes on sleeping while others come and go.
@@ -143,18 +151,21 @@ TEST(LockHistory, FindsAWaiterThatClosesBesideAFreeNode) {
 }
 
 TEST(LockHistory, FindsARequestThatIsNotServedAtOnceByANodeFreeFromTheBeginning) {
-    EXPECT_THAT(complaintsOf({granted(1, 1, 10, 70, 80, 81)}),
-                ElementsAre(StartsWith("a lost wake-up: client 1")));
+    EXPECT_THAT(complaintsOf({granted(1, 1, 10, 511, 580, 581)}),
+                ElementsAre(StartsWith("a late wake-up: client 1")));
+    EXPECT_THAT(complaintsOf({refused(1, 10, 70, 60), granted(2, 1, 600, 601, 602, 603)})[0],
+                StartsWith("a lost wake-up: client 1"));
 }
 
 TEST(LockHistory, ForgivesWhatTheMachineWasLateBy) {
     LockHistory history(kBegin, milliseconds(50));
-    history.add(granted(1, 1, 0, 1, 10, 11));
-    history.add(granted(2, 2, 2, 100, 110, 111));
+    history.add({granted(1, 1, 0, 1, 10, 11), refused(2, 2, 103, 101)});
     EXPECT_EQ(history.complaints().size(), 1u);
-    history.addStall(at(0), at(30));
-    EXPECT_EQ(history.complaints().size(), 1u) << "19 ms of it";
-    history.addStall(at(35), at(60));
+    history.addStall(at(0), at(9));
+    EXPECT_EQ(history.complaints().size(), 1u) << "three times that, where it was not";
+    history.addStall(at(90), at(99));
+    EXPECT_EQ(history.complaints().size(), 1u) << "that, and three times as long again";
+    history.addStall(at(20), at(30));
     EXPECT_THAT(history.complaints(), IsEmpty());
 }
 
@@ -243,7 +254,8 @@ TEST(LockHistory, FindsOneFaultAmongThousands) {
     EXPECT_THAT(complaintsOf(doubled), ElementsAre(StartsWith("two holders")));
 
     auto lost = turns;
-    lost.push_back(granted(99, kTurns + 1, now + 5, now + 56, now + 57, now + 58));
+    lost.push_back(granted(98, kTurns + 1, now + 56, now + 57, now + 58, now + 59));
+    lost.push_back(granted(99, kTurns + 2, now + 5, now + 60, now + 61, now + 62));
     EXPECT_THAT(complaintsOf(lost), ElementsAre(StartsWith("a lost wake-up: client 99")));
 }
 

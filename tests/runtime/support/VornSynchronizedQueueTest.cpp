@@ -128,6 +128,36 @@ TEST(VornProducerConsumer, WaitsForAnElement) {
     EXPECT_EQ(element, 9);
 }
 
+TEST(VornProducerConsumer, LetsAConsumerSleepOnOverWhatIsProducedQuietly) {
+    Exchange e;
+    std::atomic<int> got{0};
+    std::thread consumer([&] {
+        int element = 0;
+        while (e.exchange.consume(element)) ++got;
+    });
+    const auto gets = [&](int count) {
+        return TestSupport::waitUntil([&] { return got == count; });
+    };
+    e.exchange.produce(1);
+    ASSERT_TRUE(gets(1));
+    // Unless it has not fallen asleep yet, which it does sooner or later.
+    int quiet = 1;
+    ASSERT_TRUE(TestSupport::waitUntil([&] {
+        e.exchange.produceQuietly(++quiet);
+        return !TestSupport::waitUntil([&] { return got == quiet; }, std::chrono::milliseconds(50));
+    }));
+    e.exchange.wakeConsumer();
+    EXPECT_TRUE(gets(quiet));
+    e.exchange.wakeConsumer();
+    e.exchange.produceQuietly(0);
+    e.exchange.produce(0);
+    EXPECT_TRUE(gets(quiet + 2)) << "another one wakes it as well";
+    e.exchange.produceQuietly(0);
+    e.exchange.produceSentinel(true);
+    consumer.join();
+    EXPECT_EQ(got, quiet + 3);
+}
+
 TEST(VornProducerConsumer, WaitsUntilASentinelWhenNothingComes) {
     Exchange e;
     int element = 7;
