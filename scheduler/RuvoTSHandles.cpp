@@ -11,6 +11,7 @@ constexpr std::uint32_t kFactor = 1103515245;
 constexpr std::uint32_t kMask = 0x7FFFFFFF;
 
 std::atomic<std::int32_t> lastHandleSeed{0};
+std::atomic<std::int32_t (*)()> drawInstead{nullptr};
 std::atomic<std::uint64_t> constructedTasks{0};
 
 std::uint64_t randomNumber() {
@@ -25,7 +26,10 @@ std::int32_t RuvoTSHandles::after(std::int32_t seed, std::uint32_t salt) {
                                      kMask);
 }
 
+void RuvoTSHandles::setDrawForTest(std::int32_t (*draw)()) { drawInstead = draw; }
+
 std::int32_t RuvoTSHandles::draw() {
+    if (const auto instead = drawInstead.load(std::memory_order_relaxed)) return instead();
     static const auto salt = static_cast<std::uint32_t>(randomNumber());
     std::int32_t seed = lastHandleSeed.load(std::memory_order_relaxed);
     while (!lastHandleSeed.compare_exchange_weak(seed, after(seed, salt),

@@ -14,6 +14,8 @@ namespace RuvoService {
 class VORN_EXPORT RuvoTSHandles {
 public:
     static std::int32_t draw();
+    // What draw() gives instead; null brings the generator back.
+    static void setDrawForTest(std::int32_t (*draw)());
 
     // The number that a generator of this salt gives first after `seed`.
     static std::int32_t after(std::int32_t seed, std::uint32_t salt);

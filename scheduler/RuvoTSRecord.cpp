@@ -116,11 +116,14 @@ std::string checksumOf(std::string_view) {
 }
 
 std::string recordLine(std::string_view body) {
-    const std::string_view end = VornPlatform::lineEnd();
     std::string line;
-    line.reserve(kCheckSize + 1 + body.size() + end.size());
-    line.append(checksumOf(body)).append(1, ' ').append(body).append(end);
+    line.reserve(kCheckSize + 1 + body.size() + VornPlatform::lineEnd().size());
+    appendRecordLine(line, body);
     return line;
+}
+
+void appendRecordLine(std::string& text, std::string_view body) {
+    text.append(checksumOf(body)).append(1, ' ').append(body).append(VornPlatform::lineEnd());
 }
 
 RuvoTSRecord readRecord(std::string_view line) {

@@ -19,6 +19,7 @@ VORN_EXPORT std::string checksumOf(std::string_view text);
 
 // A body as a whole line, with the line end of the system.
 VORN_EXPORT std::string recordLine(std::string_view body);
+VORN_EXPORT void appendRecordLine(std::string& text, std::string_view body);
 
 // What a line says. Fields that are missing stay as they are here.
 struct VORN_EXPORT RuvoTSRecord {

@@ -1,10 +1,13 @@
 #include "scheduler/RuvoTSStore.h"
 
+#include "runtime/net/VornNetLimits.h"
 #include "runtime/platform/AppendFile.h"
 #include "runtime/platform/Environment.h"
 #include "runtime/platform/OwnFile.h"
 #include "runtime/support/VornLogging.h"
 
+#include <algorithm>
+#include <cstdint>
 #include <exception>
 
 namespace RuvoService {
@@ -37,7 +40,7 @@ public:
 
 private:
     void append(std::string_view piece) {
-        if (tooLong_ || line_.size() + piece.size() > RuvoTSStore::kLongestLine) {
+        if (tooLong_ || line_.size() + piece.size() > longest_) {
             tooLong_ = true;
             std::string().swap(line_);
         } else {
@@ -51,6 +54,7 @@ private:
     }
 
     const std::function<void(std::string_view)>& visit_;
+    const std::size_t longest_ = RuvoTSStore::longestLine();
     std::string line_;
     bool tooLong_ = false;
 };
@@ -64,6 +68,17 @@ const char* textOf(OwnFile::Trust trust) {
 }
 
 }  // namespace
+
+std::size_t RuvoTSStore::longestLine() {
+    constexpr std::size_t kRest = 1024;  // kind, time, numbers, what ends the texts
+    const auto& limits = VornNet::VornNetLimits::getInstance();
+    const VornNet::VornNetLimits defaults;
+    const std::size_t text = 3 * std::size_t{std::max<std::uint32_t>(limits.stringBytes,
+                                                                     defaults.stringBytes)};
+    const std::size_t block = 2 * std::size_t{std::max<std::uint32_t>(limits.blockBytes,
+                                                                      defaults.blockBytes)};
+    return kRest + text + std::max(4 * text, block);
+}
 
 std::string RuvoTSStore::inTemporaryFolder(const std::string& name) {
     const std::string folder = VornPlatform::getEnv("TEMP").value_or("");

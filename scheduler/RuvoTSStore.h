@@ -44,11 +44,12 @@ public:
 
     // Gives each line of a store to `visit`, without its "\n". False, with the
     // reason, when there is a file that cannot be read to its end, or that others
-    // may have written (VornPlatform::OwnFile); a missing one is an empty one. Lines of more than kLongestLine bytes are left out.
+    // may have written (VornPlatform::OwnFile); a missing one is an empty one. Lines of more than longestLine() bytes are left out.
     static bool read(const std::string& file, const std::function<void(std::string_view)>& visit,
                      std::string& reason);
-    // More than a block of the largest size that can be configured takes.
-    static constexpr std::size_t kLongestLine = std::size_t{3} << 30;
+    // What the longest task that "ruvod.limits" lets in takes; never less than
+    // with their defaults, so that lower limits drop no task that was let in.
+    static std::size_t longestLine();
 
 private:
     void note(const std::string& condition);

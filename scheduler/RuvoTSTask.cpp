@@ -26,6 +26,7 @@ using VornSupport::VornSmartPointer;
 namespace {
 
 constexpr int kMostDraws = 100;
+constexpr std::size_t kKeptRecord = 1024;
 
 }  // namespace
 
@@ -238,6 +239,7 @@ void RuvoTSTask::launch(RuvoTSTaskThread& thread) {
 bool RuvoTSTask::follow(const VornSmartPointer<RuvoTSTaskDependent>& follower) {
     auto& container = VornNet::VornProxyDependentContainer::getInstance();
     container.add(follower);
+    follower->noteFollows();
     {
         // Who finishes the task looks for its followers afterwards.
         VornCriticalSection lock(lock_);
@@ -270,11 +272,13 @@ bool RuvoTSTask::unfollow(const std::string& remoteName, std::int32_t dependentH
 }
 
 void RuvoTSTask::removeMyProxyDependents() {
-    std::vector<VornSmartPointer<RuvoTSTaskDependent>> mine;
+    Followers mine;
     {
         VornCriticalSection lock(lock_);
         mine.swap(followers_);
     }
+    // A walk over everybody's registrations: only when there is a reason.
+    if (RuvoTSTaskDependent::madeByHand() > 0) addThoseByHand(mine);
     // Without a lock: this waits for who is being told at this moment.
     for (const auto& follower : mine) {
         VORN_LOG(4, "RuvoTSTask::removeMy... remove dependent"
@@ -286,6 +290,22 @@ void RuvoTSTask::removeMyProxyDependents() {
         } catch (const std::exception& e) {
             VORN_LOG(2, "RuvoTSTask::removeMy... exception: " << e.what());
         }
+    }
+}
+
+void RuvoTSTask::addThoseByHand(Followers& mine) const noexcept {
+    const auto& container = VornNet::VornProxyDependentContainer::getInstance();
+    try {
+        VornCriticalSection lock(container.getlock());
+        for (int i = 0; i < container.size(); ++i) {
+            auto* const follower = dynamic_cast<RuvoTSTaskDependent*>(container[i].get());
+            if (follower != nullptr && &follower->getTask() == this &&
+                std::find(mine.begin(), mine.end(), follower) == mine.end()) {
+                mine.emplace_back(follower);
+            }
+        }
+    } catch (const std::exception& e) {
+        VORN_LOG(2, "RuvoTSTask::removeMy... exception: " << e.what());
     }
 }
 
@@ -313,11 +333,17 @@ std::int32_t RuvoTSTask::getStatus() const {
 
 void RuvoTSTask::appendRecord(std::string& text) {
     VornCriticalSection lock(lock_);
-    if (record_.empty()) {
-        record_ = recordLine(serialize());
-        ++recordsBuilt_;
+    if (!record_.empty()) {
+        text += record_;
+        return;
     }
-    text += record_;
+    const std::string body = serialize();
+    ++recordsBuilt_;
+    if (body.size() <= kKeptRecord) {
+        text += record_ = recordLine(body);
+    } else {
+        appendRecordLine(text, body);
+    }
 }
 
 int RuvoTSTask::recordsBuiltForTest() const {

@@ -111,8 +111,8 @@ public:
     State getState() const VORN_EXCLUDES(lock_);
     std::int32_t getStatus() const VORN_EXCLUDES(lock_);
 
-    // Appends the task's whole line of the store, which is built once and then
-    // kept until the task changes.
+    // Appends the task's whole line of the store. A short one is built once and
+    // then kept until the task changes.
     void appendRecord(std::string& text) VORN_EXCLUDES(lock_);
     int recordsBuiltForTest() const VORN_EXCLUDES(lock_);
 
@@ -130,6 +130,7 @@ protected:
 
 private:
     friend class RuvoTSTaskSet;
+    using Followers = std::vector<VornSupport::VornSmartPointer<RuvoTSTaskDependent>>;
 
     void begin() VORN_EXCLUDES(lock_);
     void startRun();
@@ -141,6 +142,7 @@ private:
     void tell(const RuvoTSTaskNotification& notification) noexcept VORN_EXCLUDES(lock_);
     void startAgain(const char* word, RuvoTSSeconds next) VORN_EXCLUDES(lock_);
     static std::int32_t drawHandle();
+    void addThoseByHand(Followers& mine) const noexcept;
 
     const std::string name_;
     const std::uint64_t number_;  // of all tasks ever made
@@ -157,9 +159,8 @@ private:
     bool launched_ = false;  // the timer's thread's
     int recordsBuilt_ VORN_GUARDED_BY(lock_) = 0;
     bool finished_ VORN_GUARDED_BY(lock_) = false;
-    std::string record_ VORN_GUARDED_BY(lock_);  // empty: to be built
-    std::vector<VornSupport::VornSmartPointer<RuvoTSTaskDependent>> followers_
-        VORN_GUARDED_BY(lock_);
+    std::string record_ VORN_GUARDED_BY(lock_);  // empty: to be built, or long
+    Followers followers_ VORN_GUARDED_BY(lock_);
     RuvoTSTimer timer_{*this};  // started under lock_, when not finished_
 };
 

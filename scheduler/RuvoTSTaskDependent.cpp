@@ -12,11 +12,25 @@ namespace RuvoService {
 
 using VornSupport::VornMutexLock;
 
+namespace {
+
+std::atomic<int> byHand{0};
+
+}  // namespace
+
 RuvoTSTaskDependent::RuvoTSTaskDependent(const std::string& remoteName, std::int32_t handle,
                                          RuvoTSTask& task)
-    : VornProxyDependent(remoteName, handle), task_(task) {}
+    : VornProxyDependent(remoteName, handle), task_(task) {
+    ++byHand;
+}
 
-RuvoTSTaskDependent::~RuvoTSTaskDependent() = default;
+RuvoTSTaskDependent::~RuvoTSTaskDependent() { noteFollows(); }
+
+void RuvoTSTaskDependent::noteFollows() {
+    if (!follows_.exchange(true)) --byHand;
+}
+
+int RuvoTSTaskDependent::madeByHand() { return byHand; }
 
 void RuvoTSTaskDependent::handleNotification(VornSupport::VornCollaborator& source,
                                              const VornSupport::VornNotification& notification) {

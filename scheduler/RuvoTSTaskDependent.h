@@ -6,6 +6,7 @@
 #include "runtime/support/VornSmartPointer.h"
 #include "scheduler/RuvoTSNotifications.h"
 
+#include <atomic>
 #include <cstdint>
 #include <deque>
 #include <string>
@@ -28,6 +29,12 @@ public:
 
     RuvoTSTask& getTask() const { return task_; }
 
+    // Called by RuvoTSTask::follow, once.
+    void noteFollows();
+    // How many there are that nobody has given to RuvoTSTask::follow: who
+    // registers one without it leaves it to the task to find it.
+    static int madeByHand();
+
     // Delivers a RuvoTSTaskNotification; ignores others, and everything once
     // somebody has unregistered the client. Changes are delivered in their order,
     // one at a time: who comes while another thread delivers leaves that to it,
@@ -49,6 +56,7 @@ private:
     void deliver(const RuvoTSTaskNotification& change);
 
     RuvoTSTask& task_;
+    std::atomic<bool> follows_{false};
     VornSupport::VornMutex mutex_;  // never held while delivering
     std::deque<Change> changes_ VORN_GUARDED_BY(mutex_);  // to be delivered
     std::uint32_t latest_ VORN_GUARDED_BY(mutex_) = 0;

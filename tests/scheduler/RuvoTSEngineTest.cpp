@@ -11,6 +11,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <iterator>
 #include <random>
 #include <set>
 #include <string>
@@ -109,6 +110,29 @@ TEST_F(RuvoTSEngineTest, ReadsItsTasksBack) {
     EXPECT_EQ(OpenScheduler::ask("RUVO_TS_RETRIEVE_BLOB", raw->getHandle()),
               (Texts{"int 0", "int 4", "bytes " + bytes}));
     EXPECT_TRUE(scheduler.events().awaitStates(task->getHandle(), {2}));
+}
+
+TEST_F(RuvoTSEngineTest, ReadsBytesOfEverySizeBack) {
+    std::mt19937 random(5);
+    std::string many(10'000'000, '\0');
+    for (char& c : many) c = static_cast<char>(random());
+    const std::string all[] = {"", std::string(1, '\0'), "\xFF", many};
+    {
+        OpenScheduler scheduler;
+        for (std::size_t i = 0; i < std::size(all); ++i) {
+            EXPECT_GE(OpenScheduler::scheduleBlob(std::to_string(i), all[i], kNoon + 60, 0), 0);
+        }
+    }
+    OpenScheduler scheduler;
+    EXPECT_EQ(set().size(), std::size(all));
+    for (std::size_t i = 0; i < std::size(all); ++i) {
+        const auto task = set().find(std::to_string(i));
+        ASSERT_TRUE(task) << i;
+        const auto answer = OpenScheduler::ask("RUVO_TS_RETRIEVE_BLOB", task->getHandle());
+        ASSERT_EQ(answer.size(), 3u) << i;
+        EXPECT_EQ(answer[1], "int " + std::to_string(all[i].size()));
+        EXPECT_TRUE(answer[2] == "bytes " + all[i]) << i;
+    }
 }
 
 TEST_F(RuvoTSEngineTest, ReadsItsTasksBackAfterEachStart) {

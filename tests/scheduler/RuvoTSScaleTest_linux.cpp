@@ -1,6 +1,7 @@
 // A hundred thousand waiting tasks. A program of its own: it counts what is
 // allocated.
 
+#include "scheduler/RuvoTSBlobTask.h"
 #include "scheduler/RuvoTSExecTask.h"
 #include "scheduler/RuvoTSTaskSet.h"
 #include "scheduler/RuvoTSTimeKeeper.h"
@@ -15,6 +16,7 @@
 #include <atomic>
 #include <chrono>
 #include <cstdlib>
+#include <filesystem>
 #include <new>
 #include <string>
 #include <vector>
@@ -113,6 +115,32 @@ TEST_F(RuvoTSScaleTest, WaitingTasksCostNoThreadsAndLittleMemory) {
     EXPECT_LE(NativeProbe::countThreads(), threads);
     EXPECT_EQ(RuvoTSTimeKeeper::getInstance().waiting(), kMany);
     EXPECT_EQ(folder_.lines().size(), kMany);
+}
+
+// What is long is kept once, by the task itself, also after the store was written.
+TEST_F(RuvoTSScaleTest, LongTextsAndBytesAreKeptOnce) {
+    ASSERT_TRUE(NativeProbe::replacesAllocationEverywhere());
+    constexpr std::size_t kLong = 100'000;
+    constexpr std::size_t kTasks = 50;
+    fill(10);
+    std::size_t before = allocated;
+    for (std::size_t i = 0; i < kTasks; ++i) {
+        open_.set().insert(RuvoTSTask::make<RuvoTSExecTask>(
+                               std::to_string(i), TestSupport::kNoon + 3600, RuvoTSTask::Daily,
+                               "program", "", std::string(kLong, '-'), ""),
+                           i + 1 == kTasks);
+    }
+    EXPECT_LE((allocated - before) / kTasks, kLong + 2 * kBytesATask);
+    EXPECT_GT(std::filesystem::file_size(folder_.store()), 3 * kLong * kTasks);
+
+    constexpr std::size_t kBlob = 10'000'000;
+    before = allocated;
+    open_.set().insert(RuvoTSTask::make<RuvoTSBlobTask>("blob", TestSupport::kNoon + 3600,
+                                                        RuvoTSTask::Daily,
+                                                        std::string(kBlob, 'b')),
+                       true);
+    EXPECT_LE(allocated - before, kBlob + kBlob / 100);
+    EXPECT_GT(std::filesystem::file_size(folder_.store()), 2 * kBlob);
 }
 
 // Not a measurement: one that looks at every task would take thousands of times

@@ -1,4 +1,6 @@
 #include "runtime/net/VornNetLimits.h"
+#include "runtime/net/VornProxyDependentContainer.h"
+#include "runtime/support/VornEvent.h"
 #include "runtime/support/VornException.h"
 #include "scheduler/RuvoTSBlobTask.h"
 #include "scheduler/RuvoTSScheduleCommands.h"
@@ -9,6 +11,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <thread>
 #include <vector>
 
 using namespace RuvoService;
@@ -259,6 +262,58 @@ TEST_F(RuvoTSScheduleCommandsTest, LogsItsSteps) {
               (Texts{"RUVO_TS_CANCEL::handleClient: enter",
                      "RUVO_TS_CANCEL::handleClient: TASKHANDLE=" + std::to_string(blob),
                      "RUVO_TS_CANCEL::handleClient: exit"}));
+}
+
+// ---- room for events -------------------------------------------------------------
+
+// Holds the notifier's queue until it is told to go on.
+class Holder : public VornNet::VornProxyDependent {
+public:
+    Holder() : VornProxyDependent("test:holder", 0) {}
+    bool checkEvent(const VornSupport::VornNotification&) override {
+        holds.set();
+        go.wait();
+        return false;
+    }
+    VornSupport::VornEvent holds{true};
+    VornSupport::VornEvent go{true};
+
+protected:
+    void addContent(VornNet::VornConnection&, const VornSupport::VornNotification&) override {}
+};
+
+// What announces a change waits while more events wait than may, before it reads
+// anything but its name.
+TEST(RuvoTSCommands, WaitForRoomBeforeTheyChangeAnything) {
+    const TestSupport::StoreFolder folder;
+    const TestSupport::TestClock clock;
+    OpenScheduler scheduler;
+    auto& limit = VornNet::VornNetLimits::getInstance().eventQueueBytes;
+    auto& container = VornNet::VornProxyDependentContainer::getInstance();
+    for (const std::string command : {"RUVO_TS_SCHEDULE", "RUVO_TS_SCHEDULE_BLOB",
+                                      "RUVO_TS_CANCEL"}) {
+        const auto holder = VornSupport::makeCounted<Holder>();
+        container.add(holder);
+        const std::int32_t raised = OpenScheduler::scheduleBlob(command, "", kNoon + 60, 0);
+        holder->holds.wait();
+        FakeConnection connection;
+        if (command == "RUVO_TS_SCHEDULE") sendSchedule(connection, "new");
+        if (command == "RUVO_TS_SCHEDULE_BLOB") sendBlob(connection, "too", "bytes");
+        if (command == "RUVO_TS_CANCEL") connection.sendString(command).sendInt(raised);
+        const auto before = limit.exchange(0);
+        const std::size_t tasks = RuvoTSTaskSet::getInstance().size();
+        std::jthread client([&] { OpenScheduler::request(connection); });
+        EXPECT_TRUE(TestSupport::waitUntil([&] { return connection.flushes() == 1; })) << command;
+        EXPECT_EQ(connection.reads(), Texts{"string"}) << command;
+        EXPECT_EQ(RuvoTSTaskSet::getInstance().size(), tasks);
+        limit = before;
+        holder->go.set();
+        client.join();
+        EXPECT_EQ(connection.unread(), 0u) << command;
+        EXPECT_EQ(RuvoTSTaskSet::getInstance().size(),
+                  command == "RUVO_TS_CANCEL" ? tasks - 1 : tasks + 1);
+        container.remove(*holder);
+    }
 }
 
 }  // namespace

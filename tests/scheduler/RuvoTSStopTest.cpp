@@ -11,7 +11,9 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <filesystem>
 #include <string>
+#include <vector>
 
 using namespace RuvoService;
 using TestSupport::exists;
@@ -67,6 +69,42 @@ TEST_F(RuvoTSStopTest, LetsTheCommandRunOn) {
     EXPECT_FALSE(exists(work_.file("done")));
     TestSupport::writeFile(work_.file("go"), "");
     EXPECT_TRUE(waitUntil([&] { return exists(work_.file("done")); }));
+}
+
+// A cancel ends no command either. Its end still reaches the task, which is not
+// armed any more, and its batch file goes.
+TEST_F(RuvoTSStopTest, ACancelLetsTheCommandRunOn) {
+    const auto batchFiles = [&] {
+        int count = 0;
+        for (const auto& entry :
+             std::filesystem::directory_iterator(TestSupport::toPath(folder_.text()))) {
+            if (entry.path().extension() == ".bat") ++count;
+        }
+        return count;
+    };
+    const std::int32_t handle = scheduleWaiting(0);
+    const auto cancelled = task("waits");
+    clock_.advance(10);
+    ASSERT_TRUE(waitUntil([&] { return exists(work_.file("running")); }));
+    EXPECT_EQ(batchFiles(), 1);
+    EXPECT_EQ(OpenScheduler::ask("RUVO_TS_CANCEL", handle),
+              std::vector<std::string>{"int " + std::to_string(handle)});
+    EXPECT_EQ(folder_.lines().size(), 0u);
+    EXPECT_EQ(OpenScheduler::ask("RUVO_TS_TASK_STATE", handle),
+              std::vector<std::string>{"int -9"});
+    EXPECT_TRUE(scheduler_.events().awaitStates(handle, {2, 0, -1}));
+    EXPECT_EQ(RuvoTSRuns::getInstance().count(), 1);
+    EXPECT_FALSE(exists(work_.file("done")));
+
+    TestSupport::writeFile(work_.file("go"), "");
+    EXPECT_TRUE(waitUntil([&] { return exists(work_.file("done")); }));
+    EXPECT_TRUE(scheduler_.events().awaitStates(handle, {2, 0, -1, 1}));
+    EXPECT_TRUE(waitUntil([] { return RuvoTSRuns::getInstance().count() == 0; }));
+    EXPECT_EQ(cancelled->getStatus(), 0);
+    EXPECT_EQ(cancelled->getLastRunTime(), kNoon + 10);
+    EXPECT_EQ(RuvoTSTimeKeeper::getInstance().waiting(), 0u);
+    EXPECT_EQ(batchFiles(), 0);
+    EXPECT_EQ(scheduler_.events().statesOf(handle), (std::vector<int>{2, 0, -1, 1}));
 }
 
 // It is in the store still, so the next life runs it two minutes after its start.

@@ -1,11 +1,14 @@
 #include "scheduler/RuvoTSStore.h"
 
+#include "runtime/net/VornNetLimits.h"
 #include "tests/scheduler/SchedulerTestTools.h"
 #include "tests/support/LogCapture.h"
 
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <filesystem>
+#include <fstream>
 #include <random>
 #include <string>
 #include <vector>
@@ -183,6 +186,26 @@ TEST_F(RuvoTSStoreTest, ReadsAnyBytes) {
     for (const std::string& line : read(folder_.store())) together += line + '\n';
     if (bytes.back() != '\n') together.pop_back();
     EXPECT_EQ(together, bytes);
+}
+
+// No task that could be let in takes so much; what does is not gathered.
+TEST_F(RuvoTSStoreTest, LeavesOutLinesThatNoTaskHas) {
+    auto& limits = VornNet::VornNetLimits::getInstance();
+    const std::size_t usual = RuvoTSStore::longestLine();
+    EXPECT_GT(usual, 2 * std::size_t{limits.blockBytes} + 3 * std::size_t{limits.stringBytes});
+    EXPECT_LT(usual, 3 * std::size_t{limits.blockBytes});
+    const std::uint32_t before = limits.blockBytes;
+    limits.blockBytes = 2 * before;
+    EXPECT_EQ(RuvoTSStore::longestLine(), usual + 2 * std::size_t{before});
+    limits.blockBytes = 10;
+    EXPECT_EQ(RuvoTSStore::longestLine(), usual);  // what was let in comes back
+    limits.blockBytes = before;
+
+    writeFile(folder_.store(), "first\n");
+    std::filesystem::resize_file(TestSupport::toPath(folder_.store()), usual + 100);
+    std::ofstream(TestSupport::toPath(folder_.store()), std::ios::binary | std::ios::app)
+        << "\nlast\n";
+    EXPECT_EQ(read(folder_.store()), (Lines{"first", "last"}));
 }
 
 TEST_F(RuvoTSStoreTest, SaysWhatItCannotRead) {

@@ -157,6 +157,34 @@ TEST_F(RuvoTSTaskDependentTest, HoldsUpNobodyWhileItCannotBeReached) {
     limits.deliveryMs = 2000;
 }
 
+// One that somebody has registered without the task's help is found all the same.
+TEST_F(RuvoTSTaskDependentTest, IsFoundAlsoWhenItWasRegisteredByHand) {
+    const int before = RuvoTSTaskDependent::madeByHand();
+    const auto other = RuvoTSTask::make<RuvoTSBlobTask>("other", kNoon + 10, RuvoTSTask::Daily, "");
+    {
+        auto& container = VornProxyDependentContainer::getInstance();
+        Follower mine = VornSupport::makeCounted<RuvoTSTaskDependent>(listener_.remoteName(), 7,
+                                                                      *task_);
+        const Follower others = VornSupport::makeCounted<RuvoTSTaskDependent>("tcp:127.0.0.1:1", 8,
+                                                                              *other);
+        EXPECT_EQ(RuvoTSTaskDependent::madeByHand(), before + 2);
+        container.add(mine);
+        container.add(others);
+        task_->addDependent(*mine);
+        mine = nullptr;
+        follow(listener_.remoteName(), 9);
+        EXPECT_EQ(registered(), 3);
+        EXPECT_TRUE(task_->finish());
+        task_->removeMyProxyDependents();
+        EXPECT_EQ(registered(), 1);
+        other->removeMyProxyDependents();
+        EXPECT_EQ(registered(), 0);
+    }
+    EXPECT_EQ(RuvoTSTaskDependent::madeByHand(), before);
+    other->retire();
+    EXPECT_EQ(TestSupport::readBytes(listener_.accept(), 100), told(-1, 7) + told(-1, 9));
+}
+
 // Of two changes the later one may be told first by its thread; then the
 // earlier one is not told any more.
 TEST_F(RuvoTSTaskDependentTest, DropsAChangeThatComesAfterALaterOne) {

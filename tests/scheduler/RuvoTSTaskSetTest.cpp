@@ -27,6 +27,7 @@ using TestSupport::readFile;
 namespace {
 
 using Task = RuvoTSTaskSet::Task;
+using Lines = std::vector<std::string>;
 
 Task exec(const std::string& name, std::uint32_t frequency = RuvoTSTask::Once) {
     return RuvoTSTask::make<RuvoTSExecTask>(name, kNoon + 3600, frequency, "prog", "", "", "");
@@ -228,6 +229,25 @@ TEST_F(RuvoTSTaskSetTest, BuildsLinesThatDidNotChangeOnceOnly) {
     EXPECT_NE(folder_.lines().at(0).find("2024 06 16"), std::string::npos);
     EXPECT_EQ(a->recordsBuiltForTest(), 2);
     EXPECT_EQ(b->recordsBuiltForTest(), 1);
+}
+
+TEST_F(RuvoTSTaskSetTest, BuildsLongLinesAnewEachTime) {
+    const auto longOne = blob("long", std::string(2000, 'x'));
+    set_.insert(longOne, true);
+    set_.recordTaskSet();
+    EXPECT_EQ(longOne->recordsBuiltForTest(), 2);
+    const Lines lines = folder_.lines();
+    set_.recordTaskSet();
+    EXPECT_EQ(folder_.lines(), lines);
+}
+
+// A run may end between the release of the set and the end of its task.
+TEST_F(RuvoTSTaskSetTest, CountsNoLessThanNothing) {
+    set_.insert(exec("a"), false);
+    for (const auto& task : set_.release()) task->retire();
+    const LogCapture log(9);
+    set_.remove(5);
+    EXPECT_TRUE(log.has(9, "RuvoTSTaskSet::remove  HANDLE=5 COUNT=0"));
 }
 
 TEST_F(RuvoTSTaskSetTest, WritesNothingWhileItIsNotOpen) {

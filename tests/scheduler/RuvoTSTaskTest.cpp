@@ -2,10 +2,12 @@
 
 #include "runtime/net/VornProxyDependentContainer.h"
 #include "scheduler/RuvoTSBlobTask.h"
+#include "scheduler/RuvoTSHandles.h"
 #include "scheduler/RuvoTSNotifications.h"
 #include "scheduler/RuvoTSNotifier.h"
 #include "scheduler/RuvoTSRuns.h"
 #include "scheduler/RuvoTSTaskSet.h"
+#include "scheduler/RuvoTSTaskThread.h"
 #include "scheduler/RuvoTSTimeKeeper.h"
 #include "tests/scheduler/SchedulerTestTools.h"
 #include "tests/support/LogCapture.h"
@@ -385,6 +387,91 @@ TEST_F(RuvoTSTaskTest, LogsItsNextTime) {
     EXPECT_TRUE(daily.has(4, "RuvoTSTask::rescheduleTask DAILY  DELTATIME=86405"));
     make(kNoon + 10, RuvoTSTask::Monthly)->rescheduleTask();
     EXPECT_TRUE(daily.has(4, "RuvoTSTask::rescheduleTask MONTHLY  DELTATIME=2419205"));
+}
+
+int draws = 0;
+
+// Then it keeps the one that another task has.
+TEST_F(RuvoTSTaskTest, DrawsAHandleAHundredTimesAtMost) {
+    draws = 0;
+    RuvoTSHandles::setDrawForTest([] {
+        ++draws;
+        return 5;
+    });
+    const auto first = make(kNoon + 10, RuvoTSTask::Once);
+    EXPECT_EQ(draws, 1);
+    draws = 0;
+    const auto second = make(kNoon + 10, RuvoTSTask::Once);
+    EXPECT_EQ(draws, 100);
+    EXPECT_EQ(second->getHandle(), 5);
+    EXPECT_EQ(open_.set().find(5), first);
+    draws = 0;
+    RuvoTSHandles::setDrawForTest([] { return ++draws < 100 ? 5 : 6; });
+    EXPECT_EQ(make(kNoon + 10, RuvoTSTask::Once)->getHandle(), 6);
+    EXPECT_EQ(draws, 100);
+    RuvoTSHandles::setDrawForTest(nullptr);
+}
+
+TEST_F(RuvoTSTaskTest, LogsTheRunOfATaskWithBytes) {
+    const LogCapture log(9);
+    const auto task = make(kNoon + 10, RuvoTSTask::Daily);
+    clock_.advance(10);
+    ASSERT_TRUE(awaitRun(*task, kNoon + 10));
+    ASSERT_TRUE(waitUntil([&] { return log.has(9, "RuvoTSTaskThread::run exit "); }));
+    ASSERT_TRUE(waitUntil([&] { return log.has(9, "RuvoTSBlobTask::performTask exit "); }));
+    Told steps;
+    for (const std::string& text : log.beginning("RuvoTS")) {
+        if (text.find("BlobTask::") != std::string::npos &&
+            text.find("performTask") == std::string::npos) {
+            steps.push_back(text);
+        }
+    }
+    EXPECT_EQ(steps, (Told{"RuvoTSTBlobTask::runtaskonsystem enter",
+                           "RuvoTSBlobTask::runtaskonsystem exit  STATUS=0"}));
+    EXPECT_EQ(log.count(9, "RuvoTSBlobTask::performTask "), 1u);
+    EXPECT_EQ(log.count(9, "RuvoTSBlobTask::performTask exit "), 1u);
+    for (const auto& record : log.records()) {
+        if (record.text == "RuvoTSTBlobTask::runtaskonsystem enter") {
+            EXPECT_EQ(record.thread, "RuvoTSTaskThread");
+        }
+    }
+}
+
+// A task whose first thread the system refuses.
+class RefusedTask final : public RuvoTSTask {
+public:
+    RefusedTask() : RuvoTSTask("refused", kNoon + 10, Daily) {}
+    std::string serialize() const override { return ""; }
+    int performTask() override {
+        const auto thread = VornSupport::makeCounted<RuvoTSTaskThread>();
+        enlist(*thread);
+        if (++attempts == 1) thread->setStackSize(std::size_t{1} << 62);
+        launch(*thread);
+        return 0;
+    }
+    std::optional<std::int32_t> runtaskonsystem() override { return 3; }
+    std::string_view kind() const override { return "RefusedTask"; }
+    std::atomic<int> attempts{0};
+};
+
+TEST_F(RuvoTSTaskTest, TriesAgainWhenThereIsNoThread) {
+    const LogCapture log(2);
+    const auto task = RuvoTSTask::make<RefusedTask>();
+    clock_.advance(10);
+    EXPECT_TRUE(waitUntil([&] {
+        return task->attempts == 1 && RuvoTSTimeKeeper::getInstance().waiting() == 1;
+    }));
+    EXPECT_TRUE(waitUntil([] { return RuvoTSRuns::getInstance().count() == 0; }));
+    EXPECT_EQ(task->getState(), RuvoTSTask::Waiting);
+    EXPECT_EQ(task->getStatus(), -999);
+    EXPECT_EQ(log.beginning("VornThread::start: no thread for ").size(), 1u);
+    clock_.advance(1);
+    EXPECT_TRUE(awaitRun(*task, kNoon + 11));
+    EXPECT_TRUE(awaitState(*task, RuvoTSTask::Waiting));
+    EXPECT_EQ(task->attempts, 2);
+    EXPECT_EQ(task->getStatus(), 3);
+    EXPECT_EQ(task->getNextTime(), kNoon + 10 + kDay);
+    task->finish();
 }
 
 TEST_F(RuvoTSTaskTest, HasAHandleThatNoLiveTaskHas) {
