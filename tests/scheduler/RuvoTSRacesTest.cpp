@@ -11,6 +11,8 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
+#include <filesystem>
 #include <random>
 #include <string>
 #include <thread>
@@ -41,6 +43,24 @@ void followSomehow(const char* command, std::int32_t dependent, std::int32_t tas
     OpenScheduler::request(connection, "SchedulerFollow");
 }
 
+void askPlain(const char* command) {
+    FakeConnection connection;
+    connection.sendString(command);
+    EXPECT_EQ(OpenScheduler::request(connection).at(0), "int 0");
+}
+
+void askForRunTime(std::int32_t task) {
+    FakeConnection connection;
+    connection.sendString("RUVO_TS_EXECUTION_INFO").sendInt(task).sendInt(24);
+    EXPECT_EQ(OpenScheduler::request(connection).size(), 2u);
+}
+
+void askForLastStatus(std::int32_t task) {
+    FakeConnection connection;
+    connection.sendString("RUVO_TS_LAST_STATUS").sendInt(task);
+    OpenScheduler::request(connection, "SchedulerFollow");
+}
+
 class RuvoTSRacesTest : public testing::Test {
 protected:
     RuvoTSRacesTest() {
@@ -62,8 +82,11 @@ TEST_F(RuvoTSRacesTest, CommandsTimersRunsAndCancelsGetAlong) {
         for (int round = 0; round < kRounds; ++round) {
             const std::string name = nameOf(static_cast<unsigned>(random()));
             const std::int32_t handle = lookUp(name);
-            switch (random() % 8) {
+            switch (random() % 14) {
                 case 0:
+                    OpenScheduler::schedule(name, "exit", "3", currentTime() + 1,
+                                            static_cast<std::uint32_t>(random() % 6));
+                    break;
                 case 1:
                     OpenScheduler::scheduleBlob(name, "bytes", currentTime() + 1,
                                                 static_cast<std::uint32_t>(random() % 6));
@@ -74,7 +97,12 @@ TEST_F(RuvoTSRacesTest, CommandsTimersRunsAndCancelsGetAlong) {
                 case 3: OpenScheduler::ask("RUVO_TS_TASK_STATE", handle); break;
                 case 4: OpenScheduler::ask("RUVO_TS_GET_NEXT_TIME", handle); break;
                 case 5: OpenScheduler::ask("RUVO_TS_RETRIEVE_BLOB", handle); break;
-                case 6: followSomehow("RUVO_TS_FOLLOW", round % 3, handle); break;
+                case 6: OpenScheduler::ask("RUVO_TS_EXIT_CODE", handle); break;
+                case 7: askForRunTime(handle); break;
+                case 8: askPlain("RUVO_TS_LIST_EXEC"); break;
+                case 9: askPlain("RUVO_TS_LIST_BLOB"); break;
+                case 10: askForLastStatus(handle); break;
+                case 11: followSomehow("RUVO_TS_FOLLOW", round % 3, handle); break;
                 default: followSomehow("RUVO_TS_UNFOLLOW", round % 3, handle); break;
             }
         }
@@ -105,6 +133,72 @@ TEST_F(RuvoTSRacesTest, CommandsTimersRunsAndCancelsGetAlong) {
     EXPECT_EQ(RuvoTSTimeKeeper::getInstance().waiting(), 0u);
     EXPECT_EQ(VornNet::VornProxyDependentContainer::getInstance().size(), 1);
     EXPECT_EQ(folder_.lines().size(), 0u);
+}
+
+// A command's run is slower: it is cancelled at each of its moments. Nothing of
+// it stays, whichever that was.
+TEST_F(RuvoTSRacesTest, ACancelAtAnyMomentOfACommandLeavesNothing) {
+    for (int round = 0; round < 12; ++round) {
+        const std::int32_t handle = OpenScheduler::schedule(
+            "one", "exit", "3", currentTime() + 1, round % 2 == 0 ? 0 : 3);
+        ASSERT_GE(handle, 0);
+        clock_.advance(1);
+        const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(60 * round);
+        waitUntil([&] { return std::chrono::steady_clock::now() >= end; });
+        OpenScheduler::ask("RUVO_TS_CANCEL", handle);
+        EXPECT_TRUE(waitUntil([] { return RuvoTSTaskSet::getInstance().size() == 0; }));
+        EXPECT_TRUE(waitUntil([] { return RuvoTSRuns::getInstance().count() == 0; }));
+        EXPECT_EQ(RuvoTSTimeKeeper::getInstance().waiting(), 0u);
+        EXPECT_TRUE(waitUntil([&] {
+            const auto states = scheduler_.events().statesOf(handle);
+            return std::find(states.begin(), states.end(), -1) != states.end();
+        }));
+    }
+    for (const auto& entry :
+         std::filesystem::directory_iterator(TestSupport::toPath(folder_.text()))) {
+        EXPECT_NE(entry.path().extension(), ".bat");
+    }
+}
+
+// What is asked while others make the store be written, a large one, is answered
+// right.
+TEST_F(RuvoTSRacesTest, AnswersWhileTheStoreIsWritten) {
+    const std::int32_t steady = OpenScheduler::schedule("steady", "p", "", kNoon + 3600, 1);
+    std::atomic<bool> done{false};
+    std::vector<std::jthread> writers;
+    for (int w = 0; w < 2; ++w) {
+        writers.emplace_back([w] {
+            const std::string bytes(300'000, 'x');
+            for (int i = 0; i < 15; ++i) {
+                const auto handle = OpenScheduler::scheduleBlob("w" + std::to_string(w), bytes,
+                                                                kNoon + 3600, 0);
+                OpenScheduler::ask("RUVO_TS_CANCEL", handle);
+            }
+        });
+    }
+    std::atomic<int> asked{0};
+    std::vector<std::jthread> askers;
+    for (int a = 0; a < 3; ++a) {
+        askers.emplace_back([&] {
+            using Texts = std::vector<std::string>;
+            do {
+                EXPECT_EQ(lookUp("steady"), steady);
+                EXPECT_EQ(OpenScheduler::ask("RUVO_TS_TASK_STATE", steady), Texts{"int 2"});
+                EXPECT_EQ(OpenScheduler::ask("RUVO_TS_EXIT_CODE", steady), Texts{"int -999"});
+                FakeConnection connection;
+                connection.sendString("RUVO_TS_LIST_EXEC");
+                EXPECT_EQ(OpenScheduler::request(connection), (Texts{"int 0", "string steady "}));
+                EXPECT_EQ(OpenScheduler::ask("RUVO_TS_GET_NEXT_TIME", steady).at(1),
+                          "string 2024 06 15 13 00 00");
+                ++asked;
+            } while (!done);
+        });
+    }
+    writers.clear();
+    done = true;
+    askers.clear();
+    EXPECT_GT(asked, 2);
+    EXPECT_EQ(folder_.lines().size(), 1u);
 }
 
 // A cancel at each moment of a run. The last event but the end of a run that was
