@@ -76,7 +76,7 @@ int run(int argc, char** argv) {
         options.add_option("--rounds", settings.rounds, "rounds of each figure (default 5)")
             ->check(CLI::Range(1, 1000));
     options.add_option("--only", settings.only, "only these figures: a name or how names begin");
-    options.add_flag("--quick", settings.quick, "shorter and fewer rounds: under 40 seconds");
+    options.add_flag("--quick", settings.quick, "shorter and fewer rounds: about a minute");
     options.add_flag("--json", settings.json, "one JSON object instead of the table");
     options.add_flag("--list", settings.list, "names the families of figures");
     try {
