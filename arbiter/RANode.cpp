@@ -94,7 +94,12 @@ void RuvoRAEngine::RANode::tellDependents(const char* operation) {
                     << operation << "(" << getNodeName()
                     << "): sending notifications to local dependents");
     RuvoRAWakeUps wakeUps;
-    notify(Notification(&wakeUps));
+    try {
+        notify(Notification(&wakeUps));
+    } catch (const std::exception& e) {
+        // Out of memory, say. The change stands; who was not told finds out.
+        VORN_LOG(2, "RuvoRAEngine::RANode::" << operation << ": exception: " << e.what());
+    }
     wakeUps.wakeAll();
     VORN_LOG(9, "RuvoRAEngine::RANode::" << operation << "(" << getNodeName() << "): exit");
 }

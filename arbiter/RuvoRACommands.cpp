@@ -15,16 +15,32 @@ using VornNet::VornConnection;
 
 constexpr int kDone = 0;
 
-// On return the system has taken the handle and the client was there to read
+// Gives back a lock whose handle could not be told.
+void withdraw(RuvoRAEngine& arbiter, std::int32_t handle) {
+    VORN_LOG(9, "RUVO_RA_LOCK::handleClient: client communication error.  "
+                "Unlocking the acquired resource.");
+    arbiter.unlock(handle);
+    arbiter.printTree();
+}
+
+// True when the system has taken the handle and the client was there to read
 // it. Sending alone does not tell: what is sent to a connection that the client
 // has closed is taken all the same. A client that has only ended its own side
-// counts as gone too, and must not read a handle that is given back.
-void tellHandle(VornConnection& connection, std::int32_t handle) {
-    if (handle != 0 && connection.isPeerGone()) {
-        throw VornSupport::VornException("RUVO_RA_LOCK::handleClient: the client has gone");
+// counts as gone too; it may go on reading, and what it reads is 0.
+bool tellHandle(VornConnection& connection, RuvoRAEngine& arbiter, std::int32_t handle) {
+    const bool gone = handle != 0 && connection.isPeerGone();
+    if (gone) withdraw(arbiter, handle);
+    try {
+        connection.writeInt(gone ? 0 : handle);
+        if (handle != 0) connection.flush();
+    } catch (const VornSupport::VornException&) {
+        if (!gone) withdraw(arbiter, handle);
+        return false;
+    } catch (...) {
+        if (!gone) withdraw(arbiter, handle);  // no memory, say
+        throw;
     }
-    connection.writeInt(handle);
-    if (handle != 0) connection.flush();
+    return !gone;
 }
 
 }  // namespace
@@ -40,16 +56,9 @@ void RUVO_RA_LOCK::handleClient(VornConnection& connection, RuvoEngineBase& engi
                                                     << "ms for the lock");
     const RuvoNNEngine::LateWake afterTheAnswer(arbiter.notifier());
     const std::int32_t handle = arbiter.lock(path, wait, &connection);
-    try {
-        tellHandle(connection, handle);
-        arbiter.printTree();
-        VORN_LOG(9, "RUVO_RA_LOCK::handleClient: exit");
-    } catch (const VornSupport::VornException&) {
-        VORN_LOG(9, "RUVO_RA_LOCK::handleClient: client communication error.  "
-                    "Unlocking the acquired resource.");
-        arbiter.unlock(handle);
-        arbiter.printTree();
-    }
+    if (!tellHandle(connection, arbiter, handle)) return;
+    arbiter.printTree();
+    VORN_LOG(9, "RUVO_RA_LOCK::handleClient: exit");
 }
 
 void RUVO_RA_UNLOCK::handleClient(VornConnection& connection, RuvoEngineBase& engine) {

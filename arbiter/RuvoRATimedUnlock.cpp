@@ -35,8 +35,9 @@ void RuvoRAWakeUps::wakeAll() {
 
 RuvoRATimedUnlock::RuvoRATimedUnlock(RuvoRAEngine::RANode& node, VornNet::VornConnection* client)
     : node_(node), client_(client) {
-    if (client_ != nullptr) client_->setAbortEvent(eventUnlock_.get());
     node_.addDependent(*this);
+    // Last: nothing takes it back when a constructor fails.
+    if (client_ != nullptr) client_->setAbortEvent(eventUnlock_.get());
 }
 
 RuvoRATimedUnlock::~RuvoRATimedUnlock() {
@@ -47,10 +48,11 @@ RuvoRATimedUnlock::~RuvoRATimedUnlock() {
 bool RuvoRATimedUnlock::wait(int waitMs) {
     const bool limited = waitMs >= 0;
     const auto end = Clock::now() + milliseconds(std::max(waitMs, 0));
-    // The node may have been unlocked since the caller saw it locked and before
-    // we were registered. From here on no unlock is missed.
-    if (!node_.isLocked()) unlocked_ = true;
     while (!unlocked_) {
+        // The node may have been unlocked since the caller saw it locked and before
+        // we were registered. From here on no unlock is missed, unless there was no
+        // memory to tell us: hence the look each time.
+        if (!node_.isLocked()) break;
         if (client_ != nullptr && client_->isPeerGone()) {
             VORN_LOG(9, "RuvoRATimedUnlock::wait: the client has gone");
             return false;

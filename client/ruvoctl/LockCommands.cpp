@@ -51,6 +51,9 @@ std::optional<std::int32_t> obtain(Session& session, Ruvo::RuvoClient& client,
     RuvoLocks locks(client);
     const auto goesOn = [&] { return !session.surroundings.isInterrupted(); };
     const auto handle = locks.lock(options.path, milliseconds(0), goesOn);
+    if (!handle && !client.isOpen() && goesOn()) {
+        throw Failure(kUnreachable, "the daemon does not answer");
+    }
     if (handle || options.wait.count() == 0 || !client.isOpen()) return handle;
     session.surroundings.err << "ruvoctl: waiting for the lock of \"" << shown(options.path) << '"'
                              << std::endl;

@@ -122,7 +122,8 @@ UDPPort::Arrival UDPPort::read(Peer& peer, char* buffer, std::size_t size, bool 
 
 bool UDPPort::isGone(Peer& peer) {
     VornMutexLock lock(mutex_);
-    if (!peer.ended && peer.queue.empty()) endIfSilentLocked(peer);
+    // Also while something is unread: who waits for something else reads nothing.
+    if (!peer.ended) endIfSilentLocked(peer);
     return peer.ended || peer.aborted;
 }
 

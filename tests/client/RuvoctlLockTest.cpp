@@ -257,6 +257,16 @@ TEST_F(RuvoctlLock, TellsThatTheDaemonDoesNotAnswerAndKeepsTheStatus) {
     EXPECT_TRUE(has(err(), "was not unlocked: no answer")) << err();
 }
 
+TEST_F(RuvoctlLock, TellsASilentDaemonFromALockThatIsHeld) {
+    const Script script = [](ScriptedPeer& peer) {
+        peer.open();
+        peer.expect(u16(1) + lockRequest("a", 0));
+        peer.awaitClose();
+    };
+    EXPECT_EQ(run(script, {"--timeout", "0.3", "lock", "a"}), 3);
+    EXPECT_TRUE(has(err(), "does not answer")) << err();
+}
+
 TEST_F(RuvoctlLock, GivesSignsOfLifeOverUdpWhileTheCommandRuns) {
     ruvoctl_.signOfLife = std::chrono::milliseconds(1);
     const Script script = [&](ScriptedPeer& peer) {

@@ -236,9 +236,20 @@ TEST_F(Arbiter, KeepsNothingForAClientThatGoesWithItsRequest) {
     for (int i = 0; i < 50; ++i) {
         auto client = opened();
         client.sendLast(batchOf(lockRequest("with", i % 2 == 0 ? 0 : kForever)));
-        EXPECT_EQ(client.readRest(), "") << "it is told nothing";
+        EXPECT_EQ(client.readRest(), WireText().number(0).text());
         expectFree("with");
     }
+}
+
+// What is behind the lock in the batch has an answer of its own.
+TEST_F(Arbiter, TellsWhoHasEndedItsSideThatItHasNoLock) {
+    auto client = opened();
+    client.sendLast(WireText()
+                        .shortNumber(2)
+                        .bytes(lockRequest("half", 0).text())
+                        .bytes(WireText().request("JobStatus", "RUVO_JS_LOOKUP").string("?").text()));
+    EXPECT_EQ(client.readRest(), WireText().number(0).number(-1).text());
+    expectFree("half");
 }
 
 TEST_F(Arbiter, KeepsNothingForAClientThatGoesWhileItWaits) {
@@ -449,13 +460,16 @@ TEST_F(Arbiter, ServesDatagrams) {
 }
 
 TEST_F(Arbiter, KeepsNothingForADatagramClientThatClosesWhileItWaits) {
-    auto holder = opened();
+    Daemon own({.udp = true, .logLevel = 9});
+    auto holder = own.client();
     const auto handle = lockOver(holder, "udp gone");
-    DatagramClient gone(daemon().udpPort());
+    DatagramClient gone(own.udpPort());
     gone.send(lockRequest("udp gone", kForever));
     gone.close();
+    // Until then its end may be on its way.
+    ASSERT_TRUE(own.logs(9, "RuvoRATimedUnlock::wait: the client has gone"));
     unlockOver(holder, handle);
-    expectFree("udp gone");
+    EXPECT_GT(lockOver(holder, "udp gone"), 0);
 }
 
 // ---- stopping ------------------------------------------------------------------

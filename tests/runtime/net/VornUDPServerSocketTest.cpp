@@ -275,6 +275,17 @@ TEST(VornUDPServerSocket, CountsSilenceFromTheLastTraffic) {
     EXPECT_GE(std::chrono::steady_clock::now() - begin, 2200ms);
 }
 
+// Who waits for something else than the peer's words leaves them unread.
+TEST(VornUDPServerSocket, NoticesTheSilenceBehindUnreadWords) {
+    Listening listening(200ms);
+    const Socket client = udpTo(listening.server.getPort());
+    sendBytes(client, "x");
+    const ConnectionPointer connection = listening.next();
+    ASSERT_TRUE(connection);
+    EXPECT_TRUE(waitUntil([&] { return connection->isPeerGone(); }));
+    EXPECT_EQ(readToEnd(*connection), "x");
+}
+
 TEST(VornUDPServerSocket, TellsAPeekOfTheSilence) {
     Listening listening(100ms);
     const Socket client = udpTo(listening.server.getPort());
