@@ -112,7 +112,8 @@ TEST_F(RuvoTSScaleTest, WaitingTasksCostNoThreadsAndLittleMemory) {
     const std::size_t each = (allocated - before) / (kMany - 10) - own;
     RecordProperty("bytes_a_task", static_cast<int>(each));
     EXPECT_LE(each, kBytesATask);
-    EXPECT_LE(NativeProbe::countThreads(), threads);
+    // The one more looks at the clock every few seconds for all of them.
+    EXPECT_LE(NativeProbe::countThreads(), threads + 1);
     EXPECT_EQ(RuvoTSTimeKeeper::getInstance().waiting(), kMany);
     EXPECT_EQ(folder_.lines().size(), kMany);
 }
