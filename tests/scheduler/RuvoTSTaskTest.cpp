@@ -437,43 +437,6 @@ TEST_F(RuvoTSTaskTest, LogsTheRunOfATaskWithBytes) {
     }
 }
 
-// A task whose first thread the system refuses.
-class RefusedTask final : public RuvoTSTask {
-public:
-    RefusedTask() : RuvoTSTask("refused", kNoon + 10, Daily) {}
-    std::string serialize() const override { return ""; }
-    int performTask() override {
-        const auto thread = VornSupport::makeCounted<RuvoTSTaskThread>();
-        enlist(*thread);
-        if (++attempts == 1) thread->setStackSize(std::size_t{1} << 62);
-        launch(*thread);
-        return 0;
-    }
-    std::optional<std::int32_t> runtaskonsystem() override { return 3; }
-    std::string_view kind() const override { return "RefusedTask"; }
-    std::atomic<int> attempts{0};
-};
-
-TEST_F(RuvoTSTaskTest, TriesAgainWhenThereIsNoThread) {
-    const LogCapture log(2);
-    const auto task = RuvoTSTask::make<RefusedTask>();
-    clock_.advance(10);
-    EXPECT_TRUE(waitUntil([&] {
-        return task->attempts == 1 && RuvoTSTimeKeeper::getInstance().waiting() == 1;
-    }));
-    EXPECT_TRUE(waitUntil([] { return RuvoTSRuns::getInstance().count() == 0; }));
-    EXPECT_EQ(task->getState(), RuvoTSTask::Waiting);
-    EXPECT_EQ(task->getStatus(), -999);
-    EXPECT_EQ(log.beginning("VornThread::start: no thread for ").size(), 1u);
-    clock_.advance(1);
-    EXPECT_TRUE(awaitRun(*task, kNoon + 11));
-    EXPECT_TRUE(awaitState(*task, RuvoTSTask::Waiting));
-    EXPECT_EQ(task->attempts, 2);
-    EXPECT_EQ(task->getStatus(), 3);
-    EXPECT_EQ(task->getNextTime(), kNoon + 10 + kDay);
-    task->finish();
-}
-
 TEST_F(RuvoTSTaskTest, HasAHandleThatNoLiveTaskHas) {
     std::vector<RuvoTSTaskSet::Task> tasks;
     for (int i = 0; i < 200; ++i) {
