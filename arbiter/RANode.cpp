@@ -90,9 +90,8 @@ void RuvoRAEngine::RANode::announceLocked(const char* operation, std::int32_t st
 // that the first one's way to its answer is free.
 template <class Notification>
 void RuvoRAEngine::RANode::tellDependents(const char* operation) {
-    VORN_LOG(9, "RuvoRAEngine::RANode::"
-                    << operation << "(" << getNodeName()
-                    << "): sending notifications to local dependents");
+    VORN_LOG(9, "RuvoRAEngine::RANode::" << operation << "(" << getNodeName()
+                                         << "): sending notifications to local dependents");
     RuvoRAWakeUps wakeUps;
     try {
         notify(Notification(&wakeUps));
@@ -111,8 +110,8 @@ bool RuvoRAEngine::RANode::lock(int waitMs, VornNet::VornConnection* client) {
     bool result = tryLock(waitMs);
     while (!result && waitMs != 0) {
         if (!awaitUnlock(waitMs, client)) {
-            VORN_LOG(9, "RuvoRAEngine::RANode::lock("
-                            << getNodeName() << "): timer expired, node is still locked");
+            VORN_LOG(9, "RuvoRAEngine::RANode::lock(" << getNodeName()
+                                                      << "): timer expired, node is still locked");
             break;
         }
         VORN_LOG(9, "RuvoRAEngine::RANode::lock(" << getNodeName()
@@ -129,9 +128,9 @@ bool RuvoRAEngine::RANode::tryLock(int waitMs) {
         VornCriticalSection section(engine_.lock_);
         if (locked_ != kFree) {
             if (waitMs != 0) {
-                VORN_LOG(9, "RuvoRAEngine::RANode::lock("
-                                << getNodeName() << "): delaying for " << waitMs
-                                << "ms or until node is unlocked");
+                VORN_LOG(9, "RuvoRAEngine::RANode::lock(" << getNodeName() << "): delaying for "
+                                                          << waitMs
+                                                          << "ms or until node is unlocked");
             }
             return false;
         }

@@ -52,8 +52,8 @@ void RUVO_RA_LOCK::handleClient(VornConnection& connection, RuvoEngineBase& engi
     std::string path;
     connection.readString(path);
     const int wait = connection.readInt();
-    VORN_LOG(9, "RUVO_RA_LOCK::handleClient: lock " << path << " wait " << wait
-                                                    << "ms for the lock");
+    VORN_LOG(9,
+             "RUVO_RA_LOCK::handleClient: lock " << path << " wait " << wait << "ms for the lock");
     const RuvoNNEngine::LateWake afterTheAnswer(arbiter.notifier());
     const std::int32_t handle = arbiter.lock(path, wait, &connection);
     if (!tellHandle(connection, arbiter, handle)) return;

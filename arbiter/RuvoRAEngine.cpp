@@ -9,9 +9,7 @@ namespace RuvoService {
 using VornSupport::VornCriticalSection;
 
 RuvoRAEngine::RuvoRAEngine(RuvoNNEngine* notifier)
-    : RuvoEngineBase("Arbiter"),
-      notifier_(notifier),
-      root_(*this, "root") {
+    : RuvoEngineBase("Arbiter"), notifier_(notifier), root_(*this, "root") {
     root_.addRef();  // ours, so that no pointer to it ever destroys it
     addCommand<RUVO_RA_LOCK>("RUVO_RA_LOCK");
     addCommand<RUVO_RA_UNLOCK>("RUVO_RA_UNLOCK");

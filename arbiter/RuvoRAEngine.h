@@ -94,8 +94,7 @@ public:
         // engine's lock, that of the second holds nothing.
         bool setFree();
         void tellUnlocked();
-        void announceLocked(const char* operation, std::int32_t state)
-            VORN_REQUIRES(engine_.lock_);
+        void announceLocked(const char* operation, std::int32_t state) VORN_REQUIRES(engine_.lock_);
         template <class Notification>
         void tellDependents(const char* operation);
 

@@ -64,7 +64,7 @@ bool RuvoRATimedUnlock::wait(int waitMs) {
             slice = std::min(slice, left);
         }
         eventUnlock_->wait(slice == milliseconds::max() ? VornSupport::VornEvent::kForever
-                                                       : static_cast<int>(slice.count()));
+                                                        : static_cast<int>(slice.count()));
     }
     VORN_LOG(9, "RuvoRATimedUnlock::wait: node unlocked before timer expired");
     return true;

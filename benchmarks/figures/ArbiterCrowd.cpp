@@ -107,12 +107,9 @@ void measure(const Settings& settings, const FigureSink& sink) {
         rest.ours.push_back(longest.rest);
     }
     const auto report = [&sink](const char* name, const Rounds& rounds) {
-        sink(evaluate({.name = name,
-                       .unit = "ms",
-                       .against = "",
-                       .rule = Rule::ValueAtMost,
-                       .limit = 50},
-                      rounds));
+        sink(evaluate(
+            {.name = name, .unit = "ms", .against = "", .rule = Rule::ValueAtMost, .limit = 50},
+            rounds));
     };
     if (settings.wants("arbiter.crowd.answer")) report("arbiter.crowd.answer", answer);
     if (settings.wants("arbiter.crowd.rest")) report("arbiter.crowd.rest", rest);

@@ -36,7 +36,8 @@ public:
         const double before = residentKiB(daemon_.pid());
         add(kFew, count);
         if (count > kFew) {
-            bytes_ = (residentKiB(daemon_.pid()) - before) * 1024 / static_cast<double>(count - kFew);
+            bytes_ =
+                (residentKiB(daemon_.pid()) - before) * 1024 / static_cast<double>(count - kFew);
         }
     }
     // Of memory for each node, its name not counted.

@@ -21,8 +21,8 @@ double timesAsMuch(double all, double one) { return all / one; }
 void measure(const Settings& settings, const FigureSink& sink) {
     const Daemon daemon(settings);
     const std::string request = batchOf(lockRequest("bench:scale:00", 0), 1);
-    const BareServer server(settings, {"ping", std::to_string(request.size()),
-                                       std::to_string(kResultBytes)});
+    const BareServer server(settings,
+                            {"ping", std::to_string(request.size()), std::to_string(kResultBytes)});
     useAllProcessors(daemon.pid());
     useAllProcessors(server.pid());
 

@@ -157,7 +157,7 @@ void VornTreeNode::printGuts(int indent) const {
 }
 
 VornSmartPointer<VornTreeNode> VornTreeNode::makeNode(std::string_view path,
-                                                    const VornTreeNode&) const {
+                                                      const VornTreeNode&) const {
     const auto separator = path.find_last_of(kSeparators);
     const auto begin = separator == std::string_view::npos ? 0 : separator + 1;
     return makeCounted<VornTreeNode>(std::string(path.substr(begin)));

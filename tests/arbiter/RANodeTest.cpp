@@ -28,8 +28,8 @@ TEST_F(RANode, IsFreeAtFirst) {
 }
 
 TEST_F(RANode, IsLockedAtOnceWhenFreeWhateverTheWait) {
-    for (const int waitMs : {0, 1, -1, 5000, std::numeric_limits<int>::max(),
-                             std::numeric_limits<int>::min()}) {
+    for (const int waitMs :
+         {0, 1, -1, 5000, std::numeric_limits<int>::max(), std::numeric_limits<int>::min()}) {
         EXPECT_TRUE(node_->lock(waitMs)) << waitMs;
         EXPECT_TRUE(node_->isLocked());
         EXPECT_TRUE(node_->unlock());
@@ -65,8 +65,8 @@ TEST_F(RANode, StaysLockedWhenTheTimeIsUp) {
 }
 
 TEST_F(RANode, IsLockedByAWaiterAsSoonAsItIsFree) {
-    for (const int waitMs : {kLong, kForever, std::numeric_limits<int>::max(),
-                             std::numeric_limits<int>::min()}) {
+    for (const int waitMs :
+         {kLong, kForever, std::numeric_limits<int>::max(), std::numeric_limits<int>::min()}) {
         node_->lock(0);
         Waiter waiter(engine_, "a:b", waitMs);
         ASSERT_TRUE(waiter.awaitWait());
@@ -85,8 +85,7 @@ TEST_F(RANode, MissesNoUnlockBeforeTheWaiterIsKnown) {
     Client client;
     client.onFlush = [&] { EXPECT_TRUE(node_->unlock()); };
     EXPECT_TRUE(node_->lock(kForever, &client));
-    EXPECT_EQ(events(),
-              (Texts{"VornRAEvent:a:b=1", "VornRAEvent:a:b=0", "VornRAEvent:a:b=1"}));
+    EXPECT_EQ(events(), (Texts{"VornRAEvent:a:b=1", "VornRAEvent:a:b=0", "VornRAEvent:a:b=1"}));
 }
 
 // Known, but not asleep yet.
@@ -111,7 +110,8 @@ TEST_F(RANode, MissesNoUnlockAtAnyMoment) {
             locked = node_->lock(kForever);
         });
         while (!begun) std::this_thread::yield();
-        for (int spin = 0; spin < round * 20; ++spin) std::atomic_signal_fence(std::memory_order_seq_cst);
+        for (int spin = 0; spin < round * 20; ++spin)
+            std::atomic_signal_fence(std::memory_order_seq_cst);
         node_->unlock();
         ASSERT_TRUE(TestSupport::waitUntil([&] { return locked.load(); }));
         waiter.join();
@@ -335,11 +335,17 @@ TEST_F(RANode, TracesAWaitThatIsWorthIt) {
     const std::string lock = "RuvoRAEngine::RANode::lock(a:b): ";
     const std::string told = "RuvoRATimedUnlock::handleNotification: ";
     const Texts unlocking = announcing("sendUnlockNotification");
-    Texts expected{lock + "enter", lock + "delaying for -3ms or until node is unlocked",
-                   unlocking[0], unlocking[1], told + "enter", told + "setting eventUnlock",
-                   told + "exit", unlocking[2],
+    Texts expected{lock + "enter",
+                   lock + "delaying for -3ms or until node is unlocked",
+                   unlocking[0],
+                   unlocking[1],
+                   told + "enter",
+                   told + "setting eventUnlock",
+                   told + "exit",
+                   unlocking[2],
                    "RuvoRATimedUnlock::wait: node unlocked before timer expired",
-                   lock + "node was unlocked, retrying lock", lock + "locking node"};
+                   lock + "node was unlocked, retrying lock",
+                   lock + "locking node"};
     append(expected, announcing("sendLockNotification"));
     append(expected, {lock + "exit (true)"});
     EXPECT_EQ(own(log), expected);

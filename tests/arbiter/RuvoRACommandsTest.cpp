@@ -241,12 +241,11 @@ TEST_F(RuvoRACommands, TraceWhatTheyDo) {
               (Texts{"RUVO_RA_LOCK::handleClient: enter",
                      "RUVO_RA_LOCK::handleClient: lock a wait 250ms for the lock",
                      "RuvoRAEngine::lock: lock handle 1", kTree[0], kTree[1],
-                     "RUVO_RA_LOCK::handleClient: exit",
-                     "RUVO_RA_LOCK::handleClient: enter",
+                     "RUVO_RA_LOCK::handleClient: exit", "RUVO_RA_LOCK::handleClient: enter",
                      "RUVO_RA_LOCK::handleClient: lock a wait 0ms for the lock",
                      "RuvoRAEngine::lock: lock handle 0", kTree[0], kTree[1],
-                     "RUVO_RA_LOCK::handleClient: exit",
-                     "RUVO_RA_UNLOCK::handleClient: unlock 1", kTree[0], kTree[1]}));
+                     "RUVO_RA_LOCK::handleClient: exit", "RUVO_RA_UNLOCK::handleClient: unlock 1",
+                     kTree[0], kTree[1]}));
 }
 
 TEST_F(RuvoRACommands, TraceALockThatIsGivenBack) {

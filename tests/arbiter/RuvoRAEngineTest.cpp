@@ -191,8 +191,8 @@ TEST_F(RuvoRAEngine, LocksANodeWithoutThoseBelowOrAboveIt) {
 
 TEST_F(RuvoRAEngine, IgnoresHandlesThatItHasNotGivenOut) {
     EXPECT_EQ(lock("a"), 1);
-    for (const int handle : {0, -1, 2, 4711, std::numeric_limits<int>::max(),
-                             std::numeric_limits<int>::min()}) {
+    for (const int handle :
+         {0, -1, 2, 4711, std::numeric_limits<int>::max(), std::numeric_limits<int>::min()}) {
         EXPECT_EQ(unlock(handle), 0) << handle;
     }
     EXPECT_TRUE(engine_.isLocked("a"));
@@ -230,8 +230,8 @@ TEST_F(RuvoRAEngine, RaisesAnEventAChange) {
     unlock(1);
     unlock(1);
     lock("disk:0");
-    EXPECT_EQ(events(), (Texts{"VornRAEvent:disk,0=1", "VornRAEvent:disk,0=0",
-                               "VornRAEvent:disk,0=1"}));
+    EXPECT_EQ(events(),
+              (Texts{"VornRAEvent:disk,0=1", "VornRAEvent:disk,0=0", "VornRAEvent:disk,0=1"}));
 }
 
 TEST_F(RuvoRAEngine, FillsItsEvents) {
@@ -277,8 +277,8 @@ TEST_F(RuvoRAEngine, PrintsItsTree) {
     const LogCapture log(9);
     engine_.printTree();
     const std::string text = "RANode::print: Node Name = ";
-    EXPECT_EQ(log.texts(9), (Texts{text + "root", "  " + text + "a", "  " + text + "b",
-                                   "    " + text + "b,c"}));
+    EXPECT_EQ(log.texts(9),
+              (Texts{text + "root", "  " + text + "a", "  " + text + "b", "    " + text + "b,c"}));
 }
 
 TEST_F(RuvoRAEngine, DoesNotWalkTheTreeBelowLevelNine) {

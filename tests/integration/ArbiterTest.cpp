@@ -148,8 +148,9 @@ TEST_F(Arbiter, LetsOneOfManyWaitersHaveIt) {
         unlockOver(holder, handle);
         auto winner = waiters.end();
         ASSERT_TRUE(waitUntil([&] {
-            winner = std::find_if(waiters.begin(), waiters.end(),
-                                  [](WireClient& waiter) { return waiter.hasInput(milliseconds(0)); });
+            winner = std::find_if(waiters.begin(), waiters.end(), [](WireClient& waiter) {
+                return waiter.hasInput(milliseconds(0));
+            });
             return winner != waiters.end();
         }));
         handle = winner->readNumber();
@@ -272,8 +273,9 @@ TEST_F(Arbiter, NoticesThatAClientHasGoneWhileItWaits) {
     for (const End how : kEnds) {
         auto client = own.client();
         client.send(batchOf(lockRequest("notices", kForever)));
-        ASSERT_TRUE(own.logs(9, "RuvoRAEngine::RANode::lock(notices): delaying for -1ms or until "
-                                "node is unlocked"));
+        ASSERT_TRUE(own.logs(9,
+                             "RuvoRAEngine::RANode::lock(notices): delaying for -1ms or until "
+                             "node is unlocked"));
         end(client, how);
         EXPECT_TRUE(own.logs(9, "RuvoRATimedUnlock::wait: the client has gone"));
         EXPECT_TRUE(own.logs(9, "RuvoRAEngine::RANode::lock(notices): exit (false)"));
@@ -336,13 +338,12 @@ TEST_F(Arbiter, KeepsNothingForAClientThatIsKilledWhileItWaits) {
     for (int i = 0; i < 5; ++i) {
         const auto handle = lockOver(holder, "killed");
         ASSERT_GT(handle, 0);
-        ClientProcess client(daemon().tcpPort(),
-                             WireText()
-                                 .line("RUVO")
-                                 .shortNumber(2)
-                                 .bytes(unlockRequest(0).text())
-                                 .bytes(lockRequest("killed", kForever).text())
-                                 .text());
+        ClientProcess client(daemon().tcpPort(), WireText()
+                                                     .line("RUVO")
+                                                     .shortNumber(2)
+                                                     .bytes(unlockRequest(0).text())
+                                                     .bytes(lockRequest("killed", kForever).text())
+                                                     .text());
         ASSERT_TRUE(waitUntil([&] { return client.output().size() == 3 + 4; }));
         client.kill();
         unlockOver(holder, handle);
@@ -482,17 +483,16 @@ TEST(ArbiterStop, EndsHundredsOfWaits) {
     std::vector<WireClient> waiters;
     for (int i = 0; i < kWaits; ++i) {
         waiters.push_back(daemon.client());
-        waiters.back().send(WireText()
-                                .shortNumber(2)
-                                .bytes(unlockRequest(0).text())
-                                .bytes(lockRequest("stop", i % 2 == 0
-                                                               ? kForever
-                                                               : std::numeric_limits<int>::max())
-                                           .text()));
+        waiters.back().send(
+            WireText()
+                .shortNumber(2)
+                .bytes(unlockRequest(0).text())
+                .bytes(lockRequest("stop", i % 2 == 0 ? kForever : std::numeric_limits<int>::max())
+                           .text()));
         ASSERT_EQ(waiters.back().readNumber(), 0);
     }
     const auto begun = Clock::now();
-    EXPECT_EQ(daemon.stop(), 0);
+    EXPECT_EQ(daemon.stop(), 0) << daemon.process().errors();
     const auto took = std::chrono::duration_cast<milliseconds>(Clock::now() - begun);
     EXPECT_LT(took, milliseconds(5'000));
     for (auto& waiter : waiters) EXPECT_EQ(waiter.readRest(), "") << "no answer is made up";

@@ -14,8 +14,7 @@ double msBetween(Time begin, Time end) {
 }
 
 std::string nameOf(const Attempt& attempt) {
-    return "client " + std::to_string(attempt.client) + " on node " +
-           std::to_string(attempt.node) +
+    return "client " + std::to_string(attempt.client) + " on node " + std::to_string(attempt.node) +
            (attempt.end == Attempt::End::Granted ? " with handle " + std::to_string(attempt.handle)
                                                  : std::string());
 }
@@ -72,8 +71,8 @@ double LockHistory::longestWakeMs() const {
 void LockHistory::checkTimes(const Attempt& attempt, Texts& found) const {
     const bool granted = attempt.end == Attempt::End::Granted;
     if (attempt.ended < attempt.sent || attempt.sent < begun_ ||
-        (granted && (attempt.unlockSent < attempt.ended ||
-                     attempt.unlockAnswered < attempt.unlockSent))) {
+        (granted &&
+         (attempt.unlockSent < attempt.ended || attempt.unlockAnswered < attempt.unlockSent))) {
         found.push_back("times are not in order: " + nameOf(attempt));
     }
     if (granted != (attempt.handle > 0)) {
@@ -155,8 +154,7 @@ Clock::duration LockHistory::boundWithin(Time begin, Time end) const {
     return bound_ + stalledWithin(begin, end) + kSomewhat * longest;
 }
 
-void LockHistory::checkGap(Span gap, const Attempt* next, const Attempts& all,
-                           Texts& found) const {
+void LockHistory::checkGap(Span gap, const Attempt* next, const Attempts& all, Texts& found) const {
     if (gap.end - gap.begin <= bound_) return;
     for (const Attempt& waiter : all) {
         const Time from = std::max(gap.begin, waiter.sent);
@@ -172,8 +170,7 @@ void LockHistory::checkGap(Span gap, const Attempt* next, const Attempts& all,
 
 // Where clients go away untold, the node may have been given to one of them for
 // a moment, so nothing can be said there.
-void LockHistory::checkRefusals(const Attempts& all, const Attempts& granted,
-                                Texts& found) const {
+void LockHistory::checkRefusals(const Attempts& all, const Attempts& granted, Texts& found) const {
     if (std::any_of(all.begin(), all.end(),
                     [](const Attempt& a) { return a.end == Attempt::End::Closed; })) {
         return;
@@ -186,9 +183,9 @@ void LockHistory::checkRefusals(const Attempts& all, const Attempts& granted,
     }
     for (const Attempt& refused : all) {
         if (refused.end != Attempt::End::Refused) continue;
-        const auto after = std::lower_bound(
-            bySent.begin(), bySent.end(), refused.ended,
-            [](const Attempt& holder, Time time) { return holder.sent < time; });
+        const auto after =
+            std::lower_bound(bySent.begin(), bySent.end(), refused.ended,
+                             [](const Attempt& holder, Time time) { return holder.sent < time; });
         if (latest[static_cast<std::size_t>(after - bySent.begin())] > refused.sent) continue;
         found.push_back("refused although nobody had it: " + nameOf(refused));
     }

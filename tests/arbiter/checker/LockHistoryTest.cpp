@@ -27,8 +27,14 @@ Time at(double ms) {
 
 Attempt granted(int client, std::int32_t handle, double sent, double ended, double unlockSent,
                 double unlockAnswered, int waitMs = -1) {
-    return {.client = client, .node = 1, .waitMs = waitMs, .sent = at(sent), .ended = at(ended),
-            .end = Attempt::End::Granted, .handle = handle, .unlockSent = at(unlockSent),
+    return {.client = client,
+            .node = 1,
+            .waitMs = waitMs,
+            .sent = at(sent),
+            .ended = at(ended),
+            .end = Attempt::End::Granted,
+            .handle = handle,
+            .unlockSent = at(unlockSent),
             .unlockAnswered = at(unlockAnswered)};
 }
 Attempt kept(int client, std::int32_t handle, double sent, double ended) {
@@ -60,10 +66,10 @@ Texts complaintsOf(const std::vector<Attempt>& attempts) {
 TEST(LockHistory, IsContentWithNothing) { EXPECT_THAT(complaintsOf({}), IsEmpty()); }
 
 TEST(LockHistory, IsContentWithTurns) {
-    EXPECT_THAT(complaintsOf({granted(1, 1, 0, 1, 10, 11), granted(2, 2, 2, 12, 20, 21),
-                              granted(1, 3, 12, 22, 23, 24), refused(3, 13, 14),
-                              refused(4, 12.5, 18, 5)}),
-                IsEmpty());
+    EXPECT_THAT(
+        complaintsOf({granted(1, 1, 0, 1, 10, 11), granted(2, 2, 2, 12, 20, 21),
+                      granted(1, 3, 12, 22, 23, 24), refused(3, 13, 14), refused(4, 12.5, 18, 5)}),
+        IsEmpty());
 }
 
 // The next may be told before the last one's unlock is answered.
@@ -89,8 +95,9 @@ TEST(LockHistory, IsContentWithAWakeWithinTheBound) {
 }
 
 TEST(LockHistory, IsContentWithAFreeNodeThatNobodyWants) {
-    EXPECT_THAT(complaintsOf({granted(1, 1, 400, 401, 410, 411), granted(2, 2, 900, 901, 902, 903)}),
-                IsEmpty());
+    EXPECT_THAT(
+        complaintsOf({granted(1, 1, 400, 401, 410, 411), granted(2, 2, 900, 901, 902, 903)}),
+        IsEmpty());
 }
 
 TEST(LockHistory, IsContentWhenTheTimeIsUp) {

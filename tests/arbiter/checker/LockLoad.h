@@ -37,13 +37,13 @@ struct Node {
 
 // What a run has come to.
 struct Totals {
-    std::uint64_t pairs = 0;    // of lock and unlock
+    std::uint64_t pairs = 0;  // of lock and unlock
     std::uint64_t refused = 0;
-    std::uint64_t left = 0;     // connections closed while they waited
-    std::uint64_t killed = 0;   // processes
-    std::uint64_t broken = 0;   // connections closed in a request or between two
-    std::uint64_t stuck = 0;    // wild nodes that had to be unlocked for clients that went
-    double longestWakeMs = 0;   // from the answer to an unlock to the next one's handle
+    std::uint64_t left = 0;    // connections closed while they waited
+    std::uint64_t killed = 0;  // processes
+    std::uint64_t broken = 0;  // connections closed in a request or between two
+    std::uint64_t stuck = 0;   // wild nodes that had to be unlocked for clients that went
+    double longestWakeMs = 0;  // from the answer to an unlock to the next one's handle
 };
 
 // Drives clients against a daemon in rounds. After each all clients are gone,
@@ -71,7 +71,7 @@ private:
     std::mt19937 random_;
     std::vector<std::unique_ptr<Node>> nodes_;
     Totals totals_;
-    std::vector<bool> told_;  // by handle, those of the round
+    std::vector<bool> told_;   // by handle, those of the round
     std::int32_t before_ = 0;  // the last handle of the rounds before
     Time end_{};
     std::atomic<std::int64_t> pairsLeft_{0};

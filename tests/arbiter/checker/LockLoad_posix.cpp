@@ -21,9 +21,9 @@ constexpr int kQuiet = 20;
 constexpr int kBusy = 10;
 constexpr int kLeaving = 15;
 constexpr int kWild = 5;
-constexpr milliseconds kAway{150};     // how long a client stays away from a quiet node
-constexpr milliseconds kHold{100};     // how long it is kept until somebody wants it
-constexpr milliseconds kLate{5};       // a pair that takes longer tells of a busy machine
+constexpr milliseconds kAway{150};  // how long a client stays away from a quiet node
+constexpr milliseconds kHold{100};  // how long it is kept until somebody wants it
+constexpr milliseconds kLate{5};    // a pair that takes longer tells of a busy machine
 constexpr int kTidyMs = 20'000;
 constexpr const char* kPrivate = "check:private";
 
