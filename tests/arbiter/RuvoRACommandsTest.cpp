@@ -5,6 +5,7 @@
 #include "tests/arbiter/ArbiterFixture.h"
 #include "tests/support/LogCapture.h"
 
+#include <new>
 #include <string>
 #include <vector>
 
@@ -76,6 +77,18 @@ TEST_F(RuvoRACommands, LockIsGivenBackWhenTheHandleCannotBeSent) {
     client.failWritesAfter(1);
     EXPECT_EQ(serve(client), Texts{"int 1"});
     EXPECT_FALSE(engine_.isLocked("a"));
+}
+
+TEST_F(RuvoRACommands, LockIsGivenBackWhateverKeepsItsHandleFromTheClient) {
+    class OutOfMemory : public Client {
+    public:
+        void writeInt(int) override { throw std::bad_alloc(); }
+    };
+    OutOfMemory client;
+    request(client, "a", 0);
+    EXPECT_THROW(serve(client), std::bad_alloc);
+    EXPECT_FALSE(engine_.isLocked("a"));
+    EXPECT_EQ(engine_.heldHandles(), 0u);
 }
 
 // What is sent to a connection that the client has closed seems to arrive.
