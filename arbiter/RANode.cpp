@@ -73,16 +73,29 @@ bool RuvoRAEngine::RANode::isLocked() const {
 
 // ---- announcing ------------------------------------------------------------------
 
-// The event. Under the engine's lock, so that listeners see the changes of a
-// node in the order in which they happened.
-void RuvoRAEngine::RANode::announceLocked(const char* operation, std::int32_t state) {
-    VORN_LOG(9, "RuvoRAEngine::RANode::" << operation << "(" << getNodeName() << "): enter");
-    RuvoNNEngine* const notifier = engine_.notifier_;
-    if (notifier == nullptr) return;
+RuvoRAEngine::RANode::Event RuvoRAEngine::RANode::makeEvent(std::int32_t state) const {
+    if (engine_.notifier_ == nullptr) return nullptr;
     const std::string name(getNodeName());
-    notifier->produce(VornSupport::makeCounted<RuvoNNEventNotification>(
+    return VornSupport::makeCounted<RuvoNNEventNotification>(
         "udp:127.0.0.1", "VornRAEvent:" + name, name, static_cast<std::int32_t>(sizeof state),
-        reinterpret_cast<const char*>(&state)));
+        reinterpret_cast<const char*>(&state));
+}
+
+RuvoRAEngine::RANode::Event RuvoRAEngine::RANode::makeUnlockEvent() const noexcept {
+    try {
+        return makeEvent(kFree);
+    } catch (const std::exception& e) {
+        // Out of memory, say. That costs the event, not those who wait.
+        VORN_LOG(2, "RuvoRAEngine::RANode::unlock: exception: " << e.what());
+        return nullptr;
+    }
+}
+
+// Under the engine's lock, so that listeners see the changes of a node in the
+// order in which they happened.
+void RuvoRAEngine::RANode::announce(const char* operation, const Event& event) {
+    VORN_LOG(9, "RuvoRAEngine::RANode::" << operation << "(" << getNodeName() << "): enter");
+    if (event) engine_.notifier_->produce(event);
 }
 
 // The requests that wait. Under no lock: a thousand of them are woken here, and
@@ -124,7 +137,10 @@ bool RuvoRAEngine::RANode::lock(int waitMs, VornNet::VornConnection* client) {
 }
 
 bool RuvoRAEngine::RANode::tryLock(int waitMs) {
-    {
+    for (bool done = false; !done;) {
+        // Made before the lock is taken: names may be long.
+        const bool free = !isLocked();
+        const Event event = free ? makeEvent(kLocked) : nullptr;
         VornCriticalSection section(engine_.lock_);
         if (locked_ != kFree) {
             if (waitMs != 0) {
@@ -134,9 +150,11 @@ bool RuvoRAEngine::RANode::tryLock(int waitMs) {
             }
             return false;
         }
+        if (!free) continue;  // it was unlocked between the two looks
         VORN_LOG(9, "RuvoRAEngine::RANode::lock(" << getNodeName() << "): locking node");
-        announceLocked(kLocking, kLocked);
+        announce(kLocking, event);
         locked_ = kLocked;
+        done = true;
     }
     tellDependents<RANodeLocked>(kLocking);
     return true;
@@ -149,19 +167,22 @@ bool RuvoRAEngine::RANode::awaitUnlock(int waitMs, VornNet::VornConnection* clie
 }
 
 bool RuvoRAEngine::RANode::unlock() {
-    if (!setFree()) return false;
+    const Event event = makeUnlockEvent();
+    {
+        VornCriticalSection section(engine_.lock_);
+        if (!setFree(event)) return false;
+    }
     tellUnlocked();
     return true;
 }
 
-bool RuvoRAEngine::RANode::setFree() {
-    VornCriticalSection section(engine_.lock_);
+bool RuvoRAEngine::RANode::setFree(const Event& event) {
     if (locked_ == kFree) return false;
     locked_ = kFree;
     try {
-        announceLocked(kUnlocking, kFree);
+        announce(kUnlocking, event);
     } catch (const std::exception& e) {
-        // Out of memory, say. That costs the event, not those who wait.
+        // As above.
         VORN_LOG(2, "RuvoRAEngine::RANode::unlock: exception: " << e.what());
     }
     return true;

@@ -67,8 +67,12 @@ void RuvoRAEngine::unlock(std::int32_t handle) {
         const auto found = handles_.find(handle);
         if (found == handles_.end()) return;
         node = found->second;
-        handles_.erase(found);
-        if (!node->setFree()) return;
+    }
+    const auto event = node->makeUnlockEvent();
+    {
+        VornCriticalSection section(lock_);
+        // Somebody else may have given it back meanwhile.
+        if (handles_.erase(handle) == 0 || !node->setFree(event)) return;
     }
     node->tellUnlocked();
 }

@@ -17,6 +17,7 @@
 namespace RuvoService {
 
 class RuvoNNEngine;
+class RuvoNNEventNotification;
 class RuvoRAWakeUps;
 
 // The engine "Arbiter": named locks, which form a tree, for tools that must not
@@ -26,9 +27,10 @@ class RuvoRAWakeUps;
 // engine's queue.
 //
 // Any thread. One lock guards handles and nodes. It is held for a few
-// instructions, never while a request waits, while a connection is used or while
-// waiting requests are told. Events are produced under it, so that the events of
-// a node come in the order of its changes; the queue's locks are taken after it.
+// instructions, never while a request waits, while a connection is used, while an
+// event is made or while waiting requests are told. Events are queued under it, so
+// that the events of a node come in the order of its changes; the queue's locks
+// are taken after it.
 class VORN_EXPORT RuvoRAEngine : public RuvoEngineBase {
 public:
     // What a node tells the requests that wait for it. Each of them wakes, by way
@@ -88,13 +90,17 @@ public:
     private:
         friend class RuvoRAEngine;
 
+        using Event = VornSupport::VornSmartPointer<RuvoNNEventNotification>;
+
         bool tryLock(int waitMs) VORN_EXCLUDES(engine_.lock_);
         bool awaitUnlock(int waitMs, VornNet::VornConnection* client);
-        // The two halves of unlock(). The caller of the first may hold the
-        // engine's lock, that of the second holds nothing.
-        bool setFree();
+        // The parts of unlock(): the event is made and the waiting told under no
+        // lock. False: it was free.
+        Event makeEvent(std::int32_t state) const;  // null: nobody wants one
+        Event makeUnlockEvent() const noexcept;
+        bool setFree(const Event& event) VORN_REQUIRES(engine_.lock_);
         void tellUnlocked();
-        void announceLocked(const char* operation, std::int32_t state) VORN_REQUIRES(engine_.lock_);
+        void announce(const char* operation, const Event& event) VORN_REQUIRES(engine_.lock_);
         template <class Notification>
         void tellDependents(const char* operation);
 

@@ -13,37 +13,41 @@ namespace {
 
 constexpr std::size_t kClients = 64;
 
-// How many times the work of one client all of them do together.
-double timesAsMuch(double all, double one) { return all / one; }
+// What `rate` comes to with all processors, as a multiple of what it comes to
+// with one, which server and clients share.
+template <class Rate>
+double gain(pid_t server, const Rate& rate) {
+    useServerProcessor(server);
+    const double one = [&rate] {
+        const Pinned pinned(serverProcessor());
+        return rate();
+    }();
+    useAllProcessors(server);
+    return rate() / one;
+}
 
 // Every client has a path of its own, so that nothing but the arbiter itself can
-// be in its way. Servers and clients may use every processor.
+// be in its way.
 void measure(const Settings& settings, const FigureSink& sink) {
     const Daemon daemon(settings);
     const std::string request = batchOf(lockRequest("bench:scale:00", 0), 1);
     const BareServer server(settings,
                             {"ping", std::to_string(request.size()), std::to_string(kResultBytes)});
-    useAllProcessors(daemon.pid());
-    useAllProcessors(server.pid());
-
-    std::deque<LockClient> one;
-    std::deque<LockClient> all;
+    std::deque<LockClient> clients;
     std::deque<Fd> bareClients;
     std::vector<int> bareSockets;
-    one.emplace_back(daemon.port(), "bench:scale:one");
     for (std::size_t i = 0; i < kClients; ++i) {
-        all.emplace_back(daemon.port(), "bench:scale:" + std::to_string(i));
+        clients.emplace_back(daemon.port(), "bench:scale:" + std::to_string(i));
         bareClients.push_back(connectToLoopback(server.port()));
         bareSockets.push_back(bareClients.back().get());
     }
     const auto ours = [&] {
-        return timesAsMuch(pairRate(all, settings.slice()), pairRate(one, settings.slice()));
+        return gain(daemon.pid(), [&] { return pairRate(clients, settings.slice()); });
     };
     const auto bare = [&] {
-        const auto rate = [&](const std::vector<int>& sockets) {
-            return roundTripRate(sockets, request, kResultBytes, settings.slice());
-        };
-        return timesAsMuch(rate(bareSockets), rate({bareSockets.front()}));
+        return gain(server.pid(), [&] {
+            return roundTripRate(bareSockets, request, kResultBytes, settings.slice());
+        });
     };
     sink(evaluate({.name = "arbiter.scale",
                    .unit = "times",
@@ -53,7 +57,8 @@ void measure(const Settings& settings, const FigureSink& sink) {
                   measureRounds(settings.rounds, ours, bare)));
 }
 
-const FigureFamily family("arbiter.scale", "64 clients on 64 paths, beside one", measure);
+const FigureFamily family("arbiter.scale", "64 clients on 64 paths: all processors beside one",
+                          measure);
 
 }  // namespace
 }  // namespace RuvoBench

@@ -20,6 +20,13 @@ void pinTo(const std::vector<int>& processors, pid_t thread = 0) {
     if (::sched_setaffinity(thread, sizeof set, &set) != 0) throwErrno("sched_setaffinity");
 }
 
+void pinProcess(pid_t process, const std::vector<int>& processors) {
+    for (const auto& thread :
+         std::filesystem::directory_iterator("/proc/" + std::to_string(process) + "/task")) {
+        pinTo(processors, std::stoi(thread.path().filename().string()));
+    }
+}
+
 // As they were when the program began: later calls may be made while pinned.
 const std::vector<int>& processorsAtStart() {
     static const std::vector<int> processors = allowedProcessors();
@@ -58,12 +65,9 @@ Placement widestPlacement() { return placements().back(); }
 
 int serverProcessor() { return processorsAtStart().front(); }
 
-void useAllProcessors(pid_t process) {
-    for (const auto& thread :
-         std::filesystem::directory_iterator("/proc/" + std::to_string(process) + "/task")) {
-        pinTo(processorsAtStart(), std::stoi(thread.path().filename().string()));
-    }
-}
+void useAllProcessors(pid_t process) { pinProcess(process, processorsAtStart()); }
+
+void useServerProcessor(pid_t process) { pinProcess(process, {serverProcessor()}); }
 
 bool raisePriority() { return ::setpriority(PRIO_PROCESS, 0, kNice) == 0; }
 

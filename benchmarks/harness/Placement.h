@@ -39,6 +39,8 @@ int serverProcessor();
 // Lets a running process, with all its threads and what it starts from then on,
 // use every processor of the program's.
 void useAllProcessors(pid_t process);
+// The same, back to the one where servers begin.
+void useServerProcessor(pid_t process);
 
 // Asks for a scheduling priority above that of ordinary programs for this
 // process and everything it starts; false where that needs a privilege.

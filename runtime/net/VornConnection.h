@@ -79,8 +79,9 @@ public:
     // True when bytes that the peer sent are waiting inside this object, so
     // that a read can go on without the system.
     virtual bool hasBufferedInput() const = 0;
-    // Looks once whether the peer has closed or reset the channel. Does not
-    // wait and consumes nothing.
+    // Looks whether the peer has closed or reset the channel. Does not wait and
+    // consumes nothing. The end behind a MiB and more that nobody has read may
+    // stay unseen.
     virtual bool isPeerGone() = 0;
     // Breaks the channel from another thread: what is under way in read or
     // write fails with VornException, and so does everything after it.

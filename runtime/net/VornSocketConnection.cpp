@@ -158,8 +158,14 @@ void VornSocketConnection::breakChannel() {
     if (socket_) VornPlatform::shutdownBoth(socket_.handle());
 }
 
-bool VornSocketConnection::isChannelGone() {
-    return !socket_ || VornPlatform::isPeerClosed(socket_.handle());
+VornStreamConnection::Look VornSocketConnection::lookAtChannel() {
+    if (!socket_) return Look::Gone;
+    switch (VornPlatform::lookAtStream(socket_.handle())) {
+        case VornPlatform::StreamLook::Closed: return Look::Gone;
+        case VornPlatform::StreamLook::Bytes: return Look::Bytes;
+        case VornPlatform::StreamLook::Quiet: break;
+    }
+    return Look::Quiet;
 }
 
 bool VornSocketConnection::admitsPeer() {

@@ -38,7 +38,7 @@ protected:
     void sendAll(std::string_view first, std::string_view second) override;
     void breakChannel() override;
     void closeChannel(std::string_view held, bool unread) override;
-    bool isChannelGone() override;
+    Look lookAtChannel() override;
     bool admitsPeer() override;
 
     // establish() behind the look-up; `patience` is for one address.

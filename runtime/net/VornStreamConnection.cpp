@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <cstring>
 #include <limits>
+#include <new>
 
 namespace VornNet {
 namespace {
@@ -19,6 +20,7 @@ using VornSupport::VornException;
 constexpr std::size_t kSmall = 512;                      // what a quiet connection may keep
 constexpr std::size_t kLarge = std::size_t{16} * 1024;   // what traffic makes of it
 constexpr std::size_t kHold = std::size_t{16} * 1024;    // written bytes that are held at most
+constexpr std::size_t kReadAhead = std::size_t{1024} * 1024;  // to find the end of the stream
 constexpr std::size_t kGrowth = std::size_t{64} * 1024;  // steps in which a string grows
 
 }  // namespace
@@ -73,8 +75,22 @@ void VornStreamConnection::setAbortEvent(VornSupport::VornEvent* event) {
     if (event != nullptr && isAborted()) event->set();
 }
 
+// The peer's end stands behind what it has sent, and may not even have arrived
+// while that fills the system's buffer; hence it is taken in, within bounds.
 bool VornStreamConnection::isPeerGone() {
-    return closed_ || broken_ || ended_ || isAborted() || isChannelGone();
+    while (!closed_ && !broken_ && !ended_ && !isAborted()) {
+        const Look found = lookAtChannel();
+        if (found == Look::Gone) break;
+        if (found == Look::Quiet || input_.size() >= kReadAhead) return false;
+        try {
+            fill(false);
+        } catch (const VornException&) {
+            break;  // aborted meanwhile
+        } catch (const std::bad_alloc&) {
+            return false;
+        }
+    }
+    return true;
 }
 
 bool VornStreamConnection::hasBufferedInput() const { return !input_.empty(); }

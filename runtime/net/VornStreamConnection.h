@@ -70,8 +70,10 @@ protected:
     // Sends `held` within bounded time and closes. `unread`: the peer's bytes
     // are still in our buffer. Called once; may throw.
     virtual void closeChannel(std::string_view held, bool unread) = 0;
-    // Looks whether the peer has closed or reset the channel.
-    virtual bool isChannelGone() = 0;
+    // Looks at the channel without taking anything from it: has the peer closed
+    // or reset it, are bytes there that receiveSome() would get?
+    enum class Look { Quiet, Bytes, Gone };
+    virtual Look lookAtChannel() = 0;
     // Whether the peer may use the engines; asked once.
     virtual bool admitsPeer() = 0;
 

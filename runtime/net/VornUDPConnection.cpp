@@ -45,7 +45,9 @@ void VornUDPConnection::closeChannel(std::string_view held, bool) {
     if (hasSent_) port_->sendEnd(*peer_);
 }
 
-bool VornUDPConnection::isChannelGone() { return port_->isGone(*peer_); }
+VornStreamConnection::Look VornUDPConnection::lookAtChannel() {
+    return port_->isGone(*peer_) ? Look::Gone : Look::Quiet;
+}
 
 bool VornUDPConnection::admitsPeer() {
     return VornLocalAccess::getInstance().admits(VornPlatform::Transport::Udp, peer_->address,

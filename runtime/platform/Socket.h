@@ -108,9 +108,15 @@ VORN_EXPORT IoResult sendTo(SocketHandle socket, std::string_view datagram, cons
 VORN_EXPORT void shutdownBoth(SocketHandle socket);
 // Tells a stream's peer that nothing more will come. Receiving goes on.
 VORN_EXPORT OsError shutdownSend(SocketHandle socket);
-// True when the peer of a stream has closed its sending side or the connection
-// is broken, even while bytes are still to be read. Consumes nothing.
-VORN_EXPORT bool isPeerClosed(SocketHandle socket);
+// What a look at a stream finds: nothing, bytes to be read, or that the peer has
+// closed its sending side or the connection is broken. Consumes nothing. While
+// bytes are still to be read, the end behind them shows on some systems only, and
+// there only if it has arrived.
+enum class StreamLook { Quiet, Bytes, Closed };
+VORN_EXPORT StreamLook lookAtStream(SocketHandle socket);
+inline bool isPeerClosed(SocketHandle socket) {
+    return lookAtStream(socket) == StreamLook::Closed;
+}
 // Bytes that a receive would find. Of a datagram socket: 0 or more than 0.
 VORN_EXPORT std::size_t bytesAvailable(SocketHandle socket);
 

@@ -191,10 +191,12 @@ OsError shutdownSend(SocketHandle socket) {
     return ::shutdown(fd(socket), SHUT_WR) == 0 ? OsError{} : OsError::last();
 }
 
-bool isPeerClosed(SocketHandle socket) {
+StreamLook lookAtStream(SocketHandle socket) {
     pollfd entry{fd(socket), POLLIN | POLLRDHUP, 0};
     const int ready = uninterrupted([&] { return ::poll(&entry, 1, 0); });
-    return ready > 0 && (entry.revents & (POLLRDHUP | POLLHUP | POLLERR | POLLNVAL)) != 0;
+    if (ready <= 0) return StreamLook::Quiet;
+    const bool closed = (entry.revents & (POLLRDHUP | POLLHUP | POLLERR | POLLNVAL)) != 0;
+    return closed ? StreamLook::Closed : StreamLook::Bytes;
 }
 
 std::size_t bytesAvailable(SocketHandle socket) {

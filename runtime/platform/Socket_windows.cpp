@@ -248,12 +248,13 @@ OsError shutdownSend(SocketHandle socket) {
     return ::shutdown(native(socket), SD_SEND) == 0 ? OsError{} : OsError::lastSocket();
 }
 
-bool isPeerClosed(SocketHandle socket) {
+StreamLook lookAtStream(SocketHandle socket) {
     WSAPOLLFD entry{native(socket), POLLRDNORM, 0};
-    if (::WSAPoll(&entry, 1, 0) <= 0) return false;
-    if ((entry.revents & (POLLHUP | POLLERR | POLLNVAL)) != 0) return true;
+    if (::WSAPoll(&entry, 1, 0) <= 0) return StreamLook::Quiet;
+    if ((entry.revents & (POLLHUP | POLLERR | POLLNVAL)) != 0) return StreamLook::Closed;
     char byte;
-    return ::recv(native(socket), &byte, 1, MSG_PEEK) <= 0;
+    return ::recv(native(socket), &byte, 1, MSG_PEEK) <= 0 ? StreamLook::Closed
+                                                           : StreamLook::Bytes;
 }
 
 std::size_t bytesAvailable(SocketHandle socket) {

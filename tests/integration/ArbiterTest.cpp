@@ -265,6 +265,28 @@ TEST_F(Arbiter, KeepsNothingForAClientThatGoesWhileItWaits) {
     }
 }
 
+// The requests behind the lock are more than the system takes for a daemon that
+// does not read them.
+TEST_F(Arbiter, KeepsNothingForAClientThatHasSentMuchAndGoesWhileItWaits) {
+    const std::string lookUp =
+        WireText().request("JobStatus", "RUVO_JS_LOOKUP").string(std::string(10'000, '?')).text();
+    WireText batch;
+    batch.shortNumber(52).bytes(unlockRequest(0).text());
+    batch.bytes(lockRequest("much", kForever).text());
+    for (int i = 0; i < 50; ++i) batch.bytes(lookUp);
+    auto holder = opened();
+    for (const End how : kEnds) {
+        const auto handle = lockOver(holder, "much");
+        ASSERT_GT(handle, 0);
+        auto client = opened();
+        client.send(batch);
+        EXPECT_EQ(client.readNumber(), 0);
+        end(client, how);
+        unlockOver(holder, handle);
+        expectFree("much");
+    }
+}
+
 // Long before anybody unlocks: its thread and its connection are not kept.
 TEST_F(Arbiter, NoticesThatAClientHasGoneWhileItWaits) {
     Daemon own({.logLevel = 9});

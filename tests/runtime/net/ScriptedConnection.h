@@ -37,6 +37,7 @@ public:
     bool failSends = false;
     VornPlatform::OsError breaks;      // instead of the end
     bool gone = false;
+    bool endsBehindArrivals = false;   // which a look shows as more to be read
     bool admits = true;
     int admissionsAsked = 0;
     int channelCloses = 0;
@@ -77,7 +78,10 @@ protected:
         if (failClose) throw VornSupport::VornException("no close");
         if (!held.empty()) sendAll(held, {});
     }
-    bool isChannelGone() override { return gone; }
+    Look lookAtChannel() override {
+        if (gone) return Look::Gone;
+        return arrivals.empty() && !endsBehindArrivals ? Look::Quiet : Look::Bytes;
+    }
     bool admitsPeer() override {
         ++admissionsAsked;
         return admits;

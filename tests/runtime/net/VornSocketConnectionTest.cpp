@@ -150,6 +150,25 @@ TEST(VornSocketConnection, NoticesThatThePeerHasClosedWithoutConsuming) {
     EXPECT_TRUE(waitUntil([&] { return pair->isPeerGone(); }));
 }
 
+// More than the system takes for a peer that does not read: the rest, and the end
+// behind it, wait at the other side.
+TEST(VornSocketConnection, NoticesThatThePeerHasClosedBehindMuchThatNobodyRead) {
+    TcpPair pair;
+    std::atomic<bool> closed{false};
+    std::thread client([&] {
+        sendBytes(pair.client, std::string(800'000, 'x'));
+        pair.client.close();
+        closed = true;
+    });
+    EXPECT_TRUE(waitUntil([&] { return pair->isPeerGone(); }));
+    EXPECT_TRUE(waitUntil([&] { return closed.load(); }));
+    client.join();
+    std::string all(800'000, '\0');
+    int count = 0;
+    pair->read(all.data(), static_cast<int>(all.size()), count, true);
+    EXPECT_EQ(all, std::string(800'000, 'x'));
+}
+
 TEST(VornSocketConnection, NamesItsPeerAndItsSocket) {
     TcpPair pair;
     VornPlatform::SocketAddress own;

@@ -514,6 +514,37 @@ TEST(VornStreamConnection, KnowsThatThePeerHasGone) {
     EXPECT_TRUE(c.isPeerGone()) << "the end of the stream was seen";
 }
 
+TEST(VornStreamConnection, LooksForThePeersEndBehindWhatItHasSent) {
+    ScriptedConnection c({std::string(3000, 'a'), std::string(300'000, 'b'), "last"});
+    EXPECT_FALSE(c.isPeerGone());
+    EXPECT_TRUE(c.arrivals.empty());
+    c.gone = true;
+    EXPECT_TRUE(c.isPeerGone());
+    EXPECT_EQ(raw(c, 303'004, true), std::string(3000, 'a') + std::string(300'000, 'b') + "last")
+        << "nothing is lost by looking";
+}
+
+TEST(VornStreamConnection, TakesInABoundedAmountToFindThePeersEnd) {
+    ScriptedConnection c({std::string(5'000'000, 'x')});
+    EXPECT_FALSE(c.isPeerGone());
+    EXPECT_FALSE(c.isPeerGone());
+    EXPECT_LE(c.bufferBytesForTest(), 1U << 20U);
+    EXPECT_FALSE(c.arrivals.empty());
+    EXPECT_EQ(raw(c, 5'000'000, true), std::string(5'000'000, 'x'));
+    EXPECT_LE(c.bufferBytesForTest(), 512U) << "and does not keep it";
+}
+
+TEST(VornStreamConnection, FindsThatItWasAbortedOrLostByLooking) {
+    ScriptedConnection aborted({"x"});
+    aborted.abort();
+    EXPECT_TRUE(aborted.isPeerGone());
+    ScriptedConnection ended({"x"});
+    ended.endsBehindArrivals = true;
+    EXPECT_TRUE(ended.isPeerGone());
+    EXPECT_EQ(raw(ended, 1, true), "x");
+    EXPECT_THROW(raw(ended, 1, true), VornException);
+}
+
 TEST(VornStreamConnection, AsksOnceWhetherThePeerIsLocal) {
     ScriptedConnection c;
     EXPECT_TRUE(c.isLocalConnection());
