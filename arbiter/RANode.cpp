@@ -71,6 +71,11 @@ bool RuvoRAEngine::RANode::isLocked() const {
     return locked_ != kFree;
 }
 
+RuvoRAEngine::RANode::State RuvoRAEngine::RANode::look() const {
+    VornCriticalSection section(engine_.lock_);
+    return {locked_ != kFree, unlocks_, toldUnlocks_.load(std::memory_order_acquire)};
+}
+
 // ---- announcing ------------------------------------------------------------------
 
 RuvoRAEngine::RANode::Event RuvoRAEngine::RANode::makeEvent(std::int32_t state) const {
@@ -179,6 +184,7 @@ bool RuvoRAEngine::RANode::unlock() {
 bool RuvoRAEngine::RANode::setFree(const Event& event) {
     if (locked_ == kFree) return false;
     locked_ = kFree;
+    ++unlocks_;
     try {
         announce(kUnlocking, event);
     } catch (const std::exception& e) {
@@ -188,6 +194,9 @@ bool RuvoRAEngine::RANode::setFree(const Event& event) {
     return true;
 }
 
-void RuvoRAEngine::RANode::tellUnlocked() { tellDependents<RANodeUnlocked>(kUnlocking); }
+void RuvoRAEngine::RANode::tellUnlocked() {
+    tellDependents<RANodeUnlocked>(kUnlocking);
+    toldUnlocks_.fetch_add(1, std::memory_order_release);
+}
 
 }  // namespace RuvoService

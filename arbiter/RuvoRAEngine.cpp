@@ -83,7 +83,7 @@ void RuvoRAEngine::waitForRoom(VornNet::VornConnection& connection) {
 
 void RuvoRAEngine::printTree() const { root_.print(0); }
 
-std::size_t RuvoRAEngine::heldHandles() const {
+std::size_t RuvoRAEngine::heldHandlesForTest() const {
     VornCriticalSection section(lock_);
     return handles_.size();
 }

@@ -8,6 +8,7 @@
 #include "runtime/support/VornSmartPointer.h"
 #include "runtime/support/VornTreeNode.h"
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <map>
@@ -77,6 +78,14 @@ public:
         // False, and nothing happens, when the node is not locked.
         bool unlock();
         bool isLocked() const;
+        // How often the node has been unlocked, and of how many of these times all
+        // who waited have been told; both begin anew after 65,535.
+        struct State {
+            bool locked;
+            std::uint16_t unlocks;
+            std::uint16_t toldUnlocks;
+        };
+        State look() const;
 
         // The path by which the node was first requested, up to and with its own
         // component.
@@ -108,6 +117,8 @@ public:
         const std::shared_ptr<const char[]> path_;
         const std::size_t length_;
         std::int32_t locked_ VORN_GUARDED_BY(engine_.lock_) = 0;  // 1: somebody has it
+        std::uint16_t unlocks_ VORN_GUARDED_BY(engine_.lock_) = 0;
+        std::atomic<std::uint16_t> toldUnlocks_{0};
     };
     using Node = VornSupport::VornSmartPointer<RANode>;
 
@@ -135,7 +146,7 @@ public:
     void printTree() const;
 
     // Handles that are given out at this moment.
-    std::size_t heldHandles() const VORN_EXCLUDES(lock_);
+    std::size_t heldHandlesForTest() const VORN_EXCLUDES(lock_);
 
 protected:
     bool initialize() override;

@@ -48,11 +48,18 @@ RuvoRATimedUnlock::~RuvoRATimedUnlock() {
 bool RuvoRATimedUnlock::wait(int waitMs) {
     const bool limited = waitMs >= 0;
     const auto end = Clock::now() + milliseconds(std::max(waitMs, 0));
+    // The node may have been unlocked since the caller saw it locked and before we
+    // were registered. From here on no unlock is missed, unless there was no memory
+    // to tell us: hence the look each time.
+    const std::uint16_t unlocksBefore = node_.look().unlocks;
     while (!unlocked_) {
-        // The node may have been unlocked since the caller saw it locked and before
-        // we were registered. From here on no unlock is missed, unless there was no
-        // memory to tell us: hence the look each time.
-        if (!node_.isLocked()) break;
+        const auto found = node_.look();
+        if (!found.locked) {
+            const bool forgotten =
+                found.unlocks != unlocksBefore && found.toldUnlocks == found.unlocks && !unlocked_;
+            if (forgotten) VORN_LOG(2, "RuvoRATimedUnlock::wait: unlocked, and we were not told");
+            break;
+        }
         if (client_ != nullptr && client_->isPeerGone()) {
             VORN_LOG(9, "RuvoRATimedUnlock::wait: the client has gone");
             return false;

@@ -80,6 +80,7 @@ void RuvoNNEngine::produce(Event event) {
         if (lateWake != nullptr && lateWake->engine_ == this) {
             events_.produceQuietly(event);
             lateWake->produced_ = true;
+            lateWake->postpone();
         } else {
             events_.produce(event);
         }
@@ -96,7 +97,13 @@ RuvoNNEngine::LateWake::LateWake(RuvoNNEngine* engine) : engine_(engine) {
 RuvoNNEngine::LateWake::~LateWake() {
     if (engine_ == nullptr) return;
     lateWake = nullptr;
+    takeBack();
     if (produced_) engine_->events_.wakeConsumer();
+}
+
+void RuvoNNEngine::LateWake::run() noexcept {
+    produced_ = false;
+    engine_->events_.wakeConsumer();
 }
 
 void RuvoNNEngine::waitForRoom(VornNet::VornConnection& connection) {

@@ -5,6 +5,7 @@
 #include "runtime/platform/Export.h"
 #include "runtime/support/VornCriticalSection.h"
 #include "runtime/support/VornMutex.h"
+#include "runtime/support/VornPostponed.h"
 #include "runtime/support/VornSmartPointer.h"
 #include "runtime/support/VornSynchronizedQueue.h"
 #include "runtime/support/VornThread.h"
@@ -28,17 +29,17 @@ public:
     // For a command whose client waits for its answer: what the thread produces
     // while this lives is queued as ever, but the queue thread, if it sleeps, is
     // woken at the end only, so that it does not take the processor before the
-    // answer has been sent. Nothing that was produced is to be kept from it for
-    // longer. One a thread, on its stack.
-    class VORN_EXPORT LateWake {
+    // answer has been sent; or as soon as the sending has to wait. One a thread, on
+    // its stack.
+    class VORN_EXPORT LateWake final : private VornSupport::VornPostponed {
     public:
         explicit LateWake(RuvoNNEngine* engine);  // null: does nothing
         ~LateWake();
-        LateWake(const LateWake&) = delete;
-        LateWake& operator=(const LateWake&) = delete;
 
     private:
         friend class RuvoNNEngine;
+        void run() noexcept override;
+
         RuvoNNEngine* const engine_;
         bool produced_ = false;
     };

@@ -15,6 +15,10 @@ namespace RuvoBench {
 // answers it, as a client sees it that waits to be admitted.
 [[noreturn]] void servePing(std::size_t request, std::size_t answer, bool greeting);
 
+// Accepts clients; a thread a client answers requests with one integer argument by
+// an integer, without the opening line. Through the daemon's own connection class.
+[[noreturn]] void serveConversations();
+
 // As servePing, and the client's thread passes each request on to a second
 // thread, which writes `delivery` bytes to the listener on `port`.
 [[noreturn]] void serveHop(std::size_t request, std::size_t answer, std::size_t delivery,

@@ -35,11 +35,12 @@ int run(const std::vector<std::string>& arguments) {
     const std::string mode = arguments.empty() ? "" : arguments[0];
     if (mode == "ping") servePing(number(1), number(2), false);
     if (mode == "greet") servePing(number(1), number(2), true);
+    if (mode == "conversation") serveConversations();
     if (mode == "hop") {
         serveHop(number(1), number(2), number(3), static_cast<std::uint16_t>(number(4)));
     }
     if (mode == "fan") serveFan(number(1), portsOf(arguments.at(2)));
-    std::fputs("ruvobare ping|greet|hop|fan NUMBER ...: started by ruvobench\n", stderr);
+    std::fputs("ruvobare ping|greet|conversation|hop|fan NUMBER ...: started by ruvobench\n", stderr);
     return 2;
 }
 

@@ -1,3 +1,4 @@
+#include "benchmarks/harness/BlockingSocket.h"
 #include "benchmarks/harness/Figure.h"
 #include "benchmarks/harness/Locking.h"
 #include "benchmarks/harness/PingPong.h"
@@ -8,13 +9,14 @@
 namespace RuvoBench {
 namespace {
 
-// Beside a lock and an unlock two requests that find nothing to do: what is left
-// is the arbiter's own work, its two events included.
+// Beside a lock and an unlock two requests that nothing is done for: what is left
+// is the daemon's work on both, their two events included.
 void measure(const Settings& settings, const FigureSink& sink) {
     const Daemon daemon(settings);
     LockClient locking(daemon.port(), "bench:round-trip");
-    const Conversation idle(daemon.port());
-    const std::string idleRequest = batchOf(getProgressRequest(1), 1);
+    const BareServer server(settings, {"conversation"});
+    const Fd bare = connectToLoopback(server.port());
+    const std::string bareRequest = batchOf(getProgressRequest(1), 1);
     for (const auto& placement : placements()) {
         const std::string name = std::string("arbiter.round-trip.") + placement.name;
         if (!settings.wants(name)) continue;
@@ -22,11 +24,11 @@ void measure(const Settings& settings, const FigureSink& sink) {
         const Rounds rounds = measureRounds(
             settings.rounds, [&] { return pairP50(locking, settings.slice()); },
             [&] {
-                return 2 * latencyP50(idle.socket(), idleRequest, kResultBytes, settings.slice());
+                return 2 * latencyP50(bare.get(), bareRequest, kResultBytes, settings.slice());
             });
         sink(evaluate({.name = name,
                        .unit = "us",
-                       .against = "two idle requests",
+                       .against = "two bare requests",
                        .rule = Rule::RatioAtMost,
                        .limit = 1.25},
                       rounds));

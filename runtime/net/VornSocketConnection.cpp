@@ -2,6 +2,7 @@
 
 #include "runtime/net/VornLocalAccess.h"
 #include "runtime/support/VornException.h"
+#include "runtime/support/VornPostponed.h"
 
 #include <algorithm>
 #include <chrono>
@@ -18,6 +19,7 @@ using VornPlatform::SocketAddress;
 using VornPlatform::SocketWait;
 using VornSupport::VornException;
 using VornSupport::VornMutexLock;
+using VornSupport::VornPostponed;
 using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
@@ -132,18 +134,26 @@ VornStreamConnection::Received VornSocketConnection::receiveSome(char* buffer, s
     }
 }
 
+// What others wait for is not to wait for a peer that does not read.
+IoResult VornSocketConnection::sendPart(std::string_view first, std::string_view second) {
+    if (VornPostponed::isPending()) return VornPlatform::sendNow(socket_.handle(), first, second);
+    if (!first.empty() && !second.empty()) {
+        return VornPlatform::send(socket_.handle(), first, second);
+    }
+    const std::string_view one = first.empty() ? second : first;
+    return VornPlatform::send(socket_.handle(), one.data(), one.size());
+}
+
 void VornSocketConnection::sendAll(std::string_view first, std::string_view second) {
     if (!socket_) fail("is not connected");
     while (!first.empty() || !second.empty()) {
-        const bool both = !first.empty() && !second.empty();
-        const std::string_view one = first.empty() ? second : first;
-        const IoResult sent = both ? VornPlatform::send(socket_.handle(), first, second)
-                                   : VornPlatform::send(socket_.handle(), one.data(), one.size());
+        const IoResult sent = sendPart(first, second);
         if (sent.error) {
             if (isAborted()) fail("the connection was aborted");
             if (sent.error.condition() != OsCondition::WouldBlock) {
                 fail("sending failed", sent.error);
             }
+            VornPostponed::perform();
             awaitReady(true);
             continue;
         }

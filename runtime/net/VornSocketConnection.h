@@ -49,6 +49,7 @@ private:
     VornPlatform::OsError connectTo(const VornPlatform::SocketAddress& address,
                                     std::chrono::milliseconds patience);
     void awaitReady(bool write);
+    VornPlatform::IoResult sendPart(std::string_view first, std::string_view second);
     bool sendWithin(std::string_view bytes);
     void drain();
 

@@ -83,7 +83,7 @@ bool VornStreamConnection::isPeerGone() {
         if (found == Look::Gone) break;
         if (found == Look::Quiet || input_.size() >= kReadAhead) return false;
         try {
-            fill(false);
+            if (!fill(false) && !ended_) return false;
         } catch (const VornException&) {
             break;  // aborted meanwhile
         } catch (const std::bad_alloc&) {

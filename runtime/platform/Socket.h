@@ -95,6 +95,10 @@ VORN_EXPORT IoResult send(SocketHandle socket, const char* data, std::size_t siz
 // Both pieces in order with one call; `count` is over both.
 VORN_EXPORT IoResult send(SocketHandle socket, std::string_view first, std::string_view second);
 
+// Of a stream: WouldBlock rather than waiting when there is no room, whatever the
+// mode. More than a KiB may be sent in part, or wait for the rest.
+VORN_EXPORT IoResult sendNow(SocketHandle socket, std::string_view first, std::string_view second);
+
 // Datagrams. `to` becomes the local address that the datagram was sent to, with
 // port 0 (no address when the system did not say); given back as `from` of
 // sendTo the answer leaves from it.

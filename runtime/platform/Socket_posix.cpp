@@ -179,10 +179,23 @@ IoResult send(SocketHandle socket, const char* data, std::size_t size) {
     return ioResult(uninterrupted([&] { return ::send(fd(socket), data, size, MSG_NOSIGNAL); }));
 }
 
-IoResult send(SocketHandle socket, std::string_view first, std::string_view second) {
+namespace {
+
+IoResult sendBoth(SocketHandle socket, std::string_view first, std::string_view second,
+                  int flags) {
     iovec pieces[] = {piece(first.data(), first.size()), piece(second.data(), second.size())};
     const msghdr header = message(pieces, 2);
-    return ioResult(uninterrupted([&] { return ::sendmsg(fd(socket), &header, MSG_NOSIGNAL); }));
+    return ioResult(uninterrupted([&] { return ::sendmsg(fd(socket), &header, flags); }));
+}
+
+}  // namespace
+
+IoResult send(SocketHandle socket, std::string_view first, std::string_view second) {
+    return sendBoth(socket, first, second, MSG_NOSIGNAL);
+}
+
+IoResult sendNow(SocketHandle socket, std::string_view first, std::string_view second) {
+    return sendBoth(socket, first, second, MSG_NOSIGNAL | MSG_DONTWAIT);
 }
 
 void shutdownBoth(SocketHandle socket) { ::shutdown(fd(socket), SHUT_RDWR); }

@@ -238,6 +238,14 @@ IoResult send(SocketHandle socket, std::string_view first, std::string_view seco
     return ioResult(outcome, count);
 }
 
+IoResult sendNow(SocketHandle socket, std::string_view first, std::string_view second) {
+    SocketWait wait{.socket = socket, .wantWrite = true};
+    const IoResult ready = waitReady({&wait, 1}, 0);
+    if (ready.error) return ready;
+    if (!wait.canWrite) return {0, OsError(WSAEWOULDBLOCK)};
+    return send(socket, first, second);
+}
+
 void shutdownBoth(SocketHandle socket) {
     ::shutdown(native(socket), SD_BOTH);
     // Shutting down leaves a receive that already waits to itself.

@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <atomic>
+#include <new>
+#include <optional>
 #include <thread>
 #include <utility>
 
@@ -25,6 +27,10 @@ struct VornCollaborator::Registration {
         return std::any_of(runningOn.begin(), runningOn.end(),
                            [here](std::thread::id id) { return id != here; });
     }
+    bool isRemoved() VORN_EXCLUDES(mutex) {
+        VornMutexLock lock(mutex);
+        return removed;
+    }
     bool runsElsewhere() VORN_EXCLUDES(mutex) {
         VornMutexLock lock(mutex);
         return runsElsewhereLocked();
@@ -43,6 +49,10 @@ struct VornCollaborator::Registration {
     // One entry a handler call under way.
     std::vector<std::thread::id> runningOn VORN_GUARDED_BY(mutex);
     VornCondition handlerLeft;
+    // While it is in the chain of those that leave, which keeps it alive. Guarded by
+    // the collaborator's mutex.
+    RegistrationPtr self;
+    Registration* nextLeaving = nullptr;
 };
 
 // The threads that wait in removeDependent of any collaborator, each with the
@@ -110,6 +120,7 @@ VornCollaborator::~VornCollaborator() = default;
 
 struct VornCollaborator::List {
     Registrations entries;
+    bool hasStale = false;      // removed entries, for want of memory; under the mutex
     std::atomic<int> walks{0};  // of notify, under way; begun under the mutex
 };
 
@@ -118,7 +129,10 @@ VornCollaborator::Registrations& VornCollaborator::ownListLocked() {
     // What the last walk read, it read before it took itself off the count.
     if (!registrations_ || registrations_->walks.load(std::memory_order_acquire) != 0) {
         auto list = std::make_shared<List>();
-        if (registrations_) list->entries = registrations_->entries;
+        if (registrations_) {
+            list->entries = registrations_->entries;
+            list->hasStale = registrations_->hasStale;
+        }
         registrations_ = std::move(list);
     }
     return registrations_->entries;
@@ -130,38 +144,60 @@ void VornCollaborator::addDependent(VornDependent& dependent) {
     ownListLocked().push_back(std::move(registration));
 }
 
-void VornCollaborator::removeDependent(VornDependent& dependent) {
+void VornCollaborator::removeDependent(VornDependent& dependent) noexcept {
     {
         VornMutexLock lock(mutex_);
         takeOutLocked(dependent);
     }
     while (const RegistrationPtr running = runningElsewhere(dependent)) {
         VornMutexLock lock(running->mutex);
-        const auto here = std::this_thread::get_id();
-        RemovalWaits::Wait wait{here, running.get(), running->runningOn};
-        std::erase(wait.on, here);
-        if (!RemovalWaits::getInstance().begin(wait)) return;
+        std::optional<RemovalWaits::Wait> wait;
+        try {
+            const auto here = std::this_thread::get_id();
+            wait = RemovalWaits::Wait{here, running.get(), running->runningOn};
+            std::erase(wait->on, here);
+            if (!RemovalWaits::getInstance().begin(*wait)) return;
+        } catch (const std::bad_alloc&) {
+            wait.reset();  // waits without being noted
+        }
         while (running->runsElsewhereLocked()) running->handlerLeft.wait(running->mutex);
-        RemovalWaits::getInstance().end(wait);
+        if (wait) RemovalWaits::getInstance().end(*wait);
     }
 }
 
 void VornCollaborator::takeOutLocked(const VornDependent& dependent) {
     if (!registrations_) return;
-    Registrations& list = ownListLocked();
-    const auto found = std::find_if(list.begin(), list.end(), [&](const auto& entry) {
-        return &entry->dependent == &dependent;
+    const auto& entries = registrations_->entries;
+    const auto found = std::find_if(entries.begin(), entries.end(), [&](const auto& entry) {
+        return &entry->dependent == &dependent && !entry->isRemoved();
     });
-    if (found == list.end()) return;
+    if (found == entries.end()) return;
+    const RegistrationPtr registration = *found;
     {
-        VornMutexLock lock((*found)->mutex);
-        if (!(*found)->runningOn.empty()) {
-            if (!leaving_) leaving_ = std::make_unique<Registrations>();
-            leaving_->push_back(*found);
+        VornMutexLock lock(registration->mutex);
+        registration->removed = true;
+        if (!registration->runningOn.empty()) {
+            registration->self = registration;
+            registration->nextLeaving = std::exchange(leaving_, registration.get());
         }
-        (*found)->removed = true;
     }
-    list.erase(found);
+    try {
+        dropEntryLocked(*registration);
+    } catch (const std::bad_alloc&) {
+        registrations_->hasStale = true;  // passed over from now on, dropped with the next
+    }
+}
+
+void VornCollaborator::dropEntryLocked(const Registration& registration) {
+    Registrations& list = ownListLocked();
+    if (registrations_->hasStale) {
+        std::erase_if(list, [](const auto& entry) { return entry->isRemoved(); });
+        registrations_->hasStale = false;
+    } else {
+        list.erase(std::find_if(list.begin(), list.end(), [&](const auto& entry) {
+            return entry.get() == &registration;
+        }));
+    }
     if (list.empty()) registrations_ = nullptr;
 }
 
@@ -169,11 +205,10 @@ void VornCollaborator::takeOutLocked(const VornDependent& dependent) {
 VornCollaborator::RegistrationPtr VornCollaborator::runningElsewhere(
     const VornDependent& dependent) const {
     VornMutexLock lock(mutex_);
-    if (!leaving_) return nullptr;
-    const auto found = std::find_if(leaving_->begin(), leaving_->end(), [&](const auto& entry) {
-        return &entry->dependent == &dependent && entry->runsElsewhere();
-    });
-    return found == leaving_->end() ? nullptr : *found;
+    for (Registration* entry = leaving_; entry != nullptr; entry = entry->nextLeaving) {
+        if (&entry->dependent == &dependent && entry->runsElsewhere()) return entry->self;
+    }
+    return nullptr;
 }
 
 // As long as the call counts as under way, whoever removes the dependent waits,
@@ -191,9 +226,11 @@ void VornCollaborator::leave(Registration& registration) {
     VornMutexLock lock(mutex_);
     VornMutexLock registrationLock(registration.mutex);
     running.erase(std::find(running.begin(), running.end(), here));
-    if (running.empty() && leaving_) {
-        std::erase_if(*leaving_, [&](const auto& entry) { return entry.get() == &registration; });
-        if (leaving_->empty()) leaving_ = nullptr;
+    if (running.empty()) {
+        Registration** link = &leaving_;
+        while (*link != nullptr && *link != &registration) link = &(*link)->nextLeaving;
+        if (*link != nullptr) *link = registration.nextLeaving;
+        registration.self = nullptr;  // the walk has it still
     }
     RemovalWaits::getInstance().handlerLeft(registration, here);
     registration.handlerLeft.notifyAll();

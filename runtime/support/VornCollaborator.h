@@ -46,8 +46,9 @@ public:
     // handlers elsewhere, never for one on the calling thread. Handlers that
     // remove each other at one moment on several threads, whoever's dependents
     // they are, would wait for each other: the call that would close the circle
-    // returns at once instead.
-    void removeDependent(VornDependent& dependent);
+    // returns at once instead. Needs no memory, and throws nothing; without any a
+    // circle goes unseen.
+    void removeDependent(VornDependent& dependent) noexcept;
 
     // Calls handleNotification(*this, notification) on every dependent, in the
     // order of adding, on this thread. Those removed before their turn are
@@ -66,6 +67,7 @@ private:
     Registrations& ownListLocked() VORN_REQUIRES(mutex_);
     void leave(Registration& registration) VORN_EXCLUDES(mutex_);
     void takeOutLocked(const VornDependent& dependent) VORN_REQUIRES(mutex_);
+    void dropEntryLocked(const Registration& registration) VORN_REQUIRES(mutex_);
     RegistrationPtr runningElsewhere(const VornDependent& dependent) const
         VORN_EXCLUDES(mutex_);
 
@@ -74,8 +76,8 @@ private:
     // is under way; so thousands of dependents that come and go cost a copy a
     // notify, not one each. Null: nobody.
     std::shared_ptr<List> registrations_ VORN_GUARDED_BY(mutex_);
-    // Removed while their handlers were running. Null: none.
-    std::unique_ptr<Registrations> leaving_ VORN_GUARDED_BY(mutex_);
+    // Removed while their handlers were running: the first of a chain. Null: none.
+    Registration* leaving_ VORN_GUARDED_BY(mutex_) = nullptr;
 };
 
 }  // namespace VornSupport

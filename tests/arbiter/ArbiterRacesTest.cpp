@@ -37,7 +37,7 @@ TEST_F(ArbiterRaces, GuardPlainDataOfTheirClients) {
         }
     }
     EXPECT_EQ(guarded, kThreads * kTurns);
-    EXPECT_EQ(engine_.heldHandles(), 0u);
+    EXPECT_EQ(engine_.heldHandlesForTest(), 0u);
 }
 
 TEST_F(ArbiterRaces, GiveEveryLockAHandleOfItsOwn) {
@@ -103,7 +103,7 @@ TEST_F(ArbiterRaces, LeaveNothingLockedForClientsThatAreBrokenOffAtAnyMoment) {
             }
         }
         ASSERT_FALSE(engine_.isLocked("a")) << round;
-        ASSERT_EQ(engine_.heldHandles(), 0u) << round;
+        ASSERT_EQ(engine_.heldHandlesForTest(), 0u) << round;
     }
 }
 
@@ -128,6 +128,6 @@ TEST_F(ArbiterRaces, EndEveryWaitWhenTheEngineGoes) {
     engine_.retire();
     threads.clear();  // joins
     for (const auto& client : clients) EXPECT_TRUE(client->isAborted());
-    EXPECT_EQ(engine_.heldHandles(), 1u);
+    EXPECT_EQ(engine_.heldHandlesForTest(), 1u);
     manager.setGraceForTest(milliseconds(2000));
 }

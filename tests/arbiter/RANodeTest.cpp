@@ -5,6 +5,7 @@
 
 #include <limits>
 #include <string>
+#include <thread>
 #include <vector>
 
 using namespace ArbiterTest;
@@ -290,6 +291,29 @@ std::vector<std::string> own(const LogCapture& log) {
 }
 
 }  // namespace
+
+TEST_F(RANode, TellsOnTheThreadThatChangesIt) {
+    class Noting : public VornSupport::VornDependent {
+    public:
+        std::vector<std::thread::id> threads;
+
+    private:
+        void handleNotification(VornSupport::VornCollaborator&,
+                                const VornSupport::VornNotification&) override {
+            threads.push_back(std::this_thread::get_id());
+        }
+    };
+    Noting noting;
+    node_->addDependent(noting);
+    node_->lock(0);
+    std::thread::id other;
+    std::jthread([&] {
+        other = std::this_thread::get_id();
+        node_->unlock();
+    }).join();
+    node_->removeDependent(noting);
+    EXPECT_EQ(noting.threads, (std::vector{std::this_thread::get_id(), other}));
+}
 
 TEST_F(RANode, TracesALockAndItsRelease) {
     const LogCapture log(9);

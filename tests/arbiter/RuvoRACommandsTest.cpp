@@ -66,7 +66,7 @@ TEST_F(RuvoRACommands, LockIsGivenBackWhenTheHandleCannotBeWritten) {
     client.failWritesAfter(0);
     EXPECT_TRUE(serve(client).empty());
     EXPECT_FALSE(engine_.isLocked("a"));
-    EXPECT_EQ(engine_.heldHandles(), 0u);
+    EXPECT_EQ(engine_.heldHandlesForTest(), 0u);
     EXPECT_EQ(lock("a"), 2);
     EXPECT_EQ(events(), (Texts{"VornRAEvent:a=1", "VornRAEvent:a=0", "VornRAEvent:a=1"}));
 }
@@ -88,7 +88,7 @@ TEST_F(RuvoRACommands, LockIsGivenBackWhateverKeepsItsHandleFromTheClient) {
     request(client, "a", 0);
     EXPECT_THROW(serve(client), std::bad_alloc);
     EXPECT_FALSE(engine_.isLocked("a"));
-    EXPECT_EQ(engine_.heldHandles(), 0u);
+    EXPECT_EQ(engine_.heldHandlesForTest(), 0u);
 }
 
 // What is sent to a connection that the client has closed seems to arrive.
@@ -98,7 +98,7 @@ TEST_F(RuvoRACommands, LockIsGivenBackWhenTheClientHasClosedItsConnection) {
     client.gone = true;
     EXPECT_EQ(serve(client), (Texts{"int 0", "flush"})) << "it might still read what is written";
     EXPECT_FALSE(engine_.isLocked("a"));
-    EXPECT_EQ(engine_.heldHandles(), 0u);
+    EXPECT_EQ(engine_.heldHandlesForTest(), 0u);
 }
 
 TEST_F(RuvoRACommands, LockIsGivenBackWhenTheClientGoesWhileItWaits) {
@@ -110,7 +110,7 @@ TEST_F(RuvoRACommands, LockIsGivenBackWhenTheClientGoesWhileItWaits) {
     unlock(1);
     EXPECT_TRUE(waiter.awaitEnd());
     EXPECT_FALSE(engine_.isLocked("a"));
-    EXPECT_EQ(engine_.heldHandles(), 0u);
+    EXPECT_EQ(engine_.heldHandlesForTest(), 0u);
 }
 
 TEST_F(RuvoRACommands, LockThatIsGivenBackGoesToTheNextWaiter) {
@@ -124,7 +124,7 @@ TEST_F(RuvoRACommands, LockThatIsGivenBackGoesToTheNextWaiter) {
     EXPECT_GT(staying.handle(), 1);
     EXPECT_TRUE(leaving.awaitEnd());
     EXPECT_TRUE(engine_.isLocked("a"));
-    EXPECT_EQ(engine_.heldHandles(), 1u);
+    EXPECT_EQ(engine_.heldHandlesForTest(), 1u);
 }
 
 TEST_F(RuvoRACommands, LockThatWasRefusedGivesNothingBack) {
@@ -137,7 +137,7 @@ TEST_F(RuvoRACommands, LockThatWasRefusedGivesNothingBack) {
         serve(client);
         EXPECT_TRUE(engine_.isLocked("a"));
     }
-    EXPECT_EQ(engine_.heldHandles(), 1u);
+    EXPECT_EQ(engine_.heldHandlesForTest(), 1u);
 }
 
 TEST_F(RuvoRACommands, LockIsNotGrantedToAClientThatWasBrokenOff) {
@@ -259,6 +259,38 @@ TEST_F(RuvoRACommands, TraceWhatTheyDo) {
                      "RuvoRAEngine::lock: lock handle 0", kTree[0], kTree[1],
                      "RUVO_RA_LOCK::handleClient: exit", "RUVO_RA_UNLOCK::handleClient: unlock 1",
                      kTree[0], kTree[1]}));
+}
+
+// A lock is answered before the tree is printed, an unlock afterwards.
+TEST_F(RuvoRACommands, AnswerInTheirOrder) {
+    const LogCapture log(9);
+    class Watching : public Client {
+    public:
+        explicit Watching(const LogCapture& log) : log_(log) {}
+        void writeInt(int value) override {
+            atAnswer = own(log_).back();
+            Client::writeInt(value);
+        }
+        int readInt() override {
+            const auto texts = own(log_);
+            atArgument = texts.empty() ? "" : texts.back();
+            return Client::readInt();
+        }
+        std::string atAnswer;
+        std::string atArgument;
+
+    private:
+        const LogCapture& log_;
+    };
+    Watching locking(log);
+    request(locking, "a", 0);
+    serve(locking);
+    EXPECT_EQ(locking.atArgument, "RUVO_RA_LOCK::handleClient: enter");
+    EXPECT_EQ(locking.atAnswer, "RuvoRAEngine::lock: lock handle 1");
+    Watching unlocking(log);
+    unlocking.sendString("RUVO_RA_UNLOCK").sendInt(1);
+    serve(unlocking);
+    EXPECT_EQ(unlocking.atAnswer, kTree[1]);
 }
 
 TEST_F(RuvoRACommands, TraceALockThatIsGivenBack) {

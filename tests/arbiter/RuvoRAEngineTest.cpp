@@ -176,7 +176,7 @@ TEST_F(RuvoRAEngine, CountsHandlesAcrossAllNodes) {
     EXPECT_EQ(lock("a:b"), 3);
     unlock(2);
     EXPECT_EQ(lock("b"), 4) << "numbers are not used again";
-    EXPECT_EQ(engine_.heldHandles(), 3u);
+    EXPECT_EQ(engine_.heldHandlesForTest(), 3u);
 }
 
 TEST_F(RuvoRAEngine, LocksANodeWithoutThoseBelowOrAboveIt) {

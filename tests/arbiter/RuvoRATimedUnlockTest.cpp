@@ -4,6 +4,7 @@
 #include "tests/support/LogCapture.h"
 
 #include <limits>
+#include <stdexcept>
 #include <string>
 
 using namespace ArbiterTest;
@@ -52,6 +53,32 @@ TEST_F(TimedUnlock, EndsWithAnUnlockOnAnotherThread) {
         other.join();
         node_->lock(0);
     }
+}
+
+TEST_F(TimedUnlock, FindsOutAndSaysSoWhenNobodyTellsIt) {
+    class Refusing : public VornSupport::VornDependent {
+        void handleNotification(VornSupport::VornCollaborator&,
+                                const VornSupport::VornNotification&) override {
+            throw std::runtime_error("no memory, say");
+        }
+    };
+    const std::string forgotten = "RuvoRATimedUnlock::wait: unlocked, and we were not told";
+    const TestSupport::LogCapture log(2);
+    Refusing refusing;  // ends the walk before the wait's turn
+    node_->addDependent(refusing);
+    Client client;
+    RuvoRATimedUnlock waiting(*node_, &client);
+    client.onLook = [&] {
+        if (node_->isLocked()) node_->unlock();
+    };
+    EXPECT_TRUE(waiting.wait(kForever));
+    EXPECT_TRUE(log.has(2, forgotten));
+    node_->removeDependent(refusing);
+
+    node_->lock(0);
+    RuvoRATimedUnlock told(*node_, &client);
+    EXPECT_TRUE(told.wait(kForever));
+    EXPECT_EQ(log.count(2, forgotten), 1u);
 }
 
 TEST_F(TimedUnlock, IsToldNothingAfterItsEnd) {

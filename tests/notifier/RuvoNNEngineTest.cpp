@@ -7,6 +7,7 @@
 #include "runtime/support/VornThreadName.h"
 #include "tests/notifier/RecordingDependent.h"
 #include "tests/notifier/TestNotifier.h"
+#include "tests/runtime/net/NetTest.h"
 #include "tests/support/LogCapture.h"
 
 #include <gtest/gtest.h>
@@ -176,6 +177,35 @@ TEST(RuvoNNEngine, IsWokenAtTheEndOfACommandThatAsksForThat) {
     EXPECT_TRUE(recorder->await(raised)) << "woken";
     engine.produce(eventNamed("at once"));
     EXPECT_TRUE(recorder->await(raised + 1));
+}
+
+// The change that the event tells of has been made, whether or not its client
+// reads the answer.
+TEST(RuvoNNEngine, IsWokenBeforeTheAnswerWaitsForAClientThatDoesNotRead) {
+    TestNotifier engine;
+    Recorder recorder;
+    ASSERT_TRUE(engine.initialize());
+    NetTest::TcpPair pair;
+    const auto send = [&](std::string_view bytes) {
+        return !VornPlatform::sendNow(pair->getSocket(), bytes, {}).error;
+    };
+    const auto hasRoom = [&] { return send("x"); };
+    do {
+        while (send(std::string(1024, 'x'))) continue;
+        while (hasRoom()) continue;
+        // What the system still moves makes a little room.
+    } while (waitUntil(hasRoom, std::chrono::milliseconds(100)));
+    std::atomic<bool> answered{false};
+    std::jthread command([&] {
+        const RuvoNNEngine::LateWake late(&engine);
+        engine.produce(eventNamed("event"));
+        pair->writeInt(1);
+        EXPECT_THROW(pair->flush(), VornException);
+        answered = true;
+    });
+    EXPECT_TRUE(recorder->await(1));
+    EXPECT_FALSE(answered);
+    pair->abort();
 }
 
 TEST(RuvoNNEngine, IsWokenAtOnceByEverybodyElse) {

@@ -66,6 +66,8 @@ TEST(ArbiterCheck, FindsNothingWrongWithARealDaemon) {
     EXPECT_GT(totals.broken, 0u);
     EXPECT_TRUE(daemon.serves());
     EXPECT_EQ(daemon.stop(), 0);
+    // What a wait says that was forgotten and found out for itself.
+    EXPECT_EQ(daemon.log().find("we were not told"), std::string::npos) << daemon.log();
 }
 
 }  // namespace

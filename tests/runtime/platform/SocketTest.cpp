@@ -114,6 +114,31 @@ TEST(Socket, TellsNothingFromTheEndOfTheStream) {
     EXPECT_EQ(readBytes(pair.near_, 10), "still open");
 }
 
+TEST(Socket, SendsWhatThereIsRoomForAndDoesNotWait) {
+    StreamPair pair;
+    EXPECT_EQ(sendNow(pair.near_.handle(), "ab", "c").count, 3U);
+    EXPECT_EQ(readBytes(pair.far_, 3), "abc");
+    const std::string piece(1024, 'x');
+    IoResult sent;
+    while (!(sent = sendNow(pair.near_.handle(), piece, {})).error) EXPECT_GT(sent.count, 0U);
+    EXPECT_EQ(sent.error.condition(), OsCondition::WouldBlock);
+    pair.far_.close();
+    EXPECT_TRUE(waitUntil([&] {
+        sent = sendNow(pair.near_.handle(), piece, {});
+        return sent.error && sent.error.condition() != OsCondition::WouldBlock;
+    }));
+}
+
+TEST(Socket, SeesBytesThatWaitToBeRead) {
+    StreamPair pair;
+    EXPECT_EQ(lookAtStream(pair.far_.handle()), StreamLook::Quiet);
+    sendBytes(pair.near_, "abc");
+    awaitReadable(pair.far_);
+    EXPECT_EQ(lookAtStream(pair.far_.handle()), StreamLook::Bytes);
+    EXPECT_EQ(readBytes(pair.far_, 3), "abc") << "nothing was consumed";
+    EXPECT_EQ(lookAtStream(pair.far_.handle()), StreamLook::Quiet);
+}
+
 TEST(Socket, SeesThePeersEndBehindUnreadBytes) {
     StreamPair pair;
     EXPECT_FALSE(isPeerClosed(pair.far_.handle()));

@@ -1,6 +1,7 @@
 #include "runtime/support/VornCollaborator.h"
 
 #include "runtime/support/VornSmartPointer.h"
+#include "runtime/support/VornThreadName.h"
 #include "tests/runtime/support/AllocationCount.h"
 
 #include <gtest/gtest.h>
@@ -411,6 +412,41 @@ TEST(VornCollaborator, ServesThousandsOfDependents) {
     for (int i = 0; i < 2000; i += 2) source.removeDependent(*handlers[static_cast<size_t>(i)]);
     source.notify(VornNotification());
     EXPECT_EQ(calls, 3000);
+}
+
+// They are destroyed once they have been removed, whatever is short.
+TEST(VornCollaborator, RemovesWithoutMemory) {
+    setThreadName("NoMemory");
+    VornCollaborator source;
+    std::string told;
+    auto a = std::make_unique<Scribe>(told, 'a');
+    Scribe b(told, 'b');
+    Scribe c(told, 'c');
+    for (Scribe* scribe : {a.get(), &b, &c}) source.addDependent(*scribe);
+    int refusals = 0;
+    Handler remover([&](VornCollaborator&, const VornNotification&) {
+        told += '!';
+        const AllocationFailure noMemory("NoMemory");
+        source.removeDependent(*a);  // the list that is walked cannot be copied
+        source.removeDependent(b);
+        refusals = noMemory.count();
+    });
+    source.addDependent(remover);
+    source.notify(VornNotification());
+    EXPECT_EQ(told, "abc!");
+    EXPECT_GT(refusals, 0);
+    a.reset();
+    told.clear();
+    source.removeDependent(remover);
+    source.notify(VornNotification());
+    EXPECT_EQ(told, "c");
+    source.addDependent(b);
+    source.notify(VornNotification());
+    EXPECT_EQ(told, "ccb") << "the earlier registration is gone for good";
+    source.removeDependent(b);
+    source.removeDependent(c);
+    source.notify(VornNotification());
+    EXPECT_EQ(told, "ccb");
 }
 
 // Those that wait for one thing in their hundreds come and go at every notify.
