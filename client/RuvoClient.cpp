@@ -160,12 +160,12 @@ void RuvoClient::send(std::span<const RuvoRequest> batch) {
     if (batch.size() > std::numeric_limits<std::uint16_t>::max()) {
         throw RuvoClientError(RuvoProblem::Argument, "a batch holds at most 65535 requests");
     }
-    core_->guarded([&] {
-        std::string bytes;
-        VornNet::append16(bytes, static_cast<std::uint16_t>(batch.size()));
-        for (const RuvoRequest& request : batch) bytes += request.bytes();
-        core_->channel().send(bytes, Deadline(core_->options().timeout));
-    });
+    // Without memory for this nothing has been sent, and the conversation goes on.
+    std::string bytes;
+    VornNet::append16(bytes, static_cast<std::uint16_t>(batch.size()));
+    for (const RuvoRequest& request : batch) bytes += request.bytes();
+    core_->guarded(
+        [&] { core_->channel().send(bytes, Deadline(core_->options().timeout)); });
 }
 
 std::int32_t RuvoClient::readInt() { return static_cast<std::int32_t>(readUnsigned()); }

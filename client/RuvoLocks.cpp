@@ -46,7 +46,19 @@ RuvoRequest RuvoLocks::unlockRequest(std::int32_t handle) {
 std::optional<std::int32_t> RuvoLocks::lock(std::string_view path, milliseconds wait,
                                             const std::function<bool()>& goesOn) {
     client_.send(lockRequest(path, wait));
-    if (!awaitGrant(wait, goesOn)) {
+    bool isAnswered = false;
+    try {
+        isAnswered = awaitGrant(wait, goesOn);
+    } catch (const RuvoClientError&) {
+        throw;  // the conversation is over
+    } catch (...) {
+        try {
+            giveUp();
+        } catch (...) {
+        }
+        throw;
+    }
+    if (!isAnswered) {
         giveUp();
         return std::nullopt;
     }

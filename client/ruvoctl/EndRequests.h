@@ -2,6 +2,7 @@
 
 #include "runtime/platform/Signals.h"
 
+#include <array>
 #include <atomic>
 #include <cstdint>
 #include <optional>
@@ -14,18 +15,17 @@ class EndRequests {
 public:
     void add(const VornPlatform::EndRequest& request) noexcept {
         if (request.graceMs >= 0) graceMs_.store(request.graceMs);
-        waiting_.fetch_or(bitOf(request.signal, request.reachedOthers));
+        waiting_[request.reachedOthers].fetch_or(bitOf(request.signal));
         any_.store(true);
     }
     bool any() const noexcept { return any_.load(); }
 
     std::optional<VornPlatform::EndRequest> next() noexcept {
-        const std::uint64_t waiting = waiting_.load();
-        for (int signal = 0; signal < kSignals; ++signal) {
+        for (int signal = 1; signal <= kSignals; ++signal) {
             for (const bool reachedOthers : {false, true}) {
-                const std::uint64_t bit = bitOf(signal, reachedOthers);
-                if ((waiting & bit) == 0) continue;
-                waiting_.fetch_and(~bit);
+                const std::uint64_t bit = bitOf(signal);
+                if ((waiting_[reachedOthers].load() & bit) == 0) continue;
+                waiting_[reachedOthers].fetch_and(~bit);
                 return VornPlatform::EndRequest{signal, reachedOthers, graceMs_.load()};
             }
         }
@@ -33,14 +33,13 @@ public:
     }
 
 private:
-    static constexpr int kSignals = 32;
+    static constexpr int kSignals = 64;
 
-    static std::uint64_t bitOf(int signal, bool reachedOthers) {
-        const int place = (signal & (kSignals - 1)) + (reachedOthers ? kSignals : 0);
-        return std::uint64_t{1} << place;
+    static std::uint64_t bitOf(int signal) {
+        return std::uint64_t{1} << ((signal - 1) & (kSignals - 1));
     }
 
-    std::atomic<std::uint64_t> waiting_{0};
+    std::array<std::atomic<std::uint64_t>, 2> waiting_{};  // [1]: which reached others
     std::atomic<int> graceMs_{-1};
     std::atomic<bool> any_{false};
 };

@@ -46,48 +46,44 @@ int interruptedStatus(Session& session) {
     return kSignalBase + (request ? request->signal : kInterrupt);
 }
 
-std::optional<std::int32_t> obtain(Session& session, Ruvo::RuvoClient& client,
-                                   const LockOptions& options) {
-    RuvoLocks locks(client);
-    const auto goesOn = [&] { return !session.surroundings.isInterrupted(); };
-    const auto handle = locks.lock(options.path, milliseconds(0), goesOn);
-    if (!handle && !client.isOpen() && goesOn()) {
-        throw Failure(kUnreachable, "the daemon does not answer");
-    }
-    if (handle || options.wait.count() == 0 || !client.isOpen()) return handle;
+bool obtain(Session& session, HeldLock& held, const LockOptions& options) {
+    if (held.obtain(milliseconds(0))) return true;
+    if (session.surroundings.isInterrupted()) return false;
+    if (!held.isConversationOpen()) throw Failure(kUnreachable, "the daemon does not answer");
+    if (options.wait.count() == 0) return false;
     session.surroundings.err << "ruvoctl: waiting for the lock of \"" << shown(options.path) << '"'
                              << std::endl;
-    return locks.lock(options.path, options.wait, goesOn);
+    return held.obtain(options.wait);
 }
 
 // Gives the lock to whoever reads the handle.
 int hand(Session& session, HeldLock& held, const std::string& path) {
     const std::int32_t handle = held.handle();
-    session.out() << (session.json ? textOf({{"path", path}, {"handle", handle}})
-                                   : std::to_string(handle))
-                  << std::endl;
+    const std::string text = session.json ? textOf({{"path", path}, {"handle", handle}})
+                                          : std::to_string(handle);
+    session.out() << text << std::endl;
     if (session.out()) held.hand();  // else nobody knows it
     return kDone;
 }
 
 int lock(Session& session, const LockOptions& options, const std::vector<std::string>& words) {
-    auto client = session.connect();
+    HeldLock held(session, session.connect(), options.path);
     // From here on there may be something to be undone.
     session.surroundings.catchInterrupts();
-    const auto handle = obtain(session, client, options);
-    if (!handle && session.surroundings.isInterrupted()) return interruptedStatus(session);
-    if (!handle) {
+    const bool obtained = obtain(session, held, options);
+    // Who asks for our end before the handle is printed gets neither.
+    session.surroundings.settleRequests();
+    if (session.surroundings.isInterrupted()) return interruptedStatus(session);
+    if (!obtained) {
         throw Failure(kNotObtained,
                       "somebody else holds the lock of \"" + shown(options.path) + '"');
     }
-    HeldLock held(session, std::move(client), options.path, *handle);
-    if (session.surroundings.isInterrupted()) return interruptedStatus(session);
     return words.empty() ? hand(session, held, options.path) : held.run(words);
 }
 
 constexpr const char* kLockFooter =
     "With a command: runs it while the lock is held, unlocks when it has ended, however\n"
-    "it did, and ends with its status. A request to end (Ctrl-C, SIGTERM, SIGHUP) goes to\n"
+    "it did, and ends with its status. What asks it to end (Ctrl-C, SIGTERM, SIGUSR1) goes to\n"
     "the command; its end is waited for all the same. The command finds the handle in the\n"
     "variable RUVO_LOCK_HANDLE. Without a command: prints the handle; the lock stays until\n"
     "'ruvoctl unlock', or until the daemon stops. PATH is a name, or several separated by\n"

@@ -31,12 +31,15 @@ struct Surroundings {
     std::ostream& out;
     std::ostream& err;
     std::function<std::optional<std::string>(const char*)> variable;  // of the environment
-    std::function<void()> catchInterrupts;  // from then on Ctrl-C only shows in:
+    // From then on Ctrl-C only shows in the next; throws Failure when that cannot be.
+    std::function<void()> catchInterrupts;
     std::function<bool()> isInterrupted;
     // Over UDP the daemon forgets a conversation after 30 s of silence.
     std::chrono::milliseconds signOfLife{10000};
     // What interrupts there were since catchInterrupts(), each once.
     std::function<std::optional<VornPlatform::EndRequest>()> nextRequest{};
+    // Returns when those that came before it show.
+    std::function<void()> settleRequests{};
 };
 
 // Arguments that parse but make no sense. Ends the program with kBadUsage.

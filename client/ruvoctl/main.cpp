@@ -13,8 +13,10 @@ Ruvoctl::EndRequests requests;
 void takeRequest(const VornPlatform::EndRequest& request) { requests.add(request); }
 
 void catchInterrupts() {
-    // Without it an interrupt ends the program as it ends any other.
-    (void)VornPlatform::watchSignals({.end = takeRequest});
+    if (const auto error = VornPlatform::watchSignals({.end = takeRequest})) {
+        throw Ruvoctl::Failure(Ruvoctl::kRefused,
+                               "cannot watch for signals: " + error.text());
+    }
 }
 
 }  // namespace
@@ -24,6 +26,7 @@ int main(int argc, char** argv) {
     Ruvoctl::Surroundings surroundings{std::cout, std::cerr, VornPlatform::getEnv,
                                        catchInterrupts, [] { return requests.any(); }};
     surroundings.nextRequest = [] { return requests.next(); };
+    surroundings.settleRequests = VornPlatform::settleSignals;
     const int status = Ruvoctl::run(VornPlatform::programArguments(argc, argv), surroundings);
     VornPlatform::tellStopped();
     return status;

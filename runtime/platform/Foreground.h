@@ -34,7 +34,8 @@ VORN_EXPORT OsError startInForeground(const std::vector<std::string>& words,
                                       ProcessHandle& process);
 
 // Hands a request on to a program in the foreground, unless that has been told or
-// has ended. On Windows it has been told.
-VORN_EXPORT void handOn(const EndRequest& request, const ProcessHandle& process);
+// has ended. Windows tells every program of a console by itself; one that was
+// started too late for that is ended at once, with 128 and the request's number.
+VORN_EXPORT void handOn(const EndRequest& request, ProcessHandle& process);
 
 }  // namespace VornPlatform

@@ -89,7 +89,7 @@ OsError startInForeground(const std::vector<std::string>& words, ProcessHandle& 
     return process.adopt(id, ProcessHandle::kNone);
 }
 
-void handOn(const EndRequest& request, const ProcessHandle& process) {
+void handOn(const EndRequest& request, ProcessHandle& process) {
     // Until its end has been collected, nobody else gets its number.
     if (request.reachedOthers || !process.isOpen() || process.exitCode() >= 0) return;
     ::kill(static_cast<pid_t>(process.processId()), request.signal);

@@ -178,6 +178,9 @@ OsError startInForeground(const std::vector<std::string>& words, ProcessHandle& 
     return process.adopt(started.dwProcessId, reinterpret_cast<std::intptr_t>(started.hProcess));
 }
 
-void handOn(const EndRequest&, const ProcessHandle&) {}
+void handOn(const EndRequest& request, ProcessHandle& process) {
+    constexpr int kSignalBase = 128;
+    if (!request.reachedOthers) (void)process.terminate(kSignalBase + request.signal);
+}
 
 }  // namespace VornPlatform

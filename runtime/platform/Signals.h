@@ -8,7 +8,8 @@ namespace VornPlatform {
 // A request from outside that the program end.
 struct EndRequest {
     // As POSIX numbers them: 1 the terminal or the session goes, 2 Ctrl-C, 3 the
-    // terminal's other key for that (Windows: Ctrl-Break), 15 any other.
+    // terminal's other key for that (Windows: Ctrl-Break), else the signal that was
+    // sent. 1 to 64.
     int signal = 0;
     // The programs that share our terminal have been told by the system.
     bool reachedOthers = false;
@@ -22,7 +23,7 @@ struct SignalActions {
     void (*stop)() = nullptr;
     void (*reload)() = nullptr;
     // For programs that run others in the foreground. Takes the place of the two
-    // above, and of the end of the process by SIGQUIT.
+    // above, and of the end of the process by any other signal that can be caught.
     void (*end)(const EndRequest& request) = nullptr;
 };
 
@@ -32,11 +33,16 @@ struct SignalActions {
 // fails instead of ending the process. With `end`, what the process ignores since
 // its start goes on being ignored: SIGHUP as by nohup; SIGINT and SIGQUIT, which
 // shells have their background ignore, when they come from the terminal, but not
-// when somebody sends them. Windows:
+// when somebody sends them. What the process catches when this is called it goes on
+// catching. A fault of our own (SIGSEGV) ends the process as ever. Windows:
 // Ctrl-C, Ctrl-Break, the closing of the console, logging off and shutting down
 // stop; nothing reloads. Call it once, before the process has a second thread:
 // on POSIX every later thread must inherit that it takes no such signal.
 VORN_EXPORT OsError watchSignals(const SignalActions& actions);
+
+// Returns when the action `end` has been called for every request that was made
+// before. Windows does not say what it is about to tell: returns at once there.
+VORN_EXPORT void settleSignals();
 
 // The program has done what it had to. Windows ends a process whose console is
 // closed as soon as it has been told, so the telling thread waits for this call,

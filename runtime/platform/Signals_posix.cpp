@@ -4,48 +4,97 @@
 #include "runtime/platform/Signals_posix.h"
 
 #include <pthread.h>
+#include <semaphore.h>
 #include <signal.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <iterator>
 
 namespace VornPlatform {
 namespace {
 
 constexpr std::size_t kStack = 256 * 1024;
 
+// They end no process, or are none of ours to take: what can be done about those
+// two of writing is done elsewhere.
+constexpr int kOthers[] = {SIGKILL, SIGSTOP, SIGCHLD, SIGCONT, SIGTSTP,  SIGTTIN,
+                           SIGTTOU, SIGURG,  SIGPIPE, SIGXFSZ, SIGWINCH};
+
 SignalActions actionsInForce;
 sigset_t watched;
+sigset_t handedOn;  // of those, to the actions
 sigset_t ignoredWhenTyped;
 sigset_t maskBefore;
 bool isWatching = false;
+bool canSettle = false;
+sem_t settled;
 
-bool isIgnored(int signal) {
+void (*handlerOf(int signal))(int) {
     struct sigaction action {};
-    return ::sigaction(signal, nullptr, &action) == 0 && action.sa_handler == SIG_IGN;
+    return ::sigaction(signal, nullptr, &action) == 0 ? action.sa_handler : SIG_ERR;
+}
+
+bool isIgnored(int signal) { return handlerOf(signal) == SIG_IGN; }
+
+void chooseForStopping() {
+    for (const int signal : {SIGTERM, SIGINT, SIGHUP}) ::sigaddset(&handedOn, signal);
+}
+
+void chooseForEnding() {
+    for (int signal = 1; signal <= SIGRTMAX; ++signal) {
+        if (std::find(std::begin(kOthers), std::end(kOthers), signal) != std::end(kOthers)) {
+            continue;
+        }
+        const auto handler = handlerOf(signal);
+        const bool canBeTyped = signal == SIGINT || signal == SIGQUIT;
+        if (handler == SIG_IGN && canBeTyped) ::sigaddset(&ignoredWhenTyped, signal);
+        // The C library refuses to tell of those that it needs itself.
+        if (handler == SIG_DFL || canBeTyped) ::sigaddset(&handedOn, signal);
+    }
 }
 
 void chooseSignals() {
-    const bool isAskedToEnd = actionsInForce.end != nullptr;
-    ::sigemptyset(&watched);
+    ::sigemptyset(&handedOn);
     ::sigemptyset(&ignoredWhenTyped);
-    for (const int signal : {SIGTERM, SIGINT, SIGHUP, SIGQUIT}) {
-        if (signal == SIGQUIT && !isAskedToEnd) continue;
-        if (isAskedToEnd && isIgnored(signal)) {
-            if (signal == SIGTERM || signal == SIGHUP) continue;
-            ::sigaddset(&ignoredWhenTyped, signal);
-        }
-        ::sigaddset(&watched, signal);
+    if (actionsInForce.end == nullptr) {
+        chooseForStopping();
+        watched = handedOn;
+        return;
     }
+    chooseForEnding();
+    watched = handedOn;
+    ::sigaddset(&watched, SIGRTMAX);
+}
+
+// What settleSignals() sends. Of all signals that wait the one of the highest
+// number is taken last.
+bool isMark(const siginfo_t& signal) {
+    return signal.si_signo == SIGRTMAX && signal.si_code == SI_USER && signal.si_pid == ::getpid();
+}
+
+// The kernel sends these by itself when somebody types or the terminal goes, and
+// then to all of its foreground.
+bool isTyped(const siginfo_t& signal) {
+    const int number = signal.si_signo;
+    return signal.si_code == SI_KERNEL &&
+           (number == SIGINT || number == SIGQUIT || number == SIGHUP);
 }
 
 void handle(const siginfo_t& signal) {
-    if (actionsInForce.end != nullptr) {
-        // What the kernel sends by itself comes from the terminal, and goes to all
-        // of its foreground.
-        const bool isTyped = signal.si_code == SI_KERNEL;
-        if (isTyped && ::sigismember(&ignoredWhenTyped, signal.si_signo) == 1) return;
-        actionsInForce.end({.signal = signal.si_signo, .reachedOthers = isTyped});
+    const int number = signal.si_signo;
+    if (isMark(signal)) {
+        ::sem_post(&settled);
         return;
     }
-    const auto action = signal.si_signo == SIGHUP ? actionsInForce.reload : actionsInForce.stop;
+    if (::sigismember(&handedOn, number) != 1) return;
+    if (actionsInForce.end != nullptr) {
+        if (isTyped(signal) && ::sigismember(&ignoredWhenTyped, number) == 1) return;
+        actionsInForce.end({.signal = number, .reachedOthers = isTyped(signal)});
+        return;
+    }
+    const auto action = number == SIGHUP ? actionsInForce.reload : actionsInForce.stop;
     if (action != nullptr) action();
 }
 
@@ -77,11 +126,21 @@ OsError watchSignals(const SignalActions& actions) {
     actionsInForce = actions;
     if (const OsError error = failInsteadOfEnding()) return error;
     chooseSignals();
+    if (::sem_init(&settled, 0, 0) != 0) return OsError::last();
     if (const int failed = ::pthread_sigmask(SIG_BLOCK, &watched, &maskBefore); failed != 0) {
         return OsError(failed);
     }
     isWatching = true;
-    return startThread({.name = "Signals", .stackBytes = kStack}, &watch, nullptr);
+    const OsError error =
+        startThread({.name = "Signals", .stackBytes = kStack}, &watch, nullptr);
+    canSettle = !error && actionsInForce.end != nullptr;
+    return error;
+}
+
+void settleSignals() {
+    if (!canSettle || ::kill(::getpid(), SIGRTMAX) != 0) return;
+    while (::sem_wait(&settled) != 0 && errno == EINTR) {
+    }
 }
 
 void tellStopped() {}

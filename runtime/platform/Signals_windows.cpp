@@ -41,6 +41,8 @@ OsError watchSignals(const SignalActions& actions) {
     return ::SetConsoleCtrlHandler(&handle, TRUE) ? OsError{} : OsError::last();
 }
 
+void settleSignals() {}
+
 void tellStopped() {
     if (stopped != nullptr) ::SetEvent(stopped);
 }

@@ -35,6 +35,13 @@ TEST(EndRequests, GivesEachOnce) {
     expectNext(requests, 15, false);
 }
 
+TEST(EndRequests, KnowsEverySignal) {
+    EndRequests requests;
+    for (int signal = 1; signal <= 64; ++signal) requests.add({.signal = signal});
+    for (int signal = 1; signal <= 64; ++signal) expectNext(requests, signal, false);
+    EXPECT_FALSE(requests.next());
+}
+
 TEST(EndRequests, TellsOfTheTimeThatIsLeft) {
     EndRequests requests;
     requests.add({.signal = 2});

@@ -158,6 +158,15 @@ TEST(RuvoLocks, UnlocksWhatWasGrantedWhileTheWaitWasGivenUp) {
     }
 }
 
+TEST(RuvoLocks, LeavesNothingLockedWhenTheQuestionThrows) {
+    ScriptedDaemon daemon(
+        std::vector{answerTooLate(lockRequest("a", 5000), i32(7)), takeUnlock(7)});
+    RuvoClient client(daemon.options());
+    const auto fail = []() -> bool { throw std::length_error("whatever"); };
+    EXPECT_THROW(RuvoLocks(client).lock("a", milliseconds(5000), fail), std::length_error);
+    EXPECT_FALSE(client.isOpen());
+}
+
 TEST(RuvoLocks, TellsWhichLockItCouldNotUndo) {
     ScriptedDaemon daemon(std::vector<ScriptedDaemon::Script>{
         answerTooLate(lockRequest("a", 5000), i32(7)), [](ScriptedPeer& peer) {

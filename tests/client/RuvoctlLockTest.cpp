@@ -217,6 +217,58 @@ TEST_F(RuvoctlLock, DoesNotBeginTheCommandWhenItIsAskedToEndBefore) {
     }
 }
 
+TEST_F(RuvoctlLock, DoesNotBeginTheCommandWhenItIsAskedToEndInTheLastMoment) {
+    ruvoctl_.settle = [&](int count) {
+        if (count == 2) ruvoctl_.requests.add({.signal = 2, .reachedOthers = true});
+    };
+    EXPECT_EQ(run(grantAndTakeBack("a", 5), locking({}, writingTheHandle(file("out")))), 130);
+    EXPECT_FALSE(exists(file("out")));
+    EXPECT_EQ(err(), "");
+}
+
+TEST_F(RuvoctlLock, HandsOnWhatComesWhileTheCommandIsBeingStarted) {
+    ruvoctl_.settle = [&](int count) {
+        // From the terminal, but perhaps before there was the command.
+        if (count == 3) ruvoctl_.requests.add({.signal = 15, .reachedOthers = true});
+    };
+    EXPECT_EQ(run(grantAndTakeBack("a", 5), locking({}, until(file("begun"), file("go"), 3))), 143);
+    EXPECT_EQ(err(), "");
+}
+
+TEST_F(RuvoctlLock, GivesTheLockBackWhenItIsAskedToEndBeforeItTellsTheHandle) {
+    ruvoctl_.settle = [&](int count) {
+        if (count == 1) ruvoctl_.requests.add({.signal = 15});
+    };
+    EXPECT_EQ(run(grantAndTakeBack("a", 5), {"lock", "a"}), 143);
+    EXPECT_EQ(out(), "");
+    EXPECT_EQ(err(), "");
+}
+
+TEST_F(RuvoctlLock, DoesNotTakeWhatItCouldNotGiveBack) {
+    ruvoctl_.cannotCatch = true;
+    const Script refuse = [](ScriptedPeer& peer) {
+        peer.open();
+        expectNothingMore(peer);
+    };
+    EXPECT_EQ(run(refuse, locking({}, writingTheHandle(file("out")))), 1);
+    EXPECT_EQ(err(), "ruvoctl: no signals\n");
+    EXPECT_FALSE(exists(file("out")));
+}
+
+TEST_F(RuvoctlLock, EndsSoonWhenItIsAskedToWhileTheDaemonDoesNotAnswer) {
+    const Script script = [&](ScriptedPeer& peer) {
+        peer.open();
+        peer.serve(lockRequest("a", 0), i32(5));
+        peer.expect(u16(1) + unlockRequest(5));
+        ruvoctl_.requests.add({.signal = 15});
+        peer.awaitClose();
+    };
+    EXPECT_EQ(run(script, locking({"--timeout", "600"}, exitingWith(7))), 7);
+    EXPECT_TRUE(has(err(), "the command ended with status 7, but the lock of \"a\" could not be "
+                           "given back: the daemon at tcp:127.0.0.1:"))
+        << err();
+}
+
 TEST_F(RuvoctlLock, UnlocksInTimeWhenTheSystemIsAboutToEndIt) {
     const Script script = [&](ScriptedPeer& peer) {
         peer.open();
@@ -242,8 +294,12 @@ TEST_F(RuvoctlLock, TellsThatTheDaemonHasGoneAndKeepsTheStatus) {
     };
     // A second conversation would fail the test: nobody serves it.
     EXPECT_EQ(run(script, locking({"--timeout", "5"}, until(file("begun"), file("go"), 3))), 3);
-    EXPECT_TRUE(has(err(), "ruvoctl: the lock of \"a\" was not unlocked: ")) << err();
-    EXPECT_TRUE(has(err(), "'ruvoctl unlock 5' unlocks it")) << err();
+    EXPECT_TRUE(has(err(), "ruvoctl: the command ended with status 3, but the lock of \"a\" could "
+                           "not be given back: the daemon at tcp:127.0.0.1:"))
+        << err();
+    EXPECT_TRUE(has(err(), " is gone. If it has stopped, its locks are gone too; if only the "
+                           "connection was lost, 'ruvoctl unlock 5' gives this one back\n"))
+        << err();
 }
 
 TEST_F(RuvoctlLock, TellsThatTheDaemonDoesNotAnswerAndKeepsTheStatus) {
@@ -254,7 +310,12 @@ TEST_F(RuvoctlLock, TellsThatTheDaemonDoesNotAnswerAndKeepsTheStatus) {
         peer.awaitClose();
     };
     EXPECT_EQ(run(script, locking({"--timeout", "0.3"}, exitingWith(0))), 0);
-    EXPECT_TRUE(has(err(), "was not unlocked: no answer")) << err();
+    EXPECT_TRUE(has(err(), "ruvoctl: the command ended with status 0, but the lock of \"a\" could "
+                           "not be given back: the daemon at tcp:127.0.0.1:"))
+        << err();
+    EXPECT_TRUE(has(err(), " does not answer. It has been asked, and may do it yet; 'ruvoctl "
+                           "unlock 5' asks once more\n"))
+        << err();
 }
 
 TEST_F(RuvoctlLock, TellsASilentDaemonFromALockThatIsHeld) {

@@ -5,6 +5,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <functional>
 #include <map>
 #include <mutex>
 #include <ostream>
@@ -57,10 +58,14 @@ struct RuvoctlRun {
                 if (found == variables.end()) return std::nullopt;
                 return found->second;
             },
-            [this] { catching = true; },
+            [this] {
+                if (cannotCatch) throw Ruvoctl::Failure(Ruvoctl::kRefused, "no signals");
+                catching = true;
+            },
             [this] { return interrupted.load() || requests.any(); },
             signOfLife,
-            [this] { return requests.next(); }};
+            [this] { return requests.next(); },
+            [this] { settle(++settled); }};
         return Ruvoctl::run(arguments, surroundings);
     }
 
@@ -70,6 +75,10 @@ struct RuvoctlRun {
     std::atomic<bool> interrupted{false};
     Ruvoctl::EndRequests requests;
     std::atomic<bool> catching{false};
+    bool cannotCatch = false;
+    // Called before each look that must miss nothing, with how many there were.
+    std::function<void(int)> settle = [](int) {};
+    int settled = 0;
     std::chrono::milliseconds signOfLife{10000};
 };
 

@@ -26,11 +26,15 @@ using Arguments = std::vector<std::string>;
 using Ruvo::RuvoLocks;
 using std::chrono::milliseconds;
 
-const int kSignals[] = {SIGTERM, SIGINT, SIGHUP, SIGQUIT};
+// Such as end a program that does not catch them.
+std::vector<int> endingSignals() {
+    return {SIGTERM, SIGINT,    SIGHUP,  SIGQUIT, SIGUSR1,   SIGUSR2, SIGALRM, SIGABRT,
+            SIGXCPU, SIGVTALRM, SIGPROF, SIGIO,   SIGSTKFLT, SIGPWR,  SIGRTMIN, SIGRTMAX};
+}
 
 class RuvoctlLockNative : public ::testing::Test {
 protected:
-    RuvoctlLockNative() : daemon_({.logLevel = 9}), client_(options()) {}
+    RuvoctlLockNative() : daemon_({.udp = true, .logLevel = 9}), client_(options()) {}
 
     Ruvo::RuvoClientOptions options() const {
         Ruvo::RuvoClientOptions options;
@@ -74,7 +78,7 @@ std::string pathOf(int signal) { return "signal-" + std::to_string(signal); }
 }  // namespace
 
 TEST_F(RuvoctlLockNative, LeavesNothingBehindWhenItIsEndedWhileItWaits) {
-    for (const int signal : kSignals) {
+    for (const int signal : endingSignals()) {
         const std::string path = pathOf(signal);
         const auto handle = locks().lock(path);
         ASSERT_TRUE(handle);
@@ -124,8 +128,63 @@ TEST_F(RuvoctlLockNative, LeavesNothingBehindWhenTheLockComesInThatMoment) {
     }
 }
 
+TEST_F(RuvoctlLockNative, LosesNoSignalThatComesWhileTheCommandIsBeingStarted) {
+    for (int round = 0; round < 30; ++round) {
+        const std::string path = "race-" + std::to_string(round);
+        const auto handle = locks().lock(path);
+        ASSERT_TRUE(handle);
+        ClientProcess waiting(line({"lock", path, "--", "sleep", "600"}));
+        ASSERT_TRUE(isWaitedFor(path));
+        std::thread ending([&] { waiting.signal(round % 2 == 0 ? SIGTERM : SIGUSR1); });
+        locks().unlock(*handle);
+        ending.join();
+        EXPECT_EQ(waiting.waitForExit(), 128 + (round % 2 == 0 ? SIGTERM : SIGUSR1))
+            << waiting.errors();
+        EXPECT_TRUE(isFree(path)) << round;
+    }
+}
+
+// The same at a terminal: what is typed before there is a command reaches ruvoctl
+// alone. The moment moves from round to round.
+TEST_F(RuvoctlLockNative, LosesNothingThatIsTypedWhileTheCommandIsBeingStarted) {
+    const std::string typist =
+        "import os, pty, subprocess, sys, time\n"
+        "ruvoctl = sys.argv[1:]\n"
+        "for round in range(20):\n"
+        "    handle = subprocess.check_output(ruvoctl + ['lock', 'a', '--wait', '0'])\n"
+        "    child, terminal = pty.fork()\n"
+        "    if child == 0: os.execvp(ruvoctl[0], ruvoctl + ['lock', 'a', '--', 'sleep', '600'])\n"
+        "    said = b''\n"
+        "    while b'waiting' not in said: said += os.read(terminal, 1000)\n"
+        "    unlocking = subprocess.Popen(ruvoctl + ['unlock', handle.strip()], stdout=2)\n"
+        "    begun = time.monotonic()\n"
+        "    while time.monotonic() - begun < round * 0.0005: pass\n"
+        "    os.write(terminal, b'\\x03')\n"
+        "    status = os.waitstatus_to_exitcode(os.waitpid(child, 0)[1])\n"
+        "    os.close(terminal)\n"
+        "    unlocking.wait()\n"
+        "    if status != 130: sys.exit('round %d: status %d' % (round, status))\n";
+    Arguments all = {"python3", "-c", typist};
+    for (const std::string& word : line({})) all.push_back(word);
+    const ClientRun done = runProgram(all);
+    EXPECT_EQ(done.status, 0) << done.errors;
+    EXPECT_TRUE(isFree("a"));
+}
+
+TEST_F(RuvoctlLockNative, LeavesNothingBehindWhenItIsEndedWhileItWaitsOverUdp) {
+    const auto handle = locks().lock("a");
+    ASSERT_TRUE(handle);
+    ClientProcess waiting(ruvoctlLine(
+        {"--udp", "--port", std::to_string(daemon_.udpPort()), "lock", "a", "--", "true"}));
+    ASSERT_TRUE(isWaitedFor("a"));
+    waiting.signal(SIGTERM);
+    EXPECT_EQ(waiting.waitForExit(), 128 + SIGTERM) << waiting.errors();
+    locks().unlock(*handle);
+    EXPECT_TRUE(isFree("a"));
+}
+
 TEST_F(RuvoctlLockNative, HandsSignalsOnToTheCommand) {
-    for (const int signal : kSignals) {
+    for (const int signal : {SIGTERM, SIGINT, SIGHUP, SIGQUIT, SIGUSR1, SIGUSR2, SIGALRM}) {
         const std::string path = pathOf(signal);
         const std::string number = std::to_string(signal);
         ClientProcess running(locking(path, "trap 'echo told; exit 9' " + number + "; : > ready" +
@@ -140,7 +199,7 @@ TEST_F(RuvoctlLockNative, HandsSignalsOnToTheCommand) {
 }
 
 TEST_F(RuvoctlLockNative, EndsAsTheCommandThatASignalEnds) {
-    for (const int signal : kSignals) {
+    for (const int signal : endingSignals()) {
         const std::string ready = "ready" + std::to_string(signal);
         ClientProcess running(
             locking(pathOf(signal), ": > " + ready + "; exec sleep 60"));
@@ -195,6 +254,7 @@ TEST_F(RuvoctlLockNative, SurvivesTheEndOfTheSessionWhenItIsToldSo) {
 
 // Somebody at a terminal presses Ctrl-C, which the system tells both programs of. A
 // signal that is handed on after it would come behind one that the command got twice.
+// One that is handed on before shows that the command's start is over for ruvoctl too.
 TEST_F(RuvoctlLockNative, DoesNotTellTheCommandTwiceWhatIsTyped) {
     const std::string typist =
         "import os, pty, signal, sys, time\n"
@@ -202,6 +262,8 @@ TEST_F(RuvoctlLockNative, DoesNotTellTheCommandTwiceWhatIsTyped) {
         "child, terminal = pty.fork()\n"
         "if child == 0: os.execvp(sys.argv[2], sys.argv[2:])\n"
         "while not os.path.exists(directory + '/ready'): time.sleep(0.01)\n"
+        "os.kill(child, signal.SIGUSR1)\n"
+        "while not os.path.exists(directory + '/runs'): time.sleep(0.01)\n"
         "os.write(terminal, b'\\x03')\n"
         "while not os.path.exists(directory + '/told'): time.sleep(0.01)\n"
         "os.kill(child, signal.SIGTERM)\n"
@@ -210,7 +272,7 @@ TEST_F(RuvoctlLockNative, DoesNotTellTheCommandTwiceWhatIsTyped) {
         "except OSError: pass\n"
         "sys.exit(os.waitstatus_to_exitcode(os.waitpid(child, 0)[1]))\n";
     const std::string script =
-        "trap 'echo told >> told' INT; trap 'exit 5' TERM; : > ready; "
+        "trap 'echo told >> told' INT; trap 'exit 5' TERM; trap ': > runs' USR1; : > ready; "
         "while :; do sleep 0.01; done";
     Arguments all = {"python3", "-c", typist, directory_.text()};
     for (const std::string& word : locking("a", script)) all.push_back(word);
@@ -250,8 +312,12 @@ TEST_F(RuvoctlLockNative, TellsThatTheDaemonHasGoneAndKeepsTheStatus) {
         }
         writeFile(file("go" + ready), "");
         EXPECT_EQ(running.waitForExit(), 6);
-        EXPECT_THAT(running.errors(), HasSubstr("the lock of \"a\" was not unlocked: "));
-        EXPECT_THAT(running.errors(), HasSubstr("'ruvoctl unlock 1'"));
+        EXPECT_EQ(running.errors(),
+                  "ruvoctl: the command ended with status 6, but the lock of \"a\" could not be "
+                  "given back: the daemon at tcp:127.0.0.1:" +
+                      std::to_string(daemon.tcpPort()) +
+                      " is gone. If it has stopped, its locks are gone too; if only the "
+                      "connection was lost, 'ruvoctl unlock 1' gives this one back\n");
     }
 }
 
@@ -264,6 +330,90 @@ TEST_F(RuvoctlLockNative, TellsThatTheDaemonHasGoneWhileItWaits) {
     EXPECT_EQ(waiting.waitForExit(), 3);
     EXPECT_THAT(waiting.errors(), HasSubstr("ended the conversation"));
     EXPECT_FALSE(exists(file("began")));
+}
+
+TEST_F(RuvoctlLockNative, EndsSoonWhenItIsEndedWhileTheDaemonDoesNotAnswer) {
+    ClientProcess running(line({"--timeout", "600", "lock", "a", "--", "sh", "-c",
+                                "cd '" + directory_.text() + "'; : > ready; "
+                                "until [ -e go ]; do sleep 0.01; done; exit 4"}));
+    ASSERT_TRUE(appears("ready"));
+    daemon_.process().signal(SIGSTOP);
+    writeFile(file("go"), "");
+    // The first may come while the command still runs.
+    EXPECT_TRUE(waitUntil([&] {
+        running.signal(SIGTERM);
+        return running.waitForExit(milliseconds(50)).has_value();
+    }));
+    EXPECT_THAT(running.waitForExit(), ::testing::AnyOf(4, 128 + SIGTERM));
+    EXPECT_THAT(running.errors(), HasSubstr("the command ended with status "));
+    EXPECT_THAT(running.errors(), HasSubstr(" does not answer. It has been asked, "));
+    daemon_.process().signal(SIGCONT);
+    EXPECT_TRUE(waitUntil([&] { return isFree("a"); }));
+}
+
+TEST_F(RuvoctlLockNative, LeavesTheLockToTheCommandWhenItIsKilled) {
+    ClientProcess running(locking(
+        "a", "echo $RUVO_LOCK_HANDLE > handle; : > ready; until [ -e go ]; do sleep 0.01; done; "
+             ": > done"));
+    ASSERT_TRUE(appears("ready"));
+    running.signal(SIGKILL);
+    EXPECT_EQ(running.waitForExit(), 128 + SIGKILL);
+    EXPECT_FALSE(isFree("a"));
+    writeFile(file("go"), "");
+    EXPECT_TRUE(appears("done"));  // it goes on
+    EXPECT_FALSE(isFree("a"));
+    const std::string handle = readFile(file("handle"));
+    const ClientRun unlocked =
+        runProgram(line({"unlock", handle.substr(0, handle.find('\n'))}));
+    EXPECT_EQ(unlocked.status, 0) << unlocked.errors;
+    EXPECT_TRUE(isFree("a"));
+}
+
+// Somebody who reads what it prints, or what it complains of, has gone.
+TEST_F(RuvoctlLockNative, LeavesNoLockToABrokenPipe) {
+    const std::string reader =
+        "import os, subprocess, sys\n"
+        "ends = os.pipe()\n"
+        "os.close(ends[0])\n"
+        "sys.exit(subprocess.run(sys.argv[3:], restore_signals=sys.argv[1] == 'ends',\n"
+        "                        **{sys.argv[2]: ends[1]}).returncode)\n";
+    for (const std::string pipes : {"ends", "fails"}) {
+        Arguments all = {"python3", "-c", reader, pipes, "stdout"};
+        for (const std::string& word : line({"lock", "a"})) all.push_back(word);
+        const ClientRun unread = runProgram(all);
+        EXPECT_EQ(unread.status, 4) << pipes;
+        EXPECT_EQ(unread.errors, "ruvoctl: cannot write to standard output\n");
+        EXPECT_TRUE(isFree("a")) << pipes;
+
+        all = {"python3", "-c", reader, pipes, "stderr"};
+        for (const std::string& word : locking("a", "exit 6")) all.push_back(word);
+        const auto handle = locks().lock("a");
+        ASSERT_TRUE(handle);
+        const auto waits = [&] {
+            const std::string log = daemon_.log();
+            const std::string text = "lock(a): delaying for -1ms";
+            std::size_t count = 0;
+            for (auto at = log.find(text); at != log.npos; at = log.find(text, at + 1)) ++count;
+            return count;
+        };
+        const std::size_t before = waits();
+        ClientProcess waiting(all);
+        EXPECT_TRUE(waitUntil([&] { return waits() > before; }));
+        locks().unlock(*handle);
+        EXPECT_EQ(waiting.waitForExit(), 6) << pipes;
+        EXPECT_TRUE(isFree("a")) << pipes;
+    }
+}
+
+TEST_F(RuvoctlLockNative, IsNotEndedByAPipeThatBreaks) {
+    ClientProcess running(
+        locking("a", ": > ready; until [ -e go ]; do sleep 0.01; done; exit 4"));
+    ASSERT_TRUE(appears("ready"));
+    running.signal(SIGPIPE);
+    EXPECT_FALSE(isFree("a"));
+    writeFile(file("go"), "");
+    EXPECT_EQ(running.waitForExit(), 4);
+    EXPECT_TRUE(isFree("a"));
 }
 
 TEST_F(RuvoctlLockNative, GivesTheLockBackWhenItsHandleCannotBeWritten) {

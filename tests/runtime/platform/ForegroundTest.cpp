@@ -105,9 +105,19 @@ TEST_F(ForegroundTest, FailedStartLeavesTheHandleAlone) {
     EXPECT_EQ(process.exitCode(), 7);
 }
 
-TEST_F(ForegroundTest, HandingOnToNobodyDoesNothing) {
-    handOn({.signal = 15}, ProcessHandle());
+TEST_F(ForegroundTest, HandsOnWhatDidNotReachTheProgram) {
     ProcessHandle process;
+    ASSERT_FALSE(startInForeground(childWords({"until", file("go")}), process));
+    handOn({.signal = 15, .reachedOthers = true}, process);
+    EXPECT_FALSE(process.wait(0));
+    handOn({.signal = 15}, process);
+    ASSERT_TRUE(process.wait(kPatienceMs));
+    EXPECT_EQ(process.exitCode(), 128 + 15);
+}
+
+TEST_F(ForegroundTest, HandingOnToNobodyDoesNothing) {
+    ProcessHandle process;
+    handOn({.signal = 15}, process);
     ASSERT_FALSE(startInForeground(childWords({"exit", "3"}), process));
     ASSERT_TRUE(process.wait(kPatienceMs));
     handOn({.signal = 15}, process);

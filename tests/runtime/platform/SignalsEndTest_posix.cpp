@@ -21,6 +21,7 @@ std::atomic<bool> hungUp{false};
 std::atomic<bool> reachedOthers{true};
 std::atomic<int> grace{0};
 std::atomic<int> others{0};
+std::atomic<int> caught{0};
 
 unsigned long long field(const std::string& status, const std::string& name) {
     const std::size_t at = status.find("\n" + name + ":\t");
@@ -35,6 +36,7 @@ TEST(SignalsEnd, TellsWhatWasAskedAndLeavesIgnoredSignalsAlone) {
     ::signal(SIGHUP, SIG_IGN);
     ::signal(SIGPIPE, SIG_IGN);
     ::signal(SIGINT, SIG_IGN);  // heeded when it is sent, as here
+    ::signal(SIGVTALRM, [](int) { ++caught; });
     for (const int signal : {SIGTERM, SIGQUIT}) ::signal(signal, SIG_DFL);
     sigset_t held;
     ::sigemptyset(&held);
@@ -50,7 +52,8 @@ TEST(SignalsEnd, TellsWhatWasAskedAndLeavesIgnoredSignalsAlone) {
                                    lastSignal = request.signal;
                                }}));
     ::kill(::getpid(), SIGHUP);
-    for (const int signal : {SIGTERM, SIGINT, SIGQUIT}) {
+    for (const int signal :
+         {SIGTERM, SIGINT, SIGQUIT, SIGUSR1, SIGUSR2, SIGALRM, SIGABRT, SIGXCPU, SIGRTMIN}) {
         ::kill(::getpid(), signal);
         EXPECT_TRUE(waitUntil([&] { return lastSignal == signal; })) << signal;
         EXPECT_FALSE(reachedOthers);  // no terminal sent it
@@ -58,6 +61,21 @@ TEST(SignalsEnd, TellsWhatWasAskedAndLeavesIgnoredSignalsAlone) {
     }
     EXPECT_FALSE(hungUp);
     EXPECT_EQ(others, 0);
+    // What was caught before is none of ours, and these end no process.
+    ::raise(SIGVTALRM);
+    EXPECT_EQ(caught, 1);
+    lastSignal = 0;
+    for (const int signal : {SIGPIPE, SIGCHLD, SIGWINCH, SIGURG}) ::kill(::getpid(), signal);
+    settleSignals();
+    EXPECT_EQ(lastSignal, 0);
+
+    // Nothing that came before is still on its way.
+    for (int round = 0; round < 2000; ++round) {
+        const int signal = round % 2 == 0 ? SIGTERM : SIGUSR1;
+        ::kill(::getpid(), signal);
+        settleSignals();
+        ASSERT_EQ(lastSignal, signal) << round;
+    }
     tellStopped();
 
     // A program in the foreground begins as this one did, not as it is now.
