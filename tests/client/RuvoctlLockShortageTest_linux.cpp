@@ -48,6 +48,7 @@ struct Outcome {
     bool granted = false;
     bool unlocked = false;
     std::string output;
+    std::string errors;
 };
 
 // One that tells what it was asked; a client may end at any moment.
@@ -91,6 +92,7 @@ Outcome runWithFailure(int n, const std::vector<std::string>& words) {
         left = -1;
     }
     outcome.output = out.str();
+    outcome.errors = err.str();
     return outcome;
 }
 
@@ -98,7 +100,7 @@ void expectNothingLeft(const std::vector<std::string>& words) {
     for (int n = 0; n < kMostAllocations; ++n) {
         const Outcome outcome = runWithFailure(n, words);
         const bool isKnown = outcome.output == "5\n";
-        EXPECT_TRUE(!outcome.granted || outcome.unlocked != isKnown) << n;
+        EXPECT_TRUE(!outcome.granted || outcome.unlocked != isKnown) << n << " status " << outcome.status << outcome.errors;
         if (!outcome.failed) {
             EXPECT_EQ(outcome.status, 0);
             EXPECT_GT(n, 0);

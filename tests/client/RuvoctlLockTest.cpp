@@ -273,7 +273,7 @@ TEST_F(RuvoctlLock, UnlocksInTimeWhenTheSystemIsAboutToEndIt) {
     const Script script = [&](ScriptedPeer& peer) {
         peer.open();
         peer.serve(lockRequest("a", 0), i32(5));
-        EXPECT_TRUE(waitUntil([&] { return exists(file("begun")); }));
+        EXPECT_TRUE(waitUntil([&] { return exists(file("begun")) && ruvoctl_.idleLooks >= 2; }));
         // It has 2.1 s, of which 2 are for unlocking.
         ruvoctl_.requests.add({.signal = 1, .reachedOthers = true, .graceMs = 2100});
         peer.serve(unlockRequest(5), i32(0));

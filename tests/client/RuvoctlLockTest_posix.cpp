@@ -70,7 +70,8 @@ TEST(RuvoctlLockPosix, HandsRequestsOnAndWaitsForTheCommandAllTheSame) {
     ScriptedDaemon daemon([&](ScriptedPeer& peer) {
         peer.open();
         peer.serve(request("RUVO_RA_LOCK", str("a") + i32(0)), i32(5));
-        EXPECT_TRUE(waitUntil([&] { return exists(locked.file("begun")); }));
+        EXPECT_TRUE(waitUntil(
+            [&] { return exists(locked.file("begun")) && locked.ruvoctl.idleLooks >= 2; }));
         locked.ruvoctl.requests.add({.signal = SIGINT, .reachedOthers = true});
         locked.ruvoctl.requests.add({.signal = SIGTERM});
         EXPECT_TRUE(waitUntil([&] { return exists(locked.file("told")); }));

@@ -64,7 +64,11 @@ struct RuvoctlRun {
             },
             [this] { return interrupted.load() || requests.any(); },
             signOfLife,
-            [this] { return requests.next(); },
+            [this] {
+                const auto request = requests.next();
+                if (!request) ++idleLooks;
+                return request;
+            },
             [this] { settle(++settled); }};
         return Ruvoctl::run(arguments, surroundings);
     }
@@ -79,6 +83,9 @@ struct RuvoctlRun {
     // Called before each look that must miss nothing, with how many there were.
     std::function<void(int)> settle = [](int) {};
     int settled = 0;
+    // How often there was no request: once right before the command is started, once
+    // right after, and then while it runs.
+    std::atomic<int> idleLooks{0};
     std::chrono::milliseconds signOfLife{10000};
 };
 
