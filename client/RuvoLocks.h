@@ -33,8 +33,9 @@ public:
     // for those who lose. It is given up when it takes longer than the wait and the
     // conversation's time-out together, or when `goesOn`, where there is one and
     // which is asked several times a second, says no: empty, and the conversation
-    // is over. The same when `goesOn` throws, which is passed on. A lock that is granted in that moment is undone over another
-    // conversation; an error tells when one may have stayed.
+    // is over. The same when `goesOn` throws, which is passed on. A lock that is
+    // granted in that moment is undone over another conversation; an error tells
+    // when one may have stayed.
     std::optional<std::int32_t> lock(std::string_view path,
                                      std::chrono::milliseconds wait = std::chrono::milliseconds(0),
                                      const std::function<bool()>& goesOn = {});

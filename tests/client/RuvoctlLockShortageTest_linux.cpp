@@ -100,7 +100,8 @@ void expectNothingLeft(const std::vector<std::string>& words) {
     for (int n = 0; n < kMostAllocations; ++n) {
         const Outcome outcome = runWithFailure(n, words);
         const bool isKnown = outcome.output == "5\n";
-        EXPECT_TRUE(!outcome.granted || outcome.unlocked != isKnown) << n << " status " << outcome.status << outcome.errors;
+        EXPECT_TRUE(!outcome.granted || outcome.unlocked != isKnown)
+            << n << ": status " << outcome.status << ", " << outcome.errors;
         if (!outcome.failed) {
             EXPECT_EQ(outcome.status, 0);
             EXPECT_GT(n, 0);
