@@ -14,7 +14,6 @@
 #include "scheduler/RuvoTSTaskSet.h"
 #include "scheduler/RuvoTSTaskThread.h"
 
-#include <algorithm>
 #include <exception>
 #include <typeinfo>
 
@@ -236,6 +235,10 @@ void RuvoTSTask::launch(RuvoTSTaskThread& thread) {
 
 // ---- followers -------------------------------------------------------------------
 
+RuvoTSTask::FollowerKey RuvoTSTask::FollowerOrder::keyOf(const Follower& follower) {
+    return {follower->getRemoteName(), follower->getHandle()};
+}
+
 bool RuvoTSTask::follow(const VornSmartPointer<RuvoTSTaskDependent>& follower) {
     auto& container = VornNet::VornProxyDependentContainer::getInstance();
     container.add(follower);
@@ -244,7 +247,7 @@ bool RuvoTSTask::follow(const VornSmartPointer<RuvoTSTaskDependent>& follower) {
         // Who finishes the task looks for its followers afterwards.
         VornCriticalSection lock(lock_);
         if (!finished_) {
-            followers_.push_back(follower);
+            followers_.insert(follower);
             addDependent(*follower);
             return true;
         }
@@ -257,12 +260,11 @@ bool RuvoTSTask::unfollow(const std::string& remoteName, std::int32_t dependentH
     VornSmartPointer<RuvoTSTaskDependent> follower;
     {
         VornCriticalSection lock(lock_);
-        const auto found =
-            std::find_if(followers_.begin(), followers_.end(), [&](const auto& candidate) {
-                return candidate->getHandle() == dependentHandle &&
-                       candidate->getRemoteName() == remoteName;
-            });
-        if (found == followers_.end()) return false;
+        const auto found = followers_.lower_bound(FollowerKey{remoteName, dependentHandle});
+        if (found == followers_.end() || (*found)->getHandle() != dependentHandle ||
+            (*found)->getRemoteName() != remoteName) {
+            return false;
+        }
         follower = *found;
         followers_.erase(found);
     }
@@ -299,9 +301,8 @@ void RuvoTSTask::addThoseByHand(Followers& mine) const noexcept {
         VornCriticalSection lock(container.getlock());
         for (int i = 0; i < container.size(); ++i) {
             auto* const follower = dynamic_cast<RuvoTSTaskDependent*>(container[i].get());
-            if (follower != nullptr && &follower->getTask() == this &&
-                std::find(mine.begin(), mine.end(), follower) == mine.end()) {
-                mine.emplace_back(follower);
+            if (follower != nullptr && &follower->getTask() == this && !follower->follows()) {
+                mine.emplace(follower);
             }
         }
     } catch (const std::exception& e) {

@@ -10,10 +10,10 @@
 
 #include <cstdint>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <utility>
-#include <vector>
 
 namespace RuvoService {
 
@@ -130,7 +130,25 @@ protected:
 
 private:
     friend class RuvoTSTaskSet;
-    using Followers = std::vector<VornSupport::VornSmartPointer<RuvoTSTaskDependent>>;
+    using Follower = VornSupport::VornSmartPointer<RuvoTSTaskDependent>;
+    struct FollowerKey {
+        std::string_view remoteName;
+        std::int32_t handle;
+    };
+    // By handle and remote name; those with the same in the order of following.
+    struct FollowerOrder {
+        using is_transparent = void;
+        static FollowerKey keyOf(const FollowerKey& key) { return key; }
+        static FollowerKey keyOf(const Follower& follower);
+        template <class A, class B>
+        bool operator()(const A& a, const B& b) const {
+            const FollowerKey first = keyOf(a);
+            const FollowerKey second = keyOf(b);
+            if (first.handle != second.handle) return first.handle < second.handle;
+            return first.remoteName < second.remoteName;
+        }
+    };
+    using Followers = std::multiset<Follower, FollowerOrder>;
 
     void begin() VORN_EXCLUDES(lock_);
     void startRun();

@@ -31,6 +31,7 @@ public:
 
     // Called by RuvoTSTask::follow, once.
     void noteFollows();
+    bool follows() const { return follows_; }
     // How many there are that nobody has given to RuvoTSTask::follow: who
     // registers one without it leaves it to the task to find it.
     static int madeByHand();

@@ -60,15 +60,12 @@ void VornDeliveryPump::sendAll() {
 
 bool VornDeliveryPump::takeGiven(std::vector<VornDeliveryChannel::Pointer>& mine) {
     VornMutexLock lock(mutex_);
-    if (mine.empty()) {
-        mine.swap(given_);
-    } else {
-        for (auto& channel : given_) {
-            if (std::find(mine.begin(), mine.end(), channel) == mine.end()) {
-                mine.push_back(std::move(channel));
-            }
-        }
+    if (!given_.empty()) {
+        // Each one once: thousands may have been given several times.
+        mine.insert(mine.end(), given_.begin(), given_.end());
         given_.clear();
+        std::sort(mine.begin(), mine.end());
+        mine.erase(std::unique(mine.begin(), mine.end()), mine.end());
     }
     running_ = !mine.empty();
     return running_;

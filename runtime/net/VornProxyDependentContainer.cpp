@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <functional>
+#include <utility>
 
 namespace VornNet {
 
@@ -25,7 +26,7 @@ void VornProxyDependentContainer::add(Entry proxy) {
     byKey_[{proxy->getRemoteName(), proxy->getHandle()}].push_back(nextNumber_);
     places_.push_back({nextNumber_, std::move(proxy)});
     ++nextNumber_;
-    size_.store(static_cast<int>(places_.size()), std::memory_order_release);
+    size_.store(static_cast<int>(places_.size() - gone_), std::memory_order_release);
 }
 
 std::size_t VornProxyDependentContainer::indexLocked(std::uint64_t number) const {
@@ -79,17 +80,25 @@ VornProxyDependentContainer::Entry VornProxyDependentContainer::takeLocked(
     ByKey::iterator key, std::size_t which) {
     auto& numbers = key->second;
     const std::size_t index = indexLocked(numbers[which]);
-    Entry taken = std::move(places_[index].proxy);
-    places_.erase(places_.begin() + static_cast<std::ptrdiff_t>(index));
-    size_.store(static_cast<int>(places_.size()), std::memory_order_release);
+    Entry taken = std::exchange(places_[index].proxy, nullptr);
+    ++gone_;
+    size_.store(static_cast<int>(places_.size() - gone_), std::memory_order_release);
+    if (2 * gone_ >= places_.size()) tidyLocked();
     numbers.erase(numbers.begin() + static_cast<std::ptrdiff_t>(which));
     if (numbers.empty()) byKey_.erase(key);
     return taken;
 }
 
+void VornProxyDependentContainer::tidyLocked() const {
+    steps_.fetch_add(places_.size(), std::memory_order_relaxed);
+    std::erase_if(places_, [](const Place& place) { return !place.proxy; });
+    gone_ = 0;
+}
+
 const VornProxyDependentContainer::Entry& VornProxyDependentContainer::operator[](
     int index) const {
     static const Entry none;
+    if (gone_ != 0) tidyLocked();
     const auto at = static_cast<std::size_t>(index);
     return index >= 0 && at < places_.size() ? places_[at].proxy : none;
 }

@@ -6,6 +6,7 @@
 #include "runtime/support/VornSmartPointer.h"
 
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <unordered_map>
@@ -46,6 +47,9 @@ public:
         return lock_;
     }
 
+    // How many places removals have moved.
+    std::uint64_t stepsForTest() const { return steps_.load(std::memory_order_relaxed); }
+
 private:
     struct Key {
         std::string remoteName;
@@ -69,9 +73,15 @@ private:
     Entry takeLocked(ByKey::iterator key, std::size_t which) VORN_REQUIRES(lock_);
 
     mutable VornSupport::VornCriticalSectionObject lock_;
-    std::vector<Place> places_ VORN_GUARDED_BY(lock_);  // by number, so searched by halving
+    void tidyLocked() const VORN_REQUIRES(lock_);
+
+    // By number, so searched by halving. A place whose proxy was removed stays,
+    // without one, until such places are the half, or somebody asks by index.
+    mutable std::vector<Place> places_ VORN_GUARDED_BY(lock_);
+    mutable std::size_t gone_ VORN_GUARDED_BY(lock_) = 0;  // places without a proxy
+    mutable std::atomic<std::uint64_t> steps_{0};
     ByKey byKey_ VORN_GUARDED_BY(lock_);
-    std::atomic<int> size_{0};  // of places_; changed under lock_
+    std::atomic<int> size_{0};  // of the proxies; changed under lock_
     std::uint64_t nextNumber_ VORN_GUARDED_BY(lock_) = 0;
 };
 

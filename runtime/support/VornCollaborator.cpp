@@ -4,12 +4,25 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cstddef>
+#include <exception>
 #include <new>
 #include <optional>
+#include <set>
 #include <thread>
 #include <utility>
 
 namespace VornSupport {
+namespace {
+
+// Up to so many dependents are looked through; most objects have one or none.
+constexpr std::size_t kUnindexed = 16;
+
+std::atomic<std::uint64_t> steps{0};
+
+void countSteps(std::size_t count) { steps.fetch_add(count, std::memory_order_relaxed); }
+
+}  // namespace
 
 VornNotification::~VornNotification() = default;
 VornDependent::~VornDependent() = default;
@@ -27,10 +40,6 @@ struct VornCollaborator::Registration {
         return std::any_of(runningOn.begin(), runningOn.end(),
                            [here](std::thread::id id) { return id != here; });
     }
-    bool isRemoved() VORN_EXCLUDES(mutex) {
-        VornMutexLock lock(mutex);
-        return removed;
-    }
     bool runsElsewhere() VORN_EXCLUDES(mutex) {
         VornMutexLock lock(mutex);
         return runsElsewhereLocked();
@@ -42,15 +51,20 @@ struct VornCollaborator::Registration {
         runningOn.push_back(std::this_thread::get_id());
         return true;
     }
+    bool isRemoved() VORN_EXCLUDES(mutex) {
+        VornMutexLock lock(mutex);
+        return removed;
+    }
 
-    VornDependent& dependent;
+    VornDependent& dependent;  // gone, perhaps, once it is removed
+    std::uint64_t number = 0;  // in the list; the collaborator's, under its lock
     VornMutex mutex;
     bool removed VORN_GUARDED_BY(mutex) = false;
     // One entry a handler call under way.
     std::vector<std::thread::id> runningOn VORN_GUARDED_BY(mutex);
     VornCondition handlerLeft;
-    // While it is in the chain of those that leave, which keeps it alive. Guarded by
-    // the collaborator's mutex.
+    // While it is in the chain of those that leave, which keeps it alive. The
+    // collaborator's, under its lock.
     RegistrationPtr self;
     Registration* nextLeaving = nullptr;
 };
@@ -118,11 +132,20 @@ VornCollaborator::VornCollaborator() = default;
 VornCollaborator::VornCollaborator(const VornCollaborator&) : VornCollaborator() {}
 VornCollaborator::~VornCollaborator() = default;
 
-struct VornCollaborator::List {
-    Registrations entries;
-    bool hasStale = false;      // removed entries, for want of memory; under the mutex
-    std::atomic<int> walks{0};  // of notify, under way; begun under the mutex
+// Who depends, and the number of the registration.
+struct VornCollaborator::Index {
+    std::set<std::pair<const VornDependent*, std::uint64_t>> entries;
 };
+
+// A walk looks at the entries only; the rest is under the mutex.
+struct VornCollaborator::List {
+    Registrations entries;         // by their numbers
+    std::size_t removed = 0;       // that are still among the entries
+    std::unique_ptr<Index> index;  // null: few dependents
+    std::atomic<int> walks{0};     // of notify, under way; begun under the mutex
+};
+
+std::uint64_t VornCollaborator::stepsForTest() { return steps.load(std::memory_order_relaxed); }
 
 // The entries, in a list that no notify walks.
 VornCollaborator::Registrations& VornCollaborator::ownListLocked() {
@@ -130,8 +153,12 @@ VornCollaborator::Registrations& VornCollaborator::ownListLocked() {
     if (!registrations_ || registrations_->walks.load(std::memory_order_acquire) != 0) {
         auto list = std::make_shared<List>();
         if (registrations_) {
-            list->entries = registrations_->entries;
-            list->hasStale = registrations_->hasStale;
+            countSteps(registrations_->entries.size());
+            list->entries.reserve(registrations_->entries.size() - registrations_->removed);
+            for (const auto& entry : registrations_->entries) {
+                if (!entry->isRemoved()) list->entries.push_back(entry);
+            }
+            list->index = std::move(registrations_->index);
         }
         registrations_ = std::move(list);
     }
@@ -141,7 +168,29 @@ VornCollaborator::Registrations& VornCollaborator::ownListLocked() {
 void VornCollaborator::addDependent(VornDependent& dependent) {
     auto registration = std::make_shared<Registration>(dependent);
     VornMutexLock lock(mutex_);
-    ownListLocked().push_back(std::move(registration));
+    Registrations& list = ownListLocked();
+    registration->number = list.empty() ? 0 : list.back()->number + 1;
+    list.push_back(std::move(registration));
+    try {
+        indexLastLocked();
+    } catch (...) {
+        list.pop_back();
+        throw;
+    }
+}
+
+// Of many dependents each can leave without a look at the others.
+void VornCollaborator::indexLastLocked() {
+    const Registrations& list = registrations_->entries;
+    if (registrations_->index) {
+        registrations_->index->entries.emplace(&list.back()->dependent, list.back()->number);
+    } else if (list.size() > kUnindexed) {
+        auto index = std::make_unique<Index>();
+        for (const auto& entry : list) {
+            if (!entry->isRemoved()) index->entries.emplace(&entry->dependent, entry->number);
+        }
+        registrations_->index = std::move(index);
+    }
 }
 
 void VornCollaborator::removeDependent(VornDependent& dependent) noexcept {
@@ -166,39 +215,63 @@ void VornCollaborator::removeDependent(VornDependent& dependent) noexcept {
 }
 
 void VornCollaborator::takeOutLocked(const VornDependent& dependent) {
-    if (!registrations_) return;
-    const auto& entries = registrations_->entries;
-    const auto found = std::find_if(entries.begin(), entries.end(), [&](const auto& entry) {
-        return &entry->dependent == &dependent && !entry->isRemoved();
-    });
-    if (found == entries.end()) return;
-    const RegistrationPtr registration = *found;
+    Registration* const found = findLocked(dependent);
+    if (found == nullptr) return;
     {
-        VornMutexLock lock(registration->mutex);
-        registration->removed = true;
-        if (!registration->runningOn.empty()) {
-            registration->self = registration;
-            registration->nextLeaving = std::exchange(leaving_, registration.get());
+        VornMutexLock lock(found->mutex);
+        if (!found->runningOn.empty()) {
+            found->self = placeLocked(found->number);
+            found->nextLeaving = std::exchange(leaving_, found);
         }
+        found->removed = true;
     }
-    try {
-        dropEntryLocked(*registration);
-    } catch (const std::bad_alloc&) {
-        registrations_->hasStale = true;  // passed over from now on, dropped with the next
+    if (const auto& index = registrations_->index) {
+        index->entries.erase({&dependent, found->number});
     }
+    ++registrations_->removed;
+    tidyLocked();
 }
 
-void VornCollaborator::dropEntryLocked(const Registration& registration) {
-    Registrations& list = ownListLocked();
-    if (registrations_->hasStale) {
-        std::erase_if(list, [](const auto& entry) { return entry->isRemoved(); });
-        registrations_->hasStale = false;
-    } else {
-        list.erase(std::find_if(list.begin(), list.end(), [&](const auto& entry) {
-            return entry.get() == &registration;
-        }));
+// The earliest registration of the dependent.
+VornCollaborator::Registration* VornCollaborator::findLocked(
+    const VornDependent& dependent) const {
+    if (!registrations_) return nullptr;
+    if (const auto& index = registrations_->index) {
+        const auto found = index->entries.lower_bound({&dependent, 0});
+        if (found == index->entries.end() || found->first != &dependent) return nullptr;
+        return placeLocked(found->second).get();
     }
-    if (list.empty()) registrations_ = nullptr;
+    countSteps(registrations_->entries.size());
+    for (const auto& entry : registrations_->entries) {
+        if (&entry->dependent == &dependent && !entry->isRemoved()) return entry.get();
+    }
+    return nullptr;
+}
+
+const VornCollaborator::RegistrationPtr& VornCollaborator::placeLocked(
+    std::uint64_t number) const {
+    countSteps(1);
+    const auto& entries = registrations_->entries;
+    return *std::lower_bound(
+        entries.begin(), entries.end(), number,
+        [](const RegistrationPtr& entry, std::uint64_t n) { return entry->number < n; });
+}
+
+// Drops those that were removed once they are the half: so each costs two moves.
+void VornCollaborator::tidyLocked() noexcept {
+    const List& list = *registrations_;
+    if (list.removed == list.entries.size()) {
+        registrations_ = nullptr;
+    } else if (2 * list.removed >= list.entries.size()) {
+        try {
+            Registrations& own = ownListLocked();
+            if (std::exchange(registrations_->removed, 0) == 0) return;  // a copy without them
+            countSteps(own.size());
+            std::erase_if(own, [](const auto& entry) { return entry->isRemoved(); });
+        } catch (const std::exception&) {
+            // No memory: the next one tries.
+        }
+    }
 }
 
 // A removed registration of the dependent whose handler runs on another thread.

@@ -4,6 +4,7 @@
 #include "runtime/support/VornMutex.h"
 #include "runtime/support/VornNotification.h"
 
+#include <cstdint>
 #include <memory>
 #include <vector>
 
@@ -57,24 +58,33 @@ public:
     // ends the walk and passes through.
     virtual void notify(const VornNotification& notification);
 
+    // How many registrations all collaborators have looked at, or moved, for the
+    // sake of one that came or went.
+    static std::uint64_t stepsForTest();
+
 private:
     struct Registration;
     using RegistrationPtr = std::shared_ptr<Registration>;
     using Registrations = std::vector<RegistrationPtr>;
     struct List;
+    struct Index;
     class RemovalWaits;
 
     Registrations& ownListLocked() VORN_REQUIRES(mutex_);
+    void indexLastLocked() VORN_REQUIRES(mutex_);
+    Registration* findLocked(const VornDependent& dependent) const VORN_REQUIRES(mutex_);
+    const RegistrationPtr& placeLocked(std::uint64_t number) const VORN_REQUIRES(mutex_);
+    void tidyLocked() noexcept VORN_REQUIRES(mutex_);
     void leave(Registration& registration) VORN_EXCLUDES(mutex_);
     void takeOutLocked(const VornDependent& dependent) VORN_REQUIRES(mutex_);
-    void dropEntryLocked(const Registration& registration) VORN_REQUIRES(mutex_);
     RegistrationPtr runningElsewhere(const VornDependent& dependent) const
         VORN_EXCLUDES(mutex_);
 
     mutable VornMutex mutex_;
     // Copied before it is changed while a notify, which walks the list it found,
     // is under way; so thousands of dependents that come and go cost a copy a
-    // notify, not one each. Null: nobody.
+    // notify, not one each. Those that are removed stay in it until they are the
+    // half. Null: nobody.
     std::shared_ptr<List> registrations_ VORN_GUARDED_BY(mutex_);
     // Removed while their handlers were running: the first of a chain. Null: none.
     Registration* leaving_ VORN_GUARDED_BY(mutex_) = nullptr;

@@ -247,4 +247,27 @@ TEST_F(RuvoTSTaskDependentTest, LogsWhatItDoes) {
                                " REFDEPENDENT=" + reference));
 }
 
+// The work of each is the same, however many others there are.
+TEST_F(RuvoTSTaskDependentTest, LetsGoOfThousandsOneByOneAndAllAtOnce) {
+    constexpr std::int32_t kMany = 4000;
+    const auto steps = [] {
+        return VornSupport::VornCollaborator::stepsForTest() +
+               VornProxyDependentContainer::getInstance().stepsForTest();
+    };
+    for (std::int32_t i = 0; i < kMany; ++i) follow("nobody:" + std::to_string(i % 7), i);
+    EXPECT_EQ(registered(), kMany);
+    auto before = steps();
+    for (std::int32_t i = 0; i < kMany; i += 2) {
+        const std::int32_t handle = (i * 1237) % kMany;  // every even one, mixed
+        EXPECT_TRUE(task_->unfollow("nobody:" + std::to_string(handle % 7), handle));
+    }
+    EXPECT_LT(steps() - before, 6u * kMany);
+    EXPECT_EQ(registered(), kMany / 2);
+    before = steps();
+    EXPECT_TRUE(task_->finish());
+    task_->removeMyProxyDependents();
+    EXPECT_LT(steps() - before, 6u * kMany);
+    EXPECT_EQ(registered(), 0);
+}
+
 }  // namespace

@@ -139,3 +139,33 @@ TEST_F(VornProxyDependentContainerTest, StaysWholeUnderEightThreads) {
     for (auto& thread : threads) thread.join();
     EXPECT_EQ(container().size(), 8 * kRounds / 10);
 }
+
+TEST_F(VornProxyDependentContainerTest, RemovesOneOfManyWithoutMovingTheOthers) {
+    constexpr int kMany = 3000;
+    for (const bool forwards : {true, false}) {
+        for (int i = 0; i < kMany; ++i) container().add(makeCounted<TestProxy>(kName, i));
+        const auto before = container().stepsForTest();
+        for (int i = 0; i < kMany; ++i) container().remove(kName, forwards ? i : kMany - 1 - i);
+        EXPECT_LT(container().stepsForTest() - before, 3u * kMany) << forwards;
+        EXPECT_EQ(container().size(), 0);
+    }
+}
+
+TEST_F(VornProxyDependentContainerTest, HasNoGapsWhereSomeWereRemoved) {
+    std::vector<std::int32_t> left;
+    for (int i = 0; i < 100; ++i) container().add(makeCounted<TestProxy>(kName, i));
+    for (int i = 0; i < 100; ++i) {
+        if (i % 3 == 0) {
+            container().remove(kName, i);
+        } else {
+            left.push_back(i);
+        }
+    }
+    EXPECT_EQ(container().size(), static_cast<int>(left.size()));
+    EXPECT_EQ(container().lookup(kName, 98)->getHandle(), 98);
+    EXPECT_FALSE(container().lookup(kName, 99));
+    EXPECT_EQ(handles(), left);
+    container().add(makeCounted<TestProxy>(kName, 0));
+    left.push_back(0);
+    EXPECT_EQ(handles(), left);
+}

@@ -6,9 +6,12 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <functional>
 #include <memory>
+#include <numeric>
+#include <random>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -479,6 +482,68 @@ TEST(VornCollaborator, CopiesItsListOnceANotifyAtMost) {
     addAll();
     source.notify(VornNotification());
     source.removeDependent(handler);
+}
+
+// Whatever the order in which they go.
+TEST(VornCollaborator, RemovesOneOfManyWithoutALookAtTheOthers) {
+    constexpr std::size_t kMany = 3000;
+    std::vector<std::unique_ptr<VornDependent>> dependents;
+    for (std::size_t i = 0; i < kMany; ++i) dependents.push_back(std::make_unique<VornDependent>());
+    std::mt19937 random(7);
+    for (const char* const order : {"first", "last", "any"}) {
+        VornCollaborator source;
+        for (const auto& dependent : dependents) source.addDependent(*dependent);
+        std::vector<VornDependent*> going;
+        for (const auto& dependent : dependents) going.push_back(dependent.get());
+        if (order[0] == 'l') std::reverse(going.begin(), going.end());
+        if (order[0] == 'a') std::shuffle(going.begin(), going.end(), random);
+        const auto before = VornCollaborator::stepsForTest();
+        for (VornDependent* const dependent : going) source.removeDependent(*dependent);
+        EXPECT_LT(VornCollaborator::stepsForTest() - before, 5 * kMany) << order;
+    }
+}
+
+TEST(VornCollaborator, TellsOfManyThoseThatAreLeftInTheirOrder) {
+    constexpr std::size_t kMany = 200;
+    VornCollaborator source;
+    std::vector<std::size_t> told;
+    std::vector<std::unique_ptr<Handler>> handlers;
+    for (std::size_t i = 0; i < kMany; ++i) {
+        handlers.push_back(std::make_unique<Handler>(
+            [&told, i](VornCollaborator&, const VornNotification&) { told.push_back(i); }));
+    }
+    // Each twice, and the second registration after all first ones.
+    for (const auto& handler : handlers) source.addDependent(*handler);
+    for (const auto& handler : handlers) source.addDependent(*handler);
+    std::mt19937 random(11);
+    std::vector<std::size_t> order(kMany);
+    std::iota(order.begin(), order.end(), std::size_t{0});
+    std::shuffle(order.begin(), order.end(), random);
+    std::vector<bool> gone(kMany);
+    for (const std::size_t which : order) {
+        source.removeDependent(*handlers[which]);
+        gone[which] = true;
+        std::vector<std::size_t> expected;
+        for (std::size_t i = 0; i < kMany; ++i) {
+            if (!gone[i]) expected.push_back(i);
+        }
+        for (std::size_t i = 0; i < kMany; ++i) expected.push_back(i);
+        told.clear();
+        source.notify(VornNotification());
+        ASSERT_EQ(told, expected);
+    }
+    // And comes back last.
+    source.removeDependent(*handlers[0]);
+    source.addDependent(*handlers[0]);
+    told.clear();
+    source.notify(VornNotification());
+    ASSERT_EQ(told.size(), kMany);
+    EXPECT_EQ(told.front(), 1u);
+    EXPECT_EQ(told.back(), 0u);
+    for (const auto& handler : handlers) source.removeDependent(*handler);
+    told.clear();
+    source.notify(VornNotification());
+    EXPECT_TRUE(told.empty());
 }
 
 }  // namespace
