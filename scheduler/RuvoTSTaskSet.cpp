@@ -5,12 +5,23 @@
 #include "scheduler/RuvoTSEscape.h"
 
 #include <algorithm>
+#include <atomic>
 #include <exception>
 #include <utility>
 
 namespace RuvoService {
 
 using VornSupport::VornCriticalSection;
+
+namespace {
+
+// Tasks that are taken over into a new store at once: who asks for one meanwhile
+// waits for no more than that.
+constexpr std::size_t kAtOnce = 512;
+
+std::atomic<void (*)()> whileWriting{nullptr};
+
+}  // namespace
 
 RuvoTSTaskSet& RuvoTSTaskSet::getInstance() {
     static RuvoTSTaskSet* const instance = new RuvoTSTaskSet;
@@ -19,12 +30,14 @@ RuvoTSTaskSet& RuvoTSTaskSet::getInstance() {
 
 // The lock lets its holder in again, so `load` may insert.
 void RuvoTSTaskSet::open(const std::function<bool()>& load) {
+    VornCriticalSection writing(fileLock_);
     VornCriticalSection lock(setLock_);
     writable_ = load();
     open_ = true;
 }
 
 std::vector<RuvoTSTaskSet::Task> RuvoTSTaskSet::release() {
+    VornCriticalSection writing(fileLock_);
     VornCriticalSection lock(setLock_);
     open_ = false;
     count_ = 0;
@@ -43,14 +56,19 @@ RuvoTSTaskSet::Task RuvoTSTaskSet::schedule(const std::string& name,
     if (firstOf(byName_, std::string_view(name)) != nullptr) return nullptr;
     Task task = make();
     insertLocked(task);
-    recordLocked();
+    const std::uint64_t change = ++changes_;
+    lock.unlock();
+    record(change);
     return task;
 }
 
-std::size_t RuvoTSTaskSet::insert(const Task& task, bool record) {
+std::size_t RuvoTSTaskSet::insert(const Task& task, bool recorded) {
     VornCriticalSection lock(setLock_);
     const std::size_t index = insertLocked(task);
-    if (record) recordLocked();
+    if (!recorded) return index;
+    const std::uint64_t change = ++changes_;
+    lock.unlock();
+    record(change);
     return index;
 }
 
@@ -77,9 +95,7 @@ void RuvoTSTaskSet::remove(std::int32_t handle) {
     Task removed;  // released after the lock
     VornCriticalSection lock(setLock_);
     if (RuvoTSTask* const task = firstOf(byHandle_, handle)) {
-        const auto found =
-            std::lower_bound(tasks_.begin(), tasks_.end(), task->place_,
-                             [](const Task& t, std::uint64_t place) { return t->place_ < place; });
+        const auto found = tasks_.begin() + (placeLocked(task->place_) - tasks_.cbegin());
         eraseFrom(byHandle_, handle, *task);
         eraseFrom(byName_, std::string_view(task->getName()), *task);
         removed = std::move(*found);
@@ -90,7 +106,16 @@ void RuvoTSTaskSet::remove(std::int32_t handle) {
     if (count_ > 0) --count_;
     VORN_LOG(9, "RuvoTSTaskSet::remove "
                     << " HANDLE=" << handle << " COUNT=" << count_);
-    recordLocked();
+    const std::uint64_t change = ++changes_;
+    lock.unlock();
+    record(change);
+}
+
+// Where the first task stands whose place is not before `place`.
+std::vector<RuvoTSTaskSet::Task>::const_iterator RuvoTSTaskSet::placeLocked(
+    std::uint64_t place) const {
+    return std::lower_bound(tasks_.begin(), tasks_.end(), place,
+                            [](const Task& t, std::uint64_t p) { return t->place_ < p; });
 }
 
 void RuvoTSTaskSet::rememberLocked(const Removed& removed) {
@@ -158,27 +183,68 @@ std::optional<std::int32_t> RuvoTSTaskSet::lastStatus(std::int32_t handle) const
 
 // ---- the store -------------------------------------------------------------------
 
+void RuvoTSTaskSet::setWhileWritingForTest(void (*hook)()) { whileWriting = hook; }
+
 void RuvoTSTaskSet::recordTaskSet() {
     VornCriticalSection lock(setLock_);
-    recordLocked();
+    const std::uint64_t change = ++changes_;
+    lock.unlock();
+    record(change);
 }
 
-void RuvoTSTaskSet::recordLocked() {
+// Of those that wait here while another one writes, the first writes the changes
+// of all.
+void RuvoTSTaskSet::record(std::uint64_t change) {
     VORN_LOG(9, "RuvoTSTaskSet::recordTaskSet enter ");
-    if (!open_ || !writable_) return;
     VornCriticalSection lock(fileLock_);
+    if (written_ >= change) return;
     try {
-        if (!store_.begin()) return;
-        for (const Task& task : tasks_) {
+        writeStore();
+    } catch (const std::exception& e) {
+        store_.abandon(e.what());
+    }
+}
+
+void RuvoTSTaskSet::writeStore() {
+    std::vector<Task> some;
+    some.reserve(kAtOnce);
+    std::uint64_t end = 0;
+    if (!beginStore(end) || !store_.begin()) return;
+    if (const auto hook = whileWriting.load()) hook();
+    // A task that is removed meanwhile may be left out or not: who removed it
+    // writes again before anybody is told.
+    for (std::uint64_t place = 0; takeSome(place, end, some);) {
+        for (const Task& task : some) {
             task->appendRecord(store_.buffer());
             store_.settle();
             VORN_LOG(9, "RuvoTSTaskSet::recordTask "
                             << "TASK=" << task->getName());
         }
-        store_.finish();
-    } catch (const std::exception& e) {
-        store_.abandon(e.what());
     }
+    store_.finish();
+}
+
+// False when there is to be no store. What changes from here on is for the next.
+bool RuvoTSTaskSet::beginStore(std::uint64_t& end) {
+    VornCriticalSection lock(setLock_);
+    if (!open_ || !writable_) return false;
+    written_ = changes_;
+    end = nextPlace_;
+    return true;
+}
+
+// The next ones from `place` on, which moves behind them; false when there are
+// no more before `end`.
+bool RuvoTSTaskSet::takeSome(std::uint64_t& place, std::uint64_t end,
+                             std::vector<Task>& some) const {
+    some.clear();  // before the lock: it may be the end of a task
+    VornCriticalSection lock(setLock_);
+    for (auto next = placeLocked(place); next != tasks_.end() && some.size() < kAtOnce; ++next) {
+        if ((*next)->place_ >= end) break;
+        some.push_back(*next);
+        place = (*next)->place_ + 1;
+    }
+    return !some.empty();
 }
 
 }  // namespace RuvoService

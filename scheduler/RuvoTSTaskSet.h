@@ -19,12 +19,17 @@
 namespace RuvoService {
 
 // The table of live tasks, in the order of insertion, found by handle and by
-// name. Each insertion by a command and each removal rewrites the store before
-// it returns. One a process; open between the engine's initialize() and
-// cleanup(). While it is not open it writes nothing: a store that has not been
-// read back must not be replaced by one that holds less.
+// name. Each insertion by a command and each removal returns when the store has
+// been written with it, or could not be; several that come while a store is
+// written share the next one. Who only looks tasks up never waits for the disk,
+// and may find a task that is not in the store yet. One a process; open between
+// the engine's initialize() and cleanup(). While it is not open it writes
+// nothing: a store that has not been read back must not be replaced by one that
+// holds less.
 //
-// Any thread. setLock_ is taken before fileLock_, both before a task's lock.
+// Any thread. fileLock_ is held while a store is written, so it is never taken
+// by who holds setLock_; the writer takes setLock_ under it, for moments. Both
+// come before a task's lock.
 class VORN_EXPORT RuvoTSTaskSet {
 public:
     using Task = VornSupport::VornSmartPointer<RuvoTSTask>;
@@ -35,21 +40,22 @@ public:
     // wait, as they must not be answered from half of a store. The result of
     // `load` says whether the store may be written; when it throws, the set
     // stays closed.
-    void open(const std::function<bool()>& load) VORN_EXCLUDES(setLock_);
-    // Gives out all tasks and is empty and closed. The store stays.
-    std::vector<Task> release() VORN_EXCLUDES(setLock_);
+    void open(const std::function<bool()>& load) VORN_EXCLUDES(setLock_, fileLock_);
+    // Gives out all tasks and is empty and closed. The store stays; one that is
+    // being written is finished first.
+    std::vector<Task> release() VORN_EXCLUDES(setLock_, fileLock_);
 
     // Inserts what `make` returns, and writes the store, unless there is a task
-    // of that name: then the result is null and nothing is made. One step.
+    // of that name: then the result is null and nothing is made.
     // Throws VornException when the set is not open. An exception leaves no task
     // behind; what only the store cannot take is as with a full disk.
     Task schedule(const std::string& name, const std::function<Task()>& make)
-        VORN_EXCLUDES(setLock_);
-    // Returns the task's index. With `record` the store is written.
-    std::size_t insert(const Task& task, bool record) VORN_EXCLUDES(setLock_);
+        VORN_EXCLUDES(setLock_, fileLock_);
+    // Returns the task's index. With `recorded` the store is written.
+    std::size_t insert(const Task& task, bool recorded) VORN_EXCLUDES(setLock_);
     // Removes the first task with that handle, if there is one, and writes the
     // store in any case.
-    void remove(std::int32_t handle) VORN_EXCLUDES(setLock_);
+    void remove(std::int32_t handle) VORN_EXCLUDES(setLock_, fileLock_);
     // The first one in the order of the set, or null.
     Task find(std::int32_t handle) const VORN_EXCLUDES(setLock_);
     Task find(std::string_view name) const VORN_EXCLUDES(setLock_);
@@ -66,11 +72,21 @@ public:
     // Writes the store; RuvoTSStore says what becomes of failures.
     void recordTaskSet() VORN_EXCLUDES(setLock_, fileLock_);
 
+    // Called by who writes a store, when it has begun; null: nothing.
+    static void setWhileWritingForTest(void (*hook)());
+
 private:
     RuvoTSTaskSet() = default;
 
     std::size_t insertLocked(const Task& task) VORN_REQUIRES(setLock_);
-    void recordLocked() VORN_REQUIRES(setLock_) VORN_EXCLUDES(fileLock_);
+    std::vector<Task>::const_iterator placeLocked(std::uint64_t place) const
+        VORN_REQUIRES(setLock_);
+    // Returns when the store holds the changes_ up to `change`.
+    void record(std::uint64_t change) VORN_EXCLUDES(setLock_, fileLock_);
+    void writeStore() VORN_REQUIRES(fileLock_) VORN_EXCLUDES(setLock_);
+    bool beginStore(std::uint64_t& end) VORN_REQUIRES(fileLock_) VORN_EXCLUDES(setLock_);
+    bool takeSome(std::uint64_t& place, std::uint64_t end, std::vector<Task>& some) const
+        VORN_EXCLUDES(setLock_);
     template <class Index, class Key>
     static RuvoTSTask* firstOf(const Index& index, const Key& key);
     template <class Index, class Key>
@@ -92,9 +108,11 @@ private:
     std::uint32_t count_ VORN_GUARDED_BY(setLock_) = 0;
     bool open_ VORN_GUARDED_BY(setLock_) = false;
     bool writable_ VORN_GUARDED_BY(setLock_) = false;
+    std::uint64_t changes_ VORN_GUARDED_BY(setLock_) = 0;  // that are to be in the store
 
     VornSupport::VornCriticalSectionObject fileLock_;
     RuvoTSStore store_ VORN_GUARDED_BY(fileLock_);
+    std::uint64_t written_ VORN_GUARDED_BY(fileLock_) = 0;  // of changes_, or tried
 };
 
 }  // namespace RuvoService
