@@ -34,6 +34,13 @@ std::string withLineEnds(const std::string& text) {
     return changed;
 }
 
+// Of processes or descriptors, which others give back when they end.
+bool isShortage(VornPlatform::OsError error) {
+    const auto condition = error.condition();
+    return condition == VornPlatform::OsCondition::WouldBlock ||
+           condition == VornPlatform::OsCondition::TooManyOpen;
+}
+
 bool writeBatchFile(const std::string& file, const std::string& text) {
     VornPlatform::FreshFile batch;
     VornPlatform::OsError error = batch.create(file);
@@ -127,6 +134,7 @@ std::optional<std::int32_t> RuvoTSExecTask::runtaskonsystem() {
 std::optional<std::int32_t> RuvoTSExecTask::runBatchFile(const std::string& file) const {
     VornPlatform::ProcessHandle process;
     if (const auto error = VornPlatform::startBatch(file, process)) {
+        if (isShortage(error)) throw RuvoTSRefused(error.text());
         VORN_LOG(2, "RuvoTSExecTask::runtaskonsystem: cannot start the command interpreter for "
                         << getName() << ": " << error.text());
         const bool missing = error.condition() == VornPlatform::OsCondition::NotFound;

@@ -3,17 +3,41 @@
 #include "runtime/platform/Export.h"
 #include "runtime/platform/NativeSignal.h"
 #include "runtime/support/VornEvent.h"
+#include "runtime/support/VornException.h"
 #include "runtime/support/VornMutex.h"
+#include "runtime/support/VornSmartPointer.h"
 
+#include <cstdint>
+#include <deque>
+#include <string>
 #include <utility>
 
 namespace RuvoService {
+
+class RuvoTSTask;
+
+// What a run that has begun throws when the system refuses it a process, for want
+// of means that others give back when they end.
+class VORN_EXPORT RuvoTSRefused : public VornSupport::VornException {
+public:
+    using VornException::VornException;
+};
 
 // The runs of tasks under way, each from the moment its time came to the end of
 // its thread. One a process. When the service stops, runs that only pause end
 // at once, and runs whose command still works let go of it: the child process
 // goes on, its end is nobody's affair any more, and the thread ends. So a stop
-// does not wait for commands and ends none. Any thread.
+// does not wait for commands and ends none.
+//
+// Also says how many of them there may be at once when the system is short of
+// threads and processes. Nobody knows that beforehand, and runs that take the last
+// threads for their pauses leave none to run with: so when one is refused, a
+// quarter of those under way may go on from there, half as many at each further
+// refusal, and one more each time that as many have come to their end. Others
+// stand in line, without a thread, and are tried when one has ended, after a
+// second at the latest. The shortage is over when nobody runs and nobody waits.
+//
+// Any thread.
 class VORN_EXPORT RuvoTSRuns {
 public:
     // One run under way, or, when it is false, none: the service stops.
@@ -39,6 +63,19 @@ public:
     static RuvoTSRuns& getInstance();
 
     Token begin() VORN_EXCLUDES(mutex_);
+
+    // A place for a run of this task. Without one the task stands in line, and its
+    // timer, which the caller arms for a later try, is hastened in its turn.
+    bool takePlace(RuvoTSTask& task) VORN_EXCLUDES(mutex_);
+    // Gives the task's place back, if it has one. `ran`: its run was not refused.
+    void leavePlace(RuvoTSTask& task, bool ran) noexcept VORN_EXCLUDES(mutex_);
+    // The run that has a place was refused a thread or a process, for `reason`. It
+    // stands in line. Logged at level 2 when the shortage begins and when it ends.
+    void noteShortage(RuvoTSTask& task, const std::string& reason) noexcept
+        VORN_EXCLUDES(mutex_);
+    // More than may be under way are. Who has not begun had better stand in line.
+    bool isCrowded() const VORN_EXCLUDES(mutex_);
+
     // One of the pauses that a run makes. False, at once, when the service stops.
     bool pause(int ms);
     // Before something is tried again that memory, threads or descriptors were
@@ -56,14 +93,24 @@ public:
     int count() const VORN_EXCLUDES(mutex_);
 
 private:
+    using Task = VornSupport::VornSmartPointer<RuvoTSTask>;
+
     RuvoTSRuns() = default;
     void end() VORN_EXCLUDES(mutex_);
+    void standInLineLocked(RuvoTSTask& task) noexcept VORN_REQUIRES(mutex_);
+    void callNext() noexcept VORN_EXCLUDES(mutex_);
 
     VornSupport::VornEvent stopping_{true};
     mutable VornSupport::VornMutex mutex_;
     VornSupport::VornCondition ended_;
     bool open_ VORN_GUARDED_BY(mutex_) = true;
     int count_ VORN_GUARDED_BY(mutex_) = 0;
+    int places_ VORN_GUARDED_BY(mutex_) = 0;      // that are taken
+    int limit_ VORN_GUARDED_BY(mutex_) = 0;       // of places; 0: there is no shortage
+    int fulfilled_ VORN_GUARDED_BY(mutex_) = 0;   // runs since the limit was raised
+    std::uint32_t epoch_ VORN_GUARDED_BY(mutex_) = 0;  // of the limit; not while it grows
+    // With entries of tasks that have taken a place since.
+    std::deque<Task> line_ VORN_GUARDED_BY(mutex_);
 };
 
 }  // namespace RuvoService

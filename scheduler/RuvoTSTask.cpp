@@ -3,6 +3,7 @@
 #include "runtime/net/VornDeliveryGathering.h"
 #include "runtime/net/VornProxyDependentContainer.h"
 #include "runtime/support/VornHex.h"
+#include "runtime/support/VornIdleThreads.h"
 #include "runtime/support/VornLogging.h"
 #include "scheduler/RuvoTSClock.h"
 #include "scheduler/RuvoTSHandles.h"
@@ -128,6 +129,7 @@ void RuvoTSTask::handleNotification(VornSupport::VornCollaborator& source,
 }
 
 void RuvoTSTask::startRun() {
+    if (!RuvoTSRuns::getInstance().takePlace(*this)) return retryRun();
     launched_ = false;
     try {
         performTask();
@@ -135,6 +137,27 @@ void RuvoTSTask::startRun() {
         VORN_LOG(2, "RuvoTSTask::performTask: " << name_ << ": " << e.what());
         if (!launched_) retryRun();
     }
+    // From its start on the place is the thread's, which may be over by now.
+    if (!launched_) leavePlace(false);
+}
+
+void RuvoTSTask::leavePlace(bool ran) noexcept {
+    RuvoTSRuns::getInstance().leavePlace(*this, ran);
+}
+
+bool RuvoTSTask::beginRun() {
+    {
+        VornCriticalSection lock(lock_);
+        if (state_ == Running && !finished_) return true;
+    }
+    return change(Running, 0);
+}
+
+void RuvoTSTask::postponeRun(const std::string& reason) noexcept {
+    RuvoTSRuns::getInstance().noteShortage(*this, reason);
+    leavePlace(false);
+    VornSupport::endIdleTimerThreads();
+    retryRun();
 }
 
 void RuvoTSTask::retryRun() noexcept {
@@ -227,9 +250,14 @@ void RuvoTSTask::withdraw(RuvoTSTaskThread& thread) {
 }
 
 void RuvoTSTask::launch(RuvoTSTaskThread& thread) {
-    launched_ = thread.start();
-    if (launched_) return;
+    RuvoTSRuns& runs = RuvoTSRuns::getInstance();
+    if (!runs.isCrowded()) {
+        launched_ = thread.start();
+        if (launched_) return;
+        runs.noteShortage(*this, "no thread");
+    }
     withdraw(thread);
+    VornSupport::endIdleTimerThreads();
     retryRun();
 }
 

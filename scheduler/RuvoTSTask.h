@@ -73,11 +73,18 @@ public:
     // run that was under way, which is raised and no longer told.
     void setState(State state, std::int32_t status) VORN_EXCLUDES(lock_);
     // A run begins: Running, unless the task has been finished; then false, and
-    // there must be no run. One step.
-    bool beginRun() VORN_EXCLUDES(lock_) { return change(Running, 0); }
+    // there must be no run. One step. Told once, also when it was postponed.
+    bool beginRun() VORN_EXCLUDES(lock_);
     // The run that was to begin did not, for want of memory or a thread: the time
     // comes once more in a second.
     void retryRun() noexcept VORN_EXCLUDES(lock_);
+    // The run that has begun was refused a process, for `reason`: it is the same
+    // run, and nobody is told, when it is tried again.
+    void postponeRun(const std::string& reason) noexcept VORN_EXCLUDES(lock_);
+    // The run's thread ends. `ran`: the run was not refused anything.
+    void leavePlace(bool ran) noexcept;
+    // Has what retryRun() arranged come at once, if it has not come yet.
+    void hasten() noexcept { timer_.hasten(); }
     // The timer's time has come, or a run's thread is done. A run that cannot
     // begin is tried again, and so is what follows a run: a shortage ends no task.
     void handleNotification(VornSupport::VornCollaborator& source,
@@ -130,6 +137,7 @@ protected:
 
 private:
     friend class RuvoTSTaskSet;
+    friend class RuvoTSRuns;
     using Follower = VornSupport::VornSmartPointer<RuvoTSTaskDependent>;
     struct FollowerKey {
         std::string_view remoteName;
@@ -166,7 +174,13 @@ private:
     const std::uint64_t number_;  // of all tasks ever made
     const std::uint32_t frequency_;
     const std::int32_t handle_;
-    std::uint64_t place_ = 0;  // the task set's, under its lock
+    std::uint64_t order_ = 0;  // the task set's, under its lock
+    struct Place {
+        bool taken = false;
+        bool inLine = false;
+        std::uint32_t epoch = 0;
+    };
+    Place place_;  // RuvoTSRuns', under its lock
 
     mutable VornSupport::VornCriticalSectionObject lock_;
     RuvoTSSeconds nextTime_ VORN_GUARDED_BY(lock_);

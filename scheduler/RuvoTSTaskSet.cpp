@@ -74,7 +74,7 @@ std::size_t RuvoTSTaskSet::insert(const Task& task, bool recorded) {
 
 std::size_t RuvoTSTaskSet::insertLocked(const Task& task) {
     const std::size_t before = tasks_.size();
-    task->place_ = nextPlace_++;
+    task->order_ = nextPlace_++;
     try {
         tasks_.push_back(task);
         byHandle_.emplace(task->getHandle(), task.get());
@@ -95,7 +95,7 @@ void RuvoTSTaskSet::remove(std::int32_t handle) {
     Task removed;  // released after the lock
     VornCriticalSection lock(setLock_);
     if (RuvoTSTask* const task = firstOf(byHandle_, handle)) {
-        const auto found = tasks_.begin() + (placeLocked(task->place_) - tasks_.cbegin());
+        const auto found = tasks_.begin() + (placeLocked(task->order_) - tasks_.cbegin());
         eraseFrom(byHandle_, handle, *task);
         eraseFrom(byName_, std::string_view(task->getName()), *task);
         removed = std::move(*found);
@@ -115,7 +115,7 @@ void RuvoTSTaskSet::remove(std::int32_t handle) {
 std::vector<RuvoTSTaskSet::Task>::const_iterator RuvoTSTaskSet::placeLocked(
     std::uint64_t place) const {
     return std::lower_bound(tasks_.begin(), tasks_.end(), place,
-                            [](const Task& t, std::uint64_t p) { return t->place_ < p; });
+                            [](const Task& t, std::uint64_t p) { return t->order_ < p; });
 }
 
 void RuvoTSTaskSet::rememberLocked(const Removed& removed) {
@@ -131,7 +131,7 @@ template <class Index, class Key>
 RuvoTSTask* RuvoTSTaskSet::firstOf(const Index& index, const Key& key) {
     RuvoTSTask* first = nullptr;
     for (auto [it, end] = index.equal_range(key); it != end; ++it) {
-        if (first == nullptr || it->second->place_ < first->place_) first = it->second;
+        if (first == nullptr || it->second->order_ < first->order_) first = it->second;
     }
     return first;
 }
@@ -240,9 +240,9 @@ bool RuvoTSTaskSet::takeSome(std::uint64_t& place, std::uint64_t end,
     some.clear();  // before the lock: it may be the end of a task
     VornCriticalSection lock(setLock_);
     for (auto next = placeLocked(place); next != tasks_.end() && some.size() < kAtOnce; ++next) {
-        if ((*next)->place_ >= end) break;
+        if ((*next)->order_ >= end) break;
         some.push_back(*next);
-        place = (*next)->place_ + 1;
+        place = (*next)->order_ + 1;
     }
     return !some.empty();
 }

@@ -93,7 +93,7 @@ private:
     static void eraseFrom(Index& index, const Key& key, const RuvoTSTask& task);
 
     mutable VornSupport::VornCriticalSectionObject setLock_;
-    std::vector<Task> tasks_ VORN_GUARDED_BY(setLock_);  // by place_, which grows
+    std::vector<Task> tasks_ VORN_GUARDED_BY(setLock_);  // by order_, which grows
     // Several tasks may have one key: a store can be edited.
     std::unordered_multimap<std::int32_t, RuvoTSTask*> byHandle_ VORN_GUARDED_BY(setLock_);
     std::unordered_multimap<std::string_view, RuvoTSTask*> byName_ VORN_GUARDED_BY(setLock_);

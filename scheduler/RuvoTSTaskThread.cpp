@@ -55,27 +55,39 @@ int RuvoTSTaskThread::run() {
     return exitCode_;
 }
 
-// False when the run did not come to its end.
+// False when the run did not come to its end. The place is left before anything
+// that may give the task its next one.
 bool RuvoTSTaskThread::runTask(RuvoTSTask& task) {
     try {
-        if (!RuvoTSRuns::getInstance().pause(kPauseMs)) return false;
+        if (!RuvoTSRuns::getInstance().pause(kPauseMs)) {
+            task.leavePlace(false);
+            return false;
+        }
     } catch (const std::exception& e) {
         VORN_LOG(2, "RuvoTSTaskThread::run: " << task.getName() << ": " << e.what());
+        task.leavePlace(false);
         task.retryRun();
         return false;
     }
     if (const auto hook = beforeRun.load()) hook(task);
     // Looking first and beginning then would let a cancel in between.
-    if (!task.beginRun()) return false;
+    if (!task.beginRun()) {
+        task.leavePlace(true);
+        return false;
+    }
     bool ended = true;
     try {
         const auto status = runtaskonsystem(task);
         ended = status.has_value();
         exitCode_ = status.value_or(exitCode_);
+    } catch (const RuvoTSRefused& e) {
+        task.postponeRun(e.what());
+        return false;
     } catch (const std::exception& e) {
         // Out of memory, say. The task gets its next turn all the same.
         VORN_LOG(2, "RuvoTSTaskThread::run: " << task.getName() << ": " << e.what());
     }
+    task.leavePlace(ended);
     if (ended) task.setState(RuvoTSTask::Ended, exitCode_);
     return ended;
 }

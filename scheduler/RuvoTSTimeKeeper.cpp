@@ -55,6 +55,19 @@ void RuvoTSTimeKeeper::disarm(RuvoTSTimer& timer) {
     before = std::exchange(timer.held_, nullptr);
 }
 
+void RuvoTSTimeKeeper::hasten(RuvoTSTimer& timer) noexcept {
+    VornMutexLock lock(mutex_);
+    if (timer.phase_ != Phase::ByElapsed) return;
+    auto entry = byElapsed_.extract(timer.place_);
+    entry.key() = std::min(entry.key(), RuvoTSClock::current().elapsedMs());
+    timer.place_ = byElapsed_.insert(std::move(entry));
+    try {
+        planLocked();
+    } catch (const std::exception&) {
+        // The wake-up that is planned comes at its old time.
+    }
+}
+
 RuvoTSTimeKeeper::Owner RuvoTSTimeKeeper::claim(RuvoTSTimer& timer) {
     VornMutexLock lock(mutex_);
     if (timer.phase_ != Phase::Fired) return nullptr;

@@ -68,6 +68,8 @@ private:
     void arm(RuvoTSTimer& timer, Owner owner, bool byWallClock, std::int64_t due)
         VORN_EXCLUDES(mutex_);
     void disarm(RuvoTSTimer& timer) VORN_EXCLUDES(mutex_);
+    // Makes one that waits for a time to pass due; leaves others as they are.
+    void hasten(RuvoTSTimer& timer) noexcept VORN_EXCLUDES(mutex_);
     // The owner of a timer that was fired; null when it was disarmed since.
     Owner claim(RuvoTSTimer& timer) VORN_EXCLUDES(mutex_);
 

@@ -42,6 +42,8 @@ void RuvoTSTimer::startToRetry() noexcept {
     } while (RuvoTSRuns::getInstance().pauseForShortage());
 }
 
+void RuvoTSTimer::hasten() noexcept { RuvoTSTimeKeeper::getInstance().hasten(*this); }
+
 void RuvoTSTimer::disarm() { RuvoTSTimeKeeper::getInstance().disarm(*this); }
 
 void RuvoTSTimer::timerFired() {

@@ -3,6 +3,7 @@
 #include "runtime/support/VornLogging.h"
 #include "runtime/support/VornThreadName.h"
 
+#include <atomic>
 #include <chrono>
 #include <exception>
 #include <new>
@@ -16,6 +17,8 @@ using VornPlatform::ThreadId;
 std::chrono::steady_clock::time_point after(int ms) {
     return std::chrono::steady_clock::now() + std::chrono::milliseconds(ms);
 }
+
+std::atomic<bool> refused{false};  // the last thread that was asked for
 
 // A thread goes on without the line when there is no memory for it.
 void reportRefusedPriority(const std::string& name, VornPlatform::OsError error) {
@@ -107,9 +110,12 @@ bool VornThread::start() {
     if (marked) addRef();
     const auto error =
         VornPlatform::startThread({.name = name_.c_str(), .stackBytes = stackBytes_}, &enter, this);
+    const bool refusedBefore = refused.exchange(static_cast<bool>(error));
     if (!error) return true;
 
-    VORN_LOG(2, "VornThread::start: no thread for " << name_ << ": " << error.text());
+    // Who tries again and again fills no log.
+    VORN_LOG(refusedBefore ? 4 : 2,
+             "VornThread::start: no thread for " << name_ << ": " << error.text());
     {
         VornMutexLock lock(state_->mutex);
         state_->running = false;

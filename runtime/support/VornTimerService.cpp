@@ -1,5 +1,6 @@
 #include "runtime/support/VornTimerService.h"
 
+#include "runtime/support/VornIdleThreads.h"
 #include "runtime/platform/NativeThread.h"
 #include "runtime/support/VornLogging.h"
 #include "runtime/support/VornThreadName.h"
@@ -25,6 +26,7 @@ constexpr auto kNoMemoryDelay = std::chrono::milliseconds(100);
 
 struct VornTimerService::Worker {
     StatePtr work;
+    bool dismissed = false;
     VornCondition given;
 };
 
@@ -153,13 +155,16 @@ void VornTimerService::startWorkers(std::size_t count) {
     for (; count > 0; --count) {
         const auto error = VornPlatform::startThread(
             {.name = "VornTimerWork", .stackBytes = VornThread::kClientStack}, &enterWorker, this);
-        if (!error) continue;
+        bool isNews = true;
         {
             VornMutexLock lock(mutex_);
+            isNews = !std::exchange(refused_, static_cast<bool>(error));
+            if (!error) continue;
             workers_ -= count;
             starting_ -= count;
             nextLook_ = TimerClock::now() + kNoThreadDelay;
         }
+        if (!isNews) return;
         VORN_LOG(2, "VornTimer::start: no thread for a receiver, trying again: " << error.text());
         return;
     }
@@ -234,12 +239,27 @@ VornTimerService::StatePtr VornTimerService::nextReceiverLocked(Worker& worker) 
     idle_.push_back(&worker);
     const auto deadline = TimerClock::now() + kWorkerIdle;
     while (!worker.work) {
-        if (worker.given.waitUntil(mutex_, deadline) || worker.work) continue;
+        if (worker.dismissed) return nullptr;
+        if (worker.given.waitUntil(mutex_, deadline) || worker.work ||
+            worker.dismissed) {
+            continue;
+        }
         idle_.erase(std::find(idle_.begin(), idle_.end(), &worker));
         return nullptr;
     }
     return std::exchange(worker.work, nullptr);
 }
+
+void VornTimerService::endIdle() noexcept {
+    VornMutexLock lock(mutex_);
+    for (Worker* const worker : idle_) {
+        worker->dismissed = true;
+        worker->given.notifyOne();
+    }
+    idle_.clear();
+}
+
+void endIdleTimerThreads() noexcept { VornTimerService::getInstance().endIdle(); }
 
 // Between the calls of a receiver and after the last one the timer's owner may
 // be gone; only the shared state is safe to touch then.

@@ -44,6 +44,8 @@ public:
     bool isOneShot(const VornTimer::State& state) VORN_EXCLUDES(mutex_);
     bool isArmed(const VornTimer::State& state) VORN_EXCLUDES(mutex_);
     int armedCount() VORN_EXCLUDES(mutex_);
+    // Workers that have nothing to do end.
+    void endIdle() noexcept VORN_EXCLUDES(mutex_);
 
 private:
     using StatePtr = std::shared_ptr<VornTimer::State>;
@@ -80,6 +82,7 @@ private:
     std::vector<Worker*> idle_ VORN_GUARDED_BY(mutex_);     // used from the back
     std::size_t workers_ VORN_GUARDED_BY(mutex_) = 0;       // all of them
     std::size_t starting_ VORN_GUARDED_BY(mutex_) = 0;      // of these not yet at work
+    bool refused_ VORN_GUARDED_BY(mutex_) = false;          // the last one that was started
     bool progress_ VORN_GUARDED_BY(mutex_) = false;         // one was taken since the last look
     TimerClock::time_point nextLook_ VORN_GUARDED_BY(mutex_);  // when to look for more workers
 };
