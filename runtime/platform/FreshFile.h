@@ -19,8 +19,8 @@ public:
     FreshFile(const FreshFile&) = delete;
     FreshFile& operator=(const FreshFile&) = delete;
 
-    // Creates the file. One that is there goes first, as does, on POSIX, a link
-    // or a pipe of that name: nobody who prepared it shares the new one. Closes
+    // Creates the file. One that is there goes first, as does a link of that name,
+    // on POSIX also a pipe: nobody who prepared it shares the new one. Closes
     // the one that was open before.
     OsError create(const std::string& path);
     // All of the bytes, or an error.

@@ -39,10 +39,25 @@ BOOL rename(const std::wstring& from, const std::wstring& to) {
 
 OsError FreshFile::create(const std::string& path) {
     close();
-    const HANDLE file =
-        ::CreateFileW(toWide(path).c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_DELETE,
-                      nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
-    if (file == INVALID_HANDLE_VALUE) return OsError::last();
+    const std::wstring name = toWide(path);
+    // Written over, it would keep its owner and rights, and its other names.
+    const OsError removal = result(::DeleteFileW(name.c_str()));
+    HANDLE file = INVALID_HANDLE_VALUE;
+    for (int left = kTries;; --left) {
+        file = ::CreateFileW(name.c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_DELETE,
+                             nullptr, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr);
+        // A name that was deleted stays until the last one who holds the file closes it.
+        if (file != INVALID_HANDLE_VALUE || removal || left == 0 ||
+            !isHeldForAMoment(::GetLastError())) {
+            break;
+        }
+        ::Sleep(kPauseMs);
+    }
+    if (file == INVALID_HANDLE_VALUE) {
+        const OsError error = OsError::last();
+        // Why it is still there says more.
+        return removal && error.condition() == OsCondition::Exists ? removal : error;
+    }
     handle_ = reinterpret_cast<std::intptr_t>(file);
     return {};
 }

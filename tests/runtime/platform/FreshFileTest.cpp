@@ -6,6 +6,7 @@
 
 #include <atomic>
 #include <cerrno>
+#include <filesystem>
 #include <string>
 #include <thread>
 
@@ -51,6 +52,19 @@ TEST_F(FreshFileTest, EmptiesTheFileThatIsThere) {
     ASSERT_FALSE(fresh.write("short"));
     ASSERT_FALSE(fresh.close());
     EXPECT_EQ(readFile(file("a")), "short");
+}
+
+// Written over, it would be a file that somebody else prepared.
+TEST_F(FreshFileTest, LeavesTheOtherNamesOfTheFileThatIsThereAlone) {
+    writeFile(file("theirs"), "theirs");
+    std::filesystem::create_hard_link(TestSupport::toPath(file("theirs")),
+                                      TestSupport::toPath(file("a")));
+    FreshFile fresh;
+    ASSERT_FALSE(fresh.create(file("a")));
+    ASSERT_FALSE(fresh.write("ours"));
+    ASSERT_FALSE(fresh.close());
+    EXPECT_EQ(readFile(file("a")), "ours");
+    EXPECT_EQ(readFile(file("theirs")), "theirs");
 }
 
 TEST_F(FreshFileTest, WritesManyMegabytes) {
