@@ -204,8 +204,12 @@ void addSchedule(CLI::App& task, Session& session) {
     command->add_option("command", options->command.words, "PROGRAM ARGS..., behind --")
         ->required();
     command->footer(
-        "A time that is past becomes two minutes from now. The command runs as the user the\n"
-        "daemon runs as; where the folder is not there, it runs in the daemon's all the same.\n\n"
+        "A time that is past becomes two minutes from now. Of a local time that the clocks show\n"
+        "twice the first is taken; one that they leap over is as much later as they leap.\n"
+        "The command runs as the user the daemon runs as; where the folder is not there, it\n"
+        "runs in the daemon's all the same. --in and --log count from the folder you are in;\n"
+        "PROGRAM is looked for where it runs: with a slash from --in, else along the daemon's\n"
+        "PATH.\n\n"
         "Examples:\n"
         "  ruvoctl task schedule cleanup --daily --at 02:30 -- /usr/bin/find /tmp -mtime +7\n"
         "  ruvoctl task schedule report --at 2026-12-01T06:00Z --in /srv --log report.txt \\\n"
@@ -424,7 +428,15 @@ void addTaskCommands(CLI::App& app, Session& session) {
     addRetrieve(*task, session);
     addFollowing(*task, session, "wait", "Wait for the end of a run and end with its status",
                  std::make_shared<TaskOptions>(), wait)
-        ->footer("Example:\n  ruvoctl task wait nightly-backup --for 3600");
+        ->footer(
+            "Standard output has a line if, and only if, a run came to its end; the exit status\n"
+            "is the run's then, of which 0 to 255 are handed on (255 for others whose last\n"
+            "eight bits are 0). Without that line it is our own: 1 no such task, cancelled or\n"
+            "--for is over, 2 bad usage, 3 the daemon cannot be reached or has gone, 4 the line\n"
+            "could not be written. With --json the line has the whole status as \"exitCode\".\n\n"
+            "Examples:\n"
+            "  ruvoctl task wait nightly-backup --for 3600\n"
+            "  ended=$(ruvoctl task wait nightly-backup --json) && echo \"$ended\"");
     auto options = std::make_shared<TaskOptions>();
     CLI::App* const watching = addFollowing(
         *task, session, "watch", "Print each change of a task's state", options, watch);

@@ -3,6 +3,7 @@
 #include "client/ruvoctl/Session.h"
 #include "runtime/platform/LocalTime.h"
 
+#include <algorithm>
 #include <charconv>
 #include <chrono>
 #include <cstdio>
@@ -92,8 +93,9 @@ bool isInCalendar(const RuvoTaskTime& time) {
         .ok();
 }
 
-// As the clocks of this machine's zone show it, summer time or not.
-std::int64_t localMoment(const RuvoTaskTime& time, const std::string& text) {
+// The conversion with summer time (1) or without (0); -1 leaves it to the system,
+// whose choice where both are possible depends on what it was asked before.
+std::time_t converted(const RuvoTaskTime& time, int summerTime) {
     std::tm fields{};
     fields.tm_year = time.year - 1900;
     fields.tm_mon = time.month - 1;
@@ -101,10 +103,33 @@ std::int64_t localMoment(const RuvoTaskTime& time, const std::string& text) {
     fields.tm_hour = time.hour;
     fields.tm_min = time.minute;
     fields.tm_sec = time.second;
-    fields.tm_isdst = -1;
-    const std::time_t moment = std::mktime(&fields);
-    if (moment == std::time_t{-1}) refuse(text);
-    return static_cast<std::int64_t>(moment);
+    fields.tm_isdst = summerTime;
+    return std::mktime(&fields);
+}
+
+// Whether the clocks show that time of day then. The day may be out of range.
+bool showsClock(std::time_t moment, const RuvoTaskTime& time) {
+    const auto at =
+        VornPlatform::toLocalTime(std::chrono::system_clock::from_time_t(moment));
+    return at.hour == time.hour && at.minute == time.minute && at.second == time.second;
+}
+
+// As the clocks of this machine's zone show it, summer time or not. Of a time that
+// they show twice, the first; one that they leap over is as much later as they leap.
+std::int64_t localMoment(const RuvoTaskTime& time, const std::string& text) {
+    constexpr std::time_t kNone{-1};
+    const std::time_t any = converted(time, -1);
+    if (any == kNone) refuse(text);
+    const std::time_t both[] = {converted(time, 0), converted(time, 1)};
+    std::optional<std::time_t> first;
+    std::time_t last = any;
+    for (const std::time_t moment : both) {
+        if (moment == kNone) continue;
+        last = std::max(last, moment);
+        if (showsClock(moment, time)) first = std::min(first.value_or(moment), moment);
+    }
+    if (!first && showsClock(any, time)) first = any;
+    return static_cast<std::int64_t>(first.value_or(last));
 }
 
 std::optional<std::int64_t> fromNow(const std::string& text, std::int64_t now) {

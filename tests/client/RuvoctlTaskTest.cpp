@@ -389,6 +389,7 @@ TEST(RuvoctlTask, TellsAWaitingOneOfTheCancel) {
         },
         {"wait", "backup"});
     EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.out, "");  // or it would be the status of a run
     EXPECT_TRUE(has(result.err, "the task was cancelled")) << result.err;
 }
 
@@ -404,6 +405,24 @@ TEST(RuvoctlTask, HearsOfTheEndOfATaskThatIsGoneAlready) {
     EXPECT_EQ(result.status, 0) << result.err;
 }
 
+// What a status of 1 means is told by the line.
+TEST(RuvoctlTask, SaysThatAStatusIsThatOfTheRun) {
+    for (const bool json : {false, true}) {
+        const Result result = follow(
+            [](FollowedDaemon& daemon) {
+                daemon.serveState(2);
+                daemon.tell(1);
+                daemon.serveStatus(1);
+                daemon.takeUnfollowing();
+            },
+            json ? std::vector<std::string>{"wait", "backup", "--json"}
+                 : std::vector<std::string>{"wait", "backup"});
+        EXPECT_EQ(result.status, 1);
+        EXPECT_EQ(result.out, json ? "{\"handle\":5,\"exitCode\":1}\n"
+                                   : "task backup ended with status 1\n");
+    }
+}
+
 TEST(RuvoctlTask, WaitsNoLongerThanItIsTold) {
     const Result result = follow(
         [](FollowedDaemon& daemon) {
@@ -412,6 +431,7 @@ TEST(RuvoctlTask, WaitsNoLongerThanItIsTold) {
         },
         {"wait", "backup", "--for", "0.05"});
     EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.out, "");
     EXPECT_TRUE(has(result.err, "the time is over")) << result.err;
 }
 

@@ -54,6 +54,13 @@ TEST(TaskText, CountsFoldersFromTheWorkingDirectory) {
     EXPECT_EQ(command.logFile, quoteForBatch(path("a b.txt")));
 }
 
+// It is looked for where it runs.
+TEST(TaskText, LeavesTheProgramAsItStands) {
+    const auto command = commandOf({.words = {"./p", "./a"}, .directory = "sub"});
+    EXPECT_EQ(command.program, quoteForBatch("./p"));
+    EXPECT_EQ(command.parameters, quoteForBatch("./a"));
+}
+
 TEST(TaskText, RefusesWhatNoBatchFileCanHold) {
     for (const std::string& bad : {std::string("a\nb"), std::string("a\r"), std::string("\0", 1)}) {
         EXPECT_THROW(commandOf({.words = {"p", bad}}), UsageError);

@@ -28,6 +28,34 @@ TEST(TaskTimes, TakesLocalTimeWithSummerTime) {
               "2024-01-15T13:00:00+01:00 (2024-01-15T12:00:00Z)");
 }
 
+// At the end of summer time: 02:00 to 03:00 comes twice.
+TEST(TaskTimes, TakesTheFirstOfATimeThatComesTwice) {
+    const TestSupport::TimeZoneScope berlin("CET-1CEST,M3.5.0,M10.5.0/3");
+    // Whatever was asked before.
+    for (const char* const before : {"2024-01-15T12:00", "2024-07-15T12:00"}) {
+        at(before);
+        EXPECT_EQ(at("2024-10-27T02:30"), at("2024-10-27T00:30Z")) << before;
+        EXPECT_EQ(at("2024-10-27T02:30+01:00"), at("2024-10-27T01:30Z"));
+        EXPECT_EQ(at("2024-10-27T01:59"), at("2024-10-26T23:59Z"));
+        EXPECT_EQ(at("2024-10-27T03:00"), at("2024-10-27T02:00Z"));
+    }
+    const TestSupport::TimeZoneScope lordHowe("<+1030>-10:30<+11>-11,M10.1.0,M4.1.0");
+    EXPECT_EQ(at("2024-04-07T01:45"), at("2024-04-06T14:45Z"));
+}
+
+// At its beginning: 02:00 to 03:00 is left out.
+TEST(TaskTimes, MovesATimeThatIsLeapedOverByTheLeap) {
+    const TestSupport::TimeZoneScope berlin("CET-1CEST,M3.5.0,M10.5.0/3");
+    for (const char* const before : {"2024-01-15T12:00", "2024-07-15T12:00"}) {
+        at(before);
+        EXPECT_EQ(localText(at("2024-03-31T02:30")), "2024-03-31T03:30:00+02:00") << before;
+        EXPECT_EQ(at("2024-03-31T01:59:59"), at("2024-03-31T00:59:59Z"));
+        EXPECT_EQ(at("2024-03-31T03:00"), at("2024-03-31T01:00Z"));
+    }
+    const TestSupport::TimeZoneScope newYork("EST5EDT,M3.2.0,M11.1.0");
+    EXPECT_EQ(localText(at("2024-03-10T02:15")), "2024-03-10T03:15:00-04:00");
+}
+
 TEST(TaskTimes, ShowsZonesWestOfGreenwich) {
     const TestSupport::TimeZoneScope zone("NST3:30");
     EXPECT_EQ(localText(kNoon), "2024-06-15T08:30:00-03:30");
