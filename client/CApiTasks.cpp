@@ -1,9 +1,12 @@
 #include "client/CApi.h"
 #include "client/RuvoTasks.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <new>
 #include <string>
+#include <vector>
 
 using Ruvo::guardCall;
 using Ruvo::requireAll;
@@ -32,6 +35,32 @@ char* copyOf(const std::string& text) {
     if (copy == nullptr) throw std::bad_alloc();
     std::memcpy(copy, text.c_str(), text.size() + 1);
     return copy;
+}
+
+// The entries, and behind them the bytes that they point to.
+ruvo_task_name* blockOf(const std::vector<std::string>& names) {
+    std::size_t size = std::max<std::size_t>(names.size(), 1) * sizeof(ruvo_task_name);
+    for (const std::string& name : names) size += name.size() + 1;
+    auto* const entries = static_cast<ruvo_task_name*>(std::malloc(size));
+    if (entries == nullptr) throw std::bad_alloc();
+    char* bytes = reinterpret_cast<char*>(entries + names.size());
+    for (std::size_t i = 0; i < names.size(); ++i) {
+        std::memcpy(bytes, names[i].c_str(), names[i].size() + 1);
+        entries[i] = {.bytes = bytes, .size = names[i].size()};
+        bytes += names[i].size() + 1;
+    }
+    return entries;
+}
+
+ruvo_status listNames(ruvo_client* client, std::vector<std::string> (RuvoTasks::*list)(),
+                      ruvo_task_name** names, std::size_t* count) {
+    return guardCall([&] {
+        requireAll(client, names, count);
+        RuvoTasks tasks(client->conversation);
+        const std::vector<std::string> all = (tasks.*list)();
+        *names = blockOf(all);
+        *count = all.size();
+    });
 }
 
 }  // namespace
@@ -112,6 +141,14 @@ ruvo_status ruvo_task_retrieve(ruvo_client* client, int32_t task, char** bytes, 
         *bytes = copyOf(kept);
         *size = kept.size();
     });
+}
+
+ruvo_status ruvo_task_list(ruvo_client* client, ruvo_task_name** names, size_t* count) {
+    return listNames(client, &RuvoTasks::list, names, count);
+}
+
+ruvo_status ruvo_task_list_blobs(ruvo_client* client, ruvo_task_name** names, size_t* count) {
+    return listNames(client, &RuvoTasks::listBlobs, names, count);
 }
 
 ruvo_status ruvo_task_last_status(ruvo_client* client, int32_t task, int32_t* status) {

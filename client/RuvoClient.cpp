@@ -13,6 +13,8 @@ using std::chrono::milliseconds;
 
 constexpr std::int32_t kUnknownCommand = -999;
 constexpr std::size_t kMaxOpeningLine = 512;
+// Of a long answer, what has to come within one time-out.
+constexpr std::size_t kPieceBytes = std::size_t{1} << 20;
 
 [[noreturn]] void refuseAccess(const std::string& address) {
     throw RuvoClientError(
@@ -101,11 +103,26 @@ public:
         }
     }
 
+    // Grows with what has arrived: the size may be anything.
     std::string take(std::size_t size) {
-        need(size);
-        std::string bytes(channel_.buffered().substr(0, size));
-        channel_.consume(size);
+        std::string bytes;
+        while (bytes.size() < size) {
+            const std::size_t piece = std::min(size - bytes.size(), kPieceBytes);
+            need(piece);
+            bytes += channel_.buffered().substr(0, piece);
+            channel_.consume(piece);
+        }
         return bytes;
+    }
+
+    std::string takeText(std::uint32_t most) {
+        const std::uint32_t size = VornNet::decode32(take(4).data());
+        if (size > most) {
+            throw RuvoClientError(RuvoProblem::Protocol,
+                                  "the daemon declares a text of " + std::to_string(size) +
+                                      " bytes");
+        }
+        return take(size);
     }
 
 private:
@@ -175,15 +192,11 @@ std::uint32_t RuvoClient::readUnsigned() {
 }
 
 std::string RuvoClient::readString() {
-    return core_->guarded([&] {
-        const std::uint32_t size = VornNet::decode32(core_->take(4).data());
-        if (size > core_->options().maxStringBytes) {
-            throw RuvoClientError(RuvoProblem::Protocol,
-                                  "the daemon declares a text of " + std::to_string(size) +
-                                      " bytes");
-        }
-        return core_->take(size);
-    });
+    return core_->guarded([&] { return core_->takeText(core_->options().maxStringBytes); });
+}
+
+std::string RuvoClient::readLongString() {
+    return core_->guarded([&] { return core_->takeText(core_->options().maxLongBytes); });
 }
 
 std::string RuvoClient::readBytes(std::size_t size) {
@@ -192,6 +205,17 @@ std::string RuvoClient::readBytes(std::size_t size) {
                               "a block of " + std::to_string(size) + " bytes is over the limit");
     }
     return core_->guarded([&] { return core_->take(size); });
+}
+
+std::string RuvoClient::readLongBytes(std::int64_t declared) {
+    return core_->guarded([&] {
+        if (declared < 0 || declared > core_->options().maxLongBytes) {
+            throw RuvoClientError(RuvoProblem::Protocol,
+                                  "the daemon declares a block of " + std::to_string(declared) +
+                                      " bytes");
+        }
+        return core_->take(static_cast<std::size_t>(declared));
+    });
 }
 
 std::string RuvoClient::readSome(milliseconds quiet) {

@@ -22,13 +22,18 @@ struct RuvoClientOptions {
     bool useUdp = false;
     // Zero or less: no limit.
     std::chrono::milliseconds connectTimeout{5000};  // connecting and the opening together
-    std::chrono::milliseconds timeout{10000};        // each answer, and each sending
+    // Each answer, each further MiB of a long one, and each sending.
+    std::chrono::milliseconds timeout{10000};
     // Over UDP the daemon forgets a conversation after 30 s of silence: so often
     // a long wait for an answer shows that somebody is there.
     std::chrono::milliseconds signOfLife{10000};
     // A longer answer is not the daemon's and ends the conversation.
     std::uint32_t maxStringBytes = 1048576;
     std::uint32_t maxBlockBytes = 67108864;
+    // The same of the answers that grow with what the daemon keeps: a list of
+    // names, the bytes of a task. The default is all that the daemon can send.
+    // Memory is taken as the bytes arrive, never for a size that is only declared.
+    std::uint32_t maxLongBytes = 2147483647;
 };
 
 // One conversation with the daemon. Belongs to one thread at a time. Every call
@@ -61,6 +66,10 @@ public:
     std::uint32_t readUnsigned();
     std::string readString();
     std::string readBytes(std::size_t size);
+    // The same within maxLongBytes. A size that was declared is taken as it came:
+    // one over the limit, or negative, is Protocol.
+    std::string readLongString();
+    std::string readLongBytes(std::int64_t declared);
     // What is there, at least one byte; empty when nothing came for `quiet` or
     // the daemon has closed.
     std::string readSome(std::chrono::milliseconds quiet);

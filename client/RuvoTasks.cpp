@@ -126,7 +126,11 @@ std::int32_t RuvoTasks::ask(std::string_view command, std::int32_t task, const c
 }
 
 void RuvoTasks::cancel(std::int32_t task) { ask("RUVO_TS_CANCEL", task, kOfAnyKind); }
-std::int32_t RuvoTasks::state(std::int32_t task) { return ask("RUVO_TS_TASK_STATE", task, kOfAnyKind); }
+
+std::int32_t RuvoTasks::state(std::int32_t task) {
+    return ask("RUVO_TS_TASK_STATE", task, kOfAnyKind);
+}
+
 std::int32_t RuvoTasks::exitCode(std::int32_t task) {
     return ask("RUVO_TS_EXIT_CODE", task, kOfCommands);
 }
@@ -154,9 +158,7 @@ std::string RuvoTasks::retrieve(std::int32_t task) {
     client_.send(RuvoRequest(kMonitor, "RUVO_TS_RETRIEVE_BLOB", RuvoRequest::Answer::Other)
                      .addInt(task));
     const std::int32_t answer = client_.readInt();
-    const std::int32_t size = client_.readInt();
-    if (size < 0) throw RuvoClientError(RuvoProblem::Protocol, "bytes of a negative number came");
-    std::string bytes = client_.readBytes(static_cast<std::size_t>(size));
+    std::string bytes = client_.readLongBytes(client_.readInt());
     expectTask(answer, task, kOfBytes);
     return bytes;
 }
@@ -164,7 +166,7 @@ std::string RuvoTasks::retrieve(std::int32_t task) {
 std::vector<std::string> RuvoTasks::readNames(std::string_view command) {
     client_.send(RuvoRequest(kMonitor, command, RuvoRequest::Answer::Other));
     client_.readInt();  // always 0
-    const std::string text = client_.readString();
+    const std::string text = client_.readLongString();
     std::vector<std::string> names;
     // A blank stands behind each name, so an empty one shows as well.
     for (std::size_t begin = 0; begin < text.size();) {

@@ -80,6 +80,7 @@ public:
     // before the first one the beginning of 1970.
     std::string lastRun(std::int32_t task);
     RuvoTaskPlan nextRun(std::int32_t task);
+    // This and the lists take answers of up to RuvoClientOptions::maxLongBytes.
     std::string retrieve(std::int32_t task);
     // Names of the tasks with commands, and of those with bytes.
     std::vector<std::string> list();

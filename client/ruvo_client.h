@@ -211,6 +211,17 @@ RUVO_API ruvo_status ruvo_task_last_run(ruvo_client* client, int32_t task, char*
 /* The bytes that a task keeps, to be given to ruvo_free(). */
 RUVO_API ruvo_status ruvo_task_retrieve(ruvo_client* client, int32_t task, char** bytes,
                                         size_t* size);
+/* `size` bytes, which may be any, and a zero byte behind them. */
+typedef struct ruvo_task_name {
+    const char* bytes;
+    size_t size;
+} ruvo_task_name;
+
+/* Names of the tasks with commands, and of those with bytes: `count` of them in
+ * one block, which is to be given to ruvo_free(). */
+RUVO_API ruvo_status ruvo_task_list(ruvo_client* client, ruvo_task_name** names, size_t* count);
+RUVO_API ruvo_status ruvo_task_list_blobs(ruvo_client* client, ruvo_task_name** names,
+                                          size_t* count);
 /* The exit status of the last run of any task, also of one that is gone since
  * not too long. This and the next two need a daemon that loads SchedulerFollow. */
 RUVO_API ruvo_status ruvo_task_last_status(ruvo_client* client, int32_t task, int32_t* status);

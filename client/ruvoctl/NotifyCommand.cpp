@@ -47,7 +47,9 @@ void addNotifyCommand(CLI::App& app, Session& session) {
         "  echo 12 machines > ready.txt\n"
         "  ruvoctl notify inventory.ready --data-file ready.txt");
     command->callback(
-        [&session, options] { session.command = [&session, options] { return notify(session, *options); }; });
+        [&session, options] {
+            session.command = [&session, options] { return notify(session, *options); };
+        });
 }
 
 }  // namespace Ruvoctl

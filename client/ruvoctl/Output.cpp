@@ -165,7 +165,8 @@ std::string lineOf(const Ruvo::RuvoDelivery& delivery) {
     if (!change) change = lockChange(delivery);
     if (!change) change = taskChange(delivery);
     if (change) line += " " + *change;
-    line += " sender=\"" + shown(delivery.sender) + "\" message=\"" + shown(delivery.message) + "\"";
+    line += " sender=\"" + shown(delivery.sender) + "\" message=\"" + shown(delivery.message) +
+            "\"";
     if (!change) line += dataText(delivery.data);
     return line;
 }

@@ -142,7 +142,9 @@ void addRawCommand(CLI::App& app, Session& session) {
         "  ruvoctl raw JobStatus RUVO_JS_MAP_JOB i:1 i:2 i:11 i:12\n"
         "  ruvoctl raw Notifier RUVO_NN_NOTIFY s:me s:disk.failed s:bay3 B:0badf00d");
     command->callback(
-        [&session, options] { session.command = [&session, options] { return run(session, *options); }; });
+        [&session, options] {
+            session.command = [&session, options] { return run(session, *options); };
+        });
 }
 
 }  // namespace Ruvoctl

@@ -196,7 +196,8 @@ void addSchedule(CLI::App& task, Session& session) {
             });
     command->add_option("name", options->task, "A name that no other task has")->required();
     addPlan(command, options);
-    command->add_option("--in", options->command.directory, "The folder to run it in, as seen from here");
+    command->add_option("--in", options->command.directory,
+                        "The folder to run it in, as seen from here");
     command->add_option("--log", options->command.logFile,
                         "A file, as seen from here, that gets its output, anew at each run");
     command->add_flag("--shell", options->command.isShellText,
@@ -286,7 +287,8 @@ void showTask(const Work& work, std::int32_t task) {
         text += "\nlast run     " + timeText(last->moment, "none yet") +
                 "\nexit status  " + (hasStatus ? std::to_string(last->status) : "none yet");
     }
-    text += "\nnext run     " + timeText(next, kPast) + "\nfrequency    " + frequencyText(plan.frequency);
+    text += "\nnext run     " + timeText(next, kPast) + "\nfrequency    " +
+            frequencyText(plan.frequency);
     show(work.session, json, text);
 }
 
@@ -327,7 +329,8 @@ void writeBytes(const std::string& file, const std::string& bytes) {
 void addRetrieve(CLI::App& task, Session& session) {
     auto options = std::make_shared<TaskOptions>();
     CLI::App* const command = add(
-        task, session, "retrieve", "Get the bytes that a task keeps", options, [](const Work& work) {
+        task, session, "retrieve", "Get the bytes that a task keeps", options,
+        [](const Work& work) {
             const std::int32_t handle = taskOf(work.tasks, work.options);
             const std::string bytes = work.tasks.retrieve(handle);
             if (!work.options.file.empty()) writeBytes(work.options.file, bytes);
@@ -348,16 +351,32 @@ void addRetrieve(CLI::App& task, Session& session) {
 
 // ---- following -----------------------------------------------------------------------
 
-int showEnd(const Work& work, std::int32_t task) {
-    const std::int32_t status = work.tasks.lastStatus(task);
+int showStatus(const Work& work, std::int32_t task, std::int32_t status) {
     show(work.session, {{"handle", task}, {"exitCode", status}},
          "task " + shown(work.options.task) + " ended with status " + std::to_string(status));
     return exitStatusOf(status);
 }
 
+int showEnd(const Work& work, std::int32_t task) {
+    return showStatus(work, task, work.tasks.lastStatus(task));
+}
+
+// Of a task that is gone: the daemon remembers the statuses of the latest.
+int showEndOfGone(const Work& work, std::int32_t task) {
+    const std::int32_t status = work.tasks.lastStatus(task);
+    if (status != RuvoTasks::kNeverRun) return showStatus(work, task, status);
+    throw Failure(kRefused, "the task was cancelled before a run had ended");
+}
+
 int wait(const Work& work) {
     const std::int32_t task = taskOf(work.tasks, work.options);
-    TaskFollowing following(work.session, work.client, task);
+    std::optional<TaskFollowing> following;
+    try {
+        following.emplace(work.session, work.client, task);
+    } catch (const Ruvo::RuvoClientError& error) {
+        if (error.problem() != Ruvo::RuvoProblem::Declined) throw;
+        return showEndOfGone(work, task);
+    }
     try {
         // One that stays in this state has had its run.
         if (work.tasks.state(task) == RuvoTasks::Ended) return showEnd(work, task);
@@ -365,7 +384,7 @@ int wait(const Work& work) {
         if (error.problem() != Ruvo::RuvoProblem::Declined) throw;
         // Gone already; how is on its way to us.
     }
-    return following.run(
+    return following->run(
         work.options.patience, kRefused,
         [&](std::int32_t state, const Ruvo::RuvoDelivery&) -> std::optional<int> {
             if (state == RuvoTasks::Ended) return showEnd(work, task);
@@ -429,13 +448,28 @@ void addTaskCommands(CLI::App& app, Session& session) {
     addFollowing(*task, session, "wait", "Wait for the end of a run and end with its status",
                  std::make_shared<TaskOptions>(), wait)
         ->footer(
-            "Standard output has a line if, and only if, a run came to its end; the exit status\n"
-            "is the run's then, of which 0 to 255 are handed on (255 for others whose last\n"
-            "eight bits are 0). Without that line it is our own: 1 no such task, cancelled or\n"
-            "--for is over, 2 bad usage, 3 the daemon cannot be reached or has gone, 4 the line\n"
-            "could not be written. With --json the line has the whole status as \"exitCode\".\n\n"
-            "Examples:\n"
-            "  ruvoctl task wait nightly-backup --for 3600\n"
+            "Standard output has a line if, and only if, a run came to its end; the exit status
+"
+            "is the run's then, of which 0 to 255 are handed on (255 for others whose last
+"
+            "eight bits are 0). Without that line it is our own: 1 no such task, cancelled or
+"
+            "--for is over, 2 bad usage, 3 the daemon cannot be reached or has gone, 4 the line
+"
+            "could not be written. With --json the line has the whole status as \"exitCode\".
+
+"
+            "A task that ran once is gone, and its name with it; the daemon remembers the status
+"
+            "of the last thousand such tasks by their handles, which scheduling tells.
+
+"
+            "Examples:
+"
+            "  ruvoctl task wait nightly-backup --for 3600
+"
+            "  ruvoctl task wait --handle 1234567
+"
             "  ended=$(ruvoctl task wait nightly-backup --json) && echo \"$ended\"");
     auto options = std::make_shared<TaskOptions>();
     CLI::App* const watching = addFollowing(

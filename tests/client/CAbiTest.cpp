@@ -139,6 +139,8 @@ TEST(CAbi, CallsEveryTaskCommand) {
         peer.serve(task("RUVO_TS_EXECUTION_INFO", i32(17) + i32(24)),
                    str("2024-02-29 12:00:00 UTC") + i32(23));
         peer.serve(task("RUVO_TS_RETRIEVE_BLOB", i32(18)), i32(0) + i32(3) + bytes);
+        peer.serve(task("RUVO_TS_LIST_EXEC", ""), i32(0) + str("name a%00b  "));
+        peer.serve(task("RUVO_TS_LIST_BLOB", ""), i32(0) + str(""));
         peer.serve(following("RUVO_TS_FOLLOW", registration), i32(0));
         peer.serve(following("RUVO_TS_UNFOLLOW", registration), i32(0));
         peer.serve(following("RUVO_TS_LAST_STATUS", i32(17)), i32(0) + i32(7));

@@ -1,5 +1,7 @@
 #include "client/RuvoClient.h"
 #include "tests/client/ScriptedDaemon.h"
+#include "tests/runtime/support/AllocationCount.h"
+#include "tests/support/TestSupport.h"
 
 #include <gtest/gtest.h>
 
@@ -335,6 +337,44 @@ TEST(RuvoClient, TakesATextOfExactlyTheLimit) {
     EXPECT_EQ(client.readString(), "abcdefghij");
     EXPECT_EQ(problemOf([&] { client.readBytes(options.maxBlockBytes + 1U); }),
               RuvoProblem::Argument);
+}
+
+TEST(RuvoClient, TakesNoMemoryForASizeThatIsOnlyDeclared) {
+    for (const bool isText : {true, false}) {
+        ScriptedDaemon daemon([](ScriptedPeer& peer) {
+            peer.open();
+            peer.serve(kLookup, i32(0x7fffffff) + "abc");
+            peer.close();
+        });
+        RuvoClient client(daemon.options());
+        client.send(lookup());
+        const std::size_t before = AllocationCount::ofThisThread().bytes;
+        const auto read =
+            [&] { isText ? client.readLongString() : client.readLongBytes(client.readInt()); };
+        EXPECT_EQ(problemOf(read), RuvoProblem::Closed);
+        const std::size_t taken = AllocationCount::ofThisThread().bytes - before;
+        EXPECT_GT(taken, 0U);
+        EXPECT_LT(taken, std::size_t{1} << 20);
+    }
+}
+
+TEST(RuvoClient, GivesEachPieceOfALongAnswerItsTime) {
+    constexpr milliseconds kBetween(800);
+    const std::string piece(std::size_t{1} << 20, 'x');
+    ScriptedDaemon daemon([&](ScriptedPeer& peer) {
+        peer.open();
+        peer.serve(kLookup, i32(static_cast<std::int64_t>(4 * piece.size())));
+        for (int i = 0; i < 4; ++i) {
+            const auto moment = std::chrono::steady_clock::now() + kBetween;
+            TestSupport::waitUntil([&] { return std::chrono::steady_clock::now() >= moment; });
+            peer.send(piece);
+        }
+        peer.awaitClose();
+    });
+    RuvoClient client(daemon.options());
+    client.setTimeout(3 * kBetween);  // all of it takes longer
+    client.send(lookup());
+    EXPECT_EQ(client.readLongString().size(), 4 * piece.size());
 }
 
 TEST(RuvoClient, DoesNotHangWhenBothSidesSendMuchAtOnce) {

@@ -136,9 +136,12 @@ TEST(RuvoTasks, RetrievesBytes) {
     against(request, i32(0) + i32(0),
             [](RuvoTasks& tasks) { EXPECT_EQ(tasks.retrieve(5), ""); });
     expectNoSuchTask(request, i32(-9) + i32(0), [](auto& t) { t.retrieve(5); });
-    against(request, i32(0) + i32(-1), [](RuvoTasks& tasks) {
-        expectProblem([&] { tasks.retrieve(5); }, RuvoProblem::Protocol);
-    });
+    for (const std::int64_t size : {std::int64_t{-1}, std::int64_t{INT32_MIN}}) {
+        against(request, i32(0) + i32(size), [](RuvoTasks& tasks) {
+            expectProblem([&] { tasks.retrieve(5); }, RuvoProblem::Protocol);
+            expectProblem([&] { tasks.state(5); }, RuvoProblem::Closed);
+        });
+    }
 }
 
 TEST(RuvoTasks, ListsNamesAsTheyWereGiven) {
@@ -152,6 +155,53 @@ TEST(RuvoTasks, ListsNamesAsTheyWereGiven) {
         against(task("RUVO_TS_LIST_BLOB"), i32(0) + str(broken), [&](RuvoTasks& tasks) {
             expectProblem([&] { tasks.listBlobs(); }, RuvoProblem::Protocol);
         });
+    }
+}
+
+TEST(RuvoTasks, ListsMoreThanATextOfOtherAnswersMayHold) {
+    std::string text;
+    std::vector<std::string> names;
+    while (text.size() < std::size_t{2} << 20) {
+        names.push_back("task " + std::to_string(names.size()));
+        text += "task%20" + names.back().substr(5) + ' ';
+    }
+    const std::string one(std::size_t{3} << 20, 'x');
+    against(task("RUVO_TS_LIST_EXEC"), i32(0) + str(text),
+            [&](RuvoTasks& tasks) { EXPECT_TRUE(tasks.list() == names); });
+    against(task("RUVO_TS_LIST_BLOB"), i32(0) + str(one + ' '), [&](RuvoTasks& tasks) {
+        EXPECT_TRUE(tasks.listBlobs() == std::vector<std::string>{one});
+    });
+}
+
+TEST(RuvoTasks, RetrievesMoreThanABlockOfOtherAnswersMayHold) {
+    const std::string bytes((std::size_t{65} << 20) + 1, '\x80');
+    ASSERT_GT(bytes.size(), Ruvo::RuvoClientOptions().maxBlockBytes);
+    against(task("RUVO_TS_RETRIEVE_BLOB", i32(5)),
+            i32(0) + i32(static_cast<std::int64_t>(bytes.size())) + bytes,
+            [&](RuvoTasks& tasks) { EXPECT_TRUE(tasks.retrieve(5) == bytes); });
+}
+
+TEST(RuvoTasks, TakesLongAnswersUpToTheirOwnLimit) {
+    const std::string names = i32(0) + str("abcdefghi ");
+    const std::string block = i32(0) + i32(10) + "abcdefghij";
+    for (const std::uint32_t limit : {9U, 10U}) {
+        ScriptedDaemon daemon([&](ScriptedPeer& peer) {
+            peer.open();
+            peer.serve(task("RUVO_TS_LIST_EXEC"), names);
+            if (limit == 10) peer.serve(task("RUVO_TS_RETRIEVE_BLOB", i32(5)), block);
+            peer.awaitClose();
+        });
+        auto options = daemon.options();
+        options.maxLongBytes = limit;
+        RuvoClient client(options);
+        RuvoTasks tasks(client);
+        if (limit == 10) {
+            EXPECT_EQ(tasks.list(), std::vector<std::string>{"abcdefghi"});
+            EXPECT_EQ(tasks.retrieve(5), "abcdefghij");
+        } else {
+            expectProblem([&] { tasks.list(); }, RuvoProblem::Protocol);
+        }
+        EXPECT_EQ(client.isOpen(), limit == 10);
     }
 }
 

@@ -66,7 +66,8 @@ Exchange next(std::int32_t frequency) {
 void expectFrequency(const std::string& option, std::int32_t frequency) {
     const std::string plan =
         i32(frequency) + i32(11) + i32(22) + i32(2026) + i32(2) + i32(30) + i32(5);
-    Arguments arguments = {"schedule", "backup", "--at", "2026-11-22T02:30:05Z", "--", "prog", "-x"};
+    Arguments arguments = {"schedule", "backup", "--at", "2026-11-22T02:30:05Z",
+                           "--",       "prog",   "-x"};
     if (!option.empty()) arguments.insert(arguments.begin() + 2, option);
     const Result result = runAgainst(
         {{task("RUVO_TS_SCHEDULE", str("backup") + str("prog") + str("") + str("-x") + plan +
@@ -187,7 +188,8 @@ TEST(RuvoctlTask, ShowsATaskWithACommand) {
         lookup(),
         {task("RUVO_TS_TASK_STATE", i32(5)), i32(2)},
         next(0),
-        {task("RUVO_TS_EXECUTION_INFO", i32(5) + i32(24)), str("2026-11-21 02:30:07 UTC") + i32(23)},
+        {task("RUVO_TS_EXECUTION_INFO", i32(5) + i32(24)),
+         str("2026-11-21 02:30:07 UTC") + i32(23)},
         {task("RUVO_TS_EXIT_CODE", i32(5)), i32(7)}};
     const Result text = runAgainst(exchanges, {"show", "backup"});
     EXPECT_EQ(text.status, 0) << text.err;
@@ -197,7 +199,8 @@ TEST(RuvoctlTask, ShowsATaskWithACommand) {
           "(2026-11-21T02:30:07Z)\n", "(2026-11-22T02:30:05Z)\n"}) {
         EXPECT_TRUE(has(text.out, line)) << line << "\n" << text.out;
     }
-    const auto json = nlohmann::json::parse(runAgainst(exchanges, {"show", "backup", "--json"}).out);
+    const auto json =
+        nlohmann::json::parse(runAgainst(exchanges, {"show", "backup", "--json"}).out);
     EXPECT_EQ(json["name"], "backup");
     EXPECT_EQ(json["state"], "waiting");
     EXPECT_EQ(json["exitCode"], 7);
@@ -209,11 +212,13 @@ TEST(RuvoctlTask, ShowsATaskThatHasNotRun) {
         lookup(),
         {task("RUVO_TS_TASK_STATE", i32(5)), i32(2)},
         next(3),
-        {task("RUVO_TS_EXECUTION_INFO", i32(5) + i32(24)), str("1970-01-01 00:00:00 UTC") + i32(23)},
+        {task("RUVO_TS_EXECUTION_INFO", i32(5) + i32(24)),
+         str("1970-01-01 00:00:00 UTC") + i32(23)},
         {task("RUVO_TS_EXIT_CODE", i32(5)), i32(-999)}};
     const Result text = runAgainst(exchanges, {"show", "backup"});
     EXPECT_TRUE(has(text.out, "last run     none yet\nexit status  none yet\n")) << text.out;
-    const auto json = nlohmann::json::parse(runAgainst(exchanges, {"show", "backup", "--json"}).out);
+    const auto json =
+        nlohmann::json::parse(runAgainst(exchanges, {"show", "backup", "--json"}).out);
     EXPECT_TRUE(json["lastRun"].is_null());
     EXPECT_TRUE(json["exitCode"].is_null());
 }
@@ -223,7 +228,8 @@ TEST(RuvoctlTask, ShowsATaskWhoseTimeTheDaemonDoesNotTell) {
         lookup(),
         {task("RUVO_TS_GET_NEXT_TIME", i32(5)), i32(0) + str(std::string(19, ' ')) + i32(3)}};
     EXPECT_EQ(runAgainst(exchanges, {"next", "backup"}).out, "a time before 1970, once\n");
-    const auto json = nlohmann::json::parse(runAgainst(exchanges, {"next", "backup", "--json"}).out);
+    const auto json =
+        nlohmann::json::parse(runAgainst(exchanges, {"next", "backup", "--json"}).out);
     EXPECT_TRUE(json["nextRun"].is_null());
 }
 
@@ -379,6 +385,46 @@ TEST(RuvoctlTask, DoesNotWaitForATaskThatHasHadItsOnlyRun) {
         },
         {"wait", "backup"});
     EXPECT_EQ(result.status, 255);  // not 0, although the low byte is
+}
+
+namespace {
+
+// "task wait" of a task whose handle is known and that is gone: how the daemon
+// answers the question for its status.
+Result waitForGone(const std::string& answer, Arguments arguments) {
+    ScriptedDaemon daemon([&](ScriptedPeer& peer) {
+        peer.open();
+        peer.expect(u16(1) + engineRequest("SchedulerFollow", "RUVO_TS_FOLLOW"));
+        peer.read(number(peer.read(4)));  // the remote name
+        peer.read(4);
+        peer.expect(i32(5));
+        peer.send(i32(-9));
+        peer.serve(engineRequest("SchedulerFollow", "RUVO_TS_LAST_STATUS", i32(5)), answer);
+        peer.awaitClose();
+    });
+    arguments.insert(arguments.begin(), {"--port", std::to_string(daemon.port()), "task", "wait",
+                                         "--handle", "5"});
+    return run(arguments);
+}
+
+}  // namespace
+
+TEST(RuvoctlTask, EndsWithTheStatusOfATaskThatIsGone) {
+    const Result text = waitForGone(i32(0) + i32(9), {});
+    EXPECT_EQ(text.status, 9) << text.err;
+    EXPECT_EQ(text.out, "task 5 ended with status 9\n");
+    const Result none = waitForGone(i32(0) + i32(0), {"--json"});
+    EXPECT_EQ(none.status, 0) << none.err;
+    EXPECT_EQ(none.out, "{\"handle\":5,\"exitCode\":0}\n");
+}
+
+TEST(RuvoctlTask, TellsWhereATaskThatIsGoneHasNoStatus) {
+    const Result cancelled = waitForGone(i32(0) + i32(-999), {});
+    EXPECT_EQ(cancelled.status, 1);
+    EXPECT_TRUE(has(cancelled.err, "the task was cancelled before a run had ended")) << cancelled.err;
+    const Result unknown = waitForGone(i32(-9) + i32(0), {});
+    EXPECT_EQ(unknown.status, 1);
+    EXPECT_TRUE(has(unknown.err, "there is no task 5")) << unknown.err;
 }
 
 TEST(RuvoctlTask, TellsAWaitingOneOfTheCancel) {

@@ -102,6 +102,7 @@ int c_calls_lock_wait_given_up(uint16_t port) {
 int c_calls_tasks(uint16_t port) {
     ruvo_task_command command;
     ruvo_task_plan plan;
+    ruvo_task_name* names = NULL;
     char* text = NULL;
     size_t size = 0;
     int32_t value = 0;
@@ -143,6 +144,17 @@ int c_calls_tasks(uint16_t port) {
     CHECK(ruvo_task_retrieve(client, 18, &text, &size) == RUVO_OK);
     CHECK(size == 3 && memcmp(text, "a\0b", 4) == 0);
     ruvo_free(text);
+    CHECK(ruvo_task_list(client, &names, &size) == RUVO_OK);
+    CHECK(size == 3);
+    CHECK(names[0].size == 4 && strcmp(names[0].bytes, "name") == 0);
+    CHECK(names[1].size == 3 && memcmp(names[1].bytes, "a\0b", 4) == 0);
+    CHECK(names[2].size == 0 && names[2].bytes[0] == '\0');
+    ruvo_free(names);
+    CHECK(ruvo_task_list_blobs(client, &names, &size) == RUVO_OK);
+    CHECK(size == 0);
+    ruvo_free(names);
+    CHECK(ruvo_task_list(client, NULL, &size) == RUVO_ARGUMENT);
+    CHECK(ruvo_task_list_blobs(client, &names, NULL) == RUVO_ARGUMENT);
     CHECK(ruvo_task_follow(client, "tcp:127.0.0.1:1", 3, 17) == RUVO_OK);
     CHECK(ruvo_task_unfollow(client, "tcp:127.0.0.1:1", 3, 17) == RUVO_OK);
     CHECK(ruvo_task_last_status(client, 17, &value) == RUVO_OK);

@@ -139,7 +139,8 @@ TEST_F(RuvoTSScheduleCommandsTest, TakesWhateverValuesComeInADate) {
 
 TEST_F(RuvoTSScheduleCommandsTest, TakesNamesOfAMegabyte) {
     const std::string name(1 << 20, 'n');
-    const std::int32_t handle = OpenScheduler::schedule(name, name, name, kNoon + 60, 0, name, name);
+    const std::int32_t handle =
+        OpenScheduler::schedule(name, name, name, kNoon + 60, 0, name, name);
     EXPECT_GE(handle, 0);
     EXPECT_EQ(RuvoTSTaskSet::getInstance().find(name)->getHandle(), handle);
     EXPECT_GT(folder_.lines().at(0).size(), 5u << 20);
