@@ -19,7 +19,8 @@
 namespace RuvoBench {
 namespace {
 
-constexpr double kPausesMs = 500;  // between a task's time and its start, on purpose
+// On purpose: three pauses of 100 ms before a run's thread, one at its beginning.
+constexpr double kPausesMs = 400;
 constexpr double kMostMs = 1000;   // beyond them
 constexpr std::int64_t kLeadSeconds = 3;
 constexpr auto kPatience = std::chrono::seconds(60);

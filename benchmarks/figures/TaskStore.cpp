@@ -30,21 +30,13 @@ double rateOf(std::chrono::milliseconds slice, Change change) {
     return changes / std::chrono::duration<double>(Clock::now() - begin).count();
 }
 
-// What must be done to replace a file safely, and nothing else.
-void replaceFile(const std::string& content, const std::string& fresh, const std::string& current,
-                 const std::string& previous) {
-    ::unlink(fresh.c_str());
-    const Fd file(::open(fresh.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
+// Nothing but that, all of it needed for a file that is whole after a power cut.
+void writeFlushRename(const std::string& content, const std::string& fresh,
+                      const std::string& current) {
+    const Fd file(::open(fresh.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
     const auto size = static_cast<ssize_t>(content.size());
-    const bool written = ::write(file.get(), content.data(), content.size()) == size &&
-                         ::fdatasync(file.get()) == 0;
-    ::unlink(previous.c_str());
-    // There is no such file yet the first time.
-    [[maybe_unused]] const int kept = ::link(current.c_str(), previous.c_str());
-    const bool renamed = written && ::rename(fresh.c_str(), current.c_str()) == 0;
-    const std::string folder = current.substr(0, current.rfind('/') + 1);
-    const Fd names(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (!renamed || ::fsync(names.get()) != 0) {
+    if (::write(file.get(), content.data(), content.size()) != size ||
+        ::fdatasync(file.get()) != 0 || ::rename(fresh.c_str(), current.c_str()) != 0) {
         throw std::runtime_error("cannot replace a file");
     }
 }
@@ -64,8 +56,7 @@ void measure(const Settings& settings, const FigureSink& sink) {
     };
     const auto bare = [&] {
         return rateOf(settings.slice(), [&] {
-            replaceFile(content, folder.path("fresh"), folder.path("current"),
-                        folder.path("previous"));
+            writeFlushRename(content, folder.path("fresh"), folder.path("current"));
         });
     };
     sink(evaluate({.name = "task.store",

@@ -37,6 +37,16 @@ double secondsOf(clockid_t clock) {
     return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
 }
 
+double statusOf(pid_t pid, const std::string& wanted) {
+    std::ifstream file("/proc/" + std::to_string(pid) + "/status");
+    std::string word;
+    while (file >> word) {
+        double value = 0;
+        if (word == wanted && file >> value) return value;
+    }
+    throw std::runtime_error("no " + wanted + " of process " + std::to_string(pid));
+}
+
 }  // namespace
 
 ChildProcess::ChildProcess(const std::vector<std::string>& command, int processor,
@@ -107,15 +117,9 @@ bool ChildProcess::waitForEnd(int ms, int& status) {
     return ::waitpid(pid_, &status, 0) == pid_;
 }
 
-double residentKiB(pid_t pid) {
-    std::ifstream file("/proc/" + std::to_string(pid) + "/status");
-    std::string word;
-    while (file >> word) {
-        double kib = 0;
-        if (word == "VmRSS:" && file >> kib) return kib;
-    }
-    throw std::runtime_error("no memory figure of process " + std::to_string(pid));
-}
+double residentKiB(pid_t pid) { return statusOf(pid, "VmRSS:"); }
+
+double threadsOf(pid_t pid) { return statusOf(pid, "Threads:"); }
 
 double processorMs(pid_t pid) {
     std::ifstream file("/proc/" + std::to_string(pid) + "/stat");

@@ -39,6 +39,8 @@ private:
 
 // Of /proc/PID/status: resident memory in KiB.
 double residentKiB(pid_t pid);
+// The same: how many threads it has.
+double threadsOf(pid_t pid);
 // Of /proc/PID/stat: processor time in milliseconds, user and system.
 double processorMs(pid_t pid);
 // The same in seconds and to the nanosecond, of the process's own clock.

@@ -82,7 +82,9 @@ TEST(BareServer, FanWritesAsManyDeliveriesToEveryListener) {
         sendAll(client.get(),
                 {reinterpret_cast<const char*>(&deliveries), sizeof deliveries});
         listeners.drain(deliveries * 100);
-        for (std::size_t i = 0; i < listeners.size(); ++i) EXPECT_TRUE(isQuiet(listeners.socket(i)));
+        for (std::size_t i = 0; i < listeners.size(); ++i) {
+            EXPECT_TRUE(isQuiet(listeners.socket(i)));
+        }
     }
 }
 
@@ -100,6 +102,7 @@ TEST(ChildProcess, CountsItsProcessorTimeAlone) {
     ChildProcess child({"/bin/sh", "-c", "echo ready; while :; do :; done"}, serverProcessor(),
                        folder.path("errors"));
     EXPECT_EQ("ready", child.readLine());
+    EXPECT_EQ(1, threadsOf(child.pid()));
     const double own = ownProcessorSeconds();
     while (processorSeconds(child.pid()) < 0.02) continue;
     EXPECT_GT(ownProcessorSeconds(), own);
@@ -110,6 +113,7 @@ TEST(ChildProcess, WithoutAProcessHasNoFigures) {
     constexpr pid_t kNobody = 0x0FFFFFFF;
     EXPECT_THROW(residentKiB(kNobody), std::runtime_error);
     EXPECT_THROW(processorMs(kNobody), std::runtime_error);
+    EXPECT_THROW(threadsOf(kNobody), std::runtime_error);
     EXPECT_THROW(processorSeconds(kNobody), std::runtime_error);
 }
 

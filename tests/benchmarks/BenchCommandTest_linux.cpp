@@ -65,6 +65,19 @@ TEST(BenchCommand, MeasuresOneFigureOfAFamily) {
     EXPECT_THAT(outcome.output, HasSubstr("<= 1.25 x"));
 }
 
+TEST(BenchCommand, ComparesManyTasksWithFew) {
+    const Outcome outcome = run("--json --quick --rounds 1 --only task.waiting.threads task.store");
+    ASSERT_EQ(0, outcome.status) << outcome.output;
+    const auto figures = nlohmann::json::parse(outcome.output).at("figures");
+    ASSERT_EQ(2u, figures.size());
+    EXPECT_EQ("task.store", figures.at(0).at("name"));
+    EXPECT_GT(figures.at(0).at("ours"), 0);
+    EXPECT_GT(figures.at(0).at("bare"), 0);
+    EXPECT_EQ("task.waiting.threads", figures.at(1).at("name"));
+    EXPECT_GT(figures.at(1).at("bare"), 0);
+    EXPECT_EQ(figures.at(1).at("ours"), figures.at(1).at("bare"));
+}
+
 TEST(BenchCommand, RefusesNamesThatItDoesNotKnow) {
     const Outcome outcome = run("--only request.latencies");
     EXPECT_EQ(2, outcome.status);
