@@ -12,6 +12,8 @@ namespace {
 constexpr std::size_t kFew = 10;
 constexpr std::size_t kMany = 100'000;
 constexpr double kMostProcessorMs = 0.1;  // for each second
+// The daemon looks at the clock every five seconds: once at least in this time.
+constexpr std::chrono::seconds kQuiet(6);
 
 // When it answers, the daemon has read all of its tasks back.
 void awaitTasks(Conversation& conversation) {
@@ -21,11 +23,10 @@ void awaitTasks(Conversation& conversation) {
 }
 
 // Of the whole daemon, for each second in which nobody asks it anything.
-double quietProcessorMs(pid_t daemon, std::chrono::milliseconds quiet) {
+double quietProcessorMs(pid_t daemon) {
     const double before = processorSeconds(daemon);
-    std::this_thread::sleep_for(quiet);
-    const double busyMs = (processorSeconds(daemon) - before) * 1e3;
-    return busyMs / std::chrono::duration<double>(quiet).count();
+    std::this_thread::sleep_for(kQuiet);
+    return (processorSeconds(daemon) - before) * 1e3 / static_cast<double>(kQuiet.count());
 }
 
 // The daemon with many tasks beside the daemon with few, with one client each.
@@ -37,16 +38,12 @@ void measure(const Settings& settings, const FigureSink& sink) {
     awaitTasks(toMany);
     awaitTasks(toFew);
     if (settings.wants("task.waiting.processor")) {
-        // The daemon looks at the clock every few seconds; once at least in this time.
-        const std::chrono::milliseconds quiet(settings.quick ? 6000 : 11000);
-        Rounds rounds;
-        rounds.ours.push_back(quietProcessorMs(many.pid(), quiet));
         sink(evaluate({.name = "task.waiting.processor",
                        .unit = "ms/s",
                        .against = "",
                        .rule = Rule::ValueAtMost,
                        .limit = kMostProcessorMs},
-                      rounds));
+                      {.ours = {quietProcessorMs(many.pid())}, .bare = {}}));
     }
     if (settings.wants("task.waiting.threads")) {
         sink(evaluate({.name = "task.waiting.threads",

@@ -38,6 +38,40 @@ TEST_F(RuvoctlTasks, AreShownAndCancelled) {
     EXPECT_EQ(run({"cancel", "nightly"}).status, 1);
 }
 
+TEST_F(RuvoctlTasks, AreListedWithNamesAsLongAsTheyMayBe) {
+    const std::string name(1'048'576, '-');  // three times as long in the list
+    auto wire = client();
+    wire.send(WireText()
+                  .shortNumber(1)
+                  .request("Scheduler", "RUVO_TS_SCHEDULE")
+                  .string(name)
+                  .string("exit")
+                  .string("")
+                  .string("")
+                  .number(0)
+                  .number(5)
+                  .number(18)
+                  .number(2033)
+                  .number(3)
+                  .number(33)
+                  .number(20)
+                  .string(""));
+    ASSERT_GE(wire.readNumber(), 0);
+    done({"schedule", "beside", "--daily", "--at", "2033-05-18T03:33:20Z", "--", "exit"});
+    const std::string listed = done({"list"});
+    EXPECT_TRUE(listed == name + "\nbeside\n" || listed == "beside\n" + name + '\n');
+    EXPECT_EQ(json({"list"})["names"].size(), 2U);
+}
+
+TEST_F(RuvoctlTasks, EndWithTheStatusOfATaskThatIsGone) {
+    const auto scheduled = nlohmann::json::parse(
+        done({"schedule", "over", "--json", "--at", "+2s", "--shell", "--", "exit 9"}));
+    const std::string handle = scheduled["handle"].dump();
+    EXPECT_EQ(run({"wait", "over", "--for", "60"}).status, 9);
+    ASSERT_TRUE(waitUntil([&] { return run({"state", "over"}).status == 1; }));
+    EXPECT_EQ(run({"wait", "--handle", handle}).status, 9);
+}
+
 TEST_F(RuvoctlTasks, KeepBytes) {
     std::string bytes;
     for (int i = 0; i < 100'000; ++i) bytes += static_cast<char>(i);

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -53,7 +54,21 @@ protected:
         EXPECT_EQ(daemon_->stop(), 0);
         daemon_.reset();
     }
+    // From then on it is asked over UDP.
+    void useDatagrams() {
+        client_.emplace(WireClient::udp(daemon_->udpPort()));
+        client_->open();
+        pieceBytes_ = kDatagramBytes;
+    }
     WireClient& client() { return *client_; }
+    void send(const WireText& text) {
+        std::string_view bytes = text.text();
+        while (!bytes.empty()) {
+            const std::string_view piece = bytes.substr(0, pieceBytes_);
+            client().send(piece);
+            bytes.remove_prefix(piece.size());
+        }
+    }
     Daemon& daemon() { return *daemon_; }
 
     std::int32_t schedule(const std::string& name, const std::string& program,
@@ -62,7 +77,7 @@ protected:
         WireText request =
             ask("RUVO_TS_SCHEDULE").string(name).string(program).string("").string(params);
         addTime(request, frequency, time).string(log);
-        client().send(request);
+        send(request);
         return client().readNumber();
     }
     std::int32_t scheduleBlob(const std::string& name, const std::string& bytes, std::int64_t time,
@@ -71,11 +86,11 @@ protected:
                                .string(name)
                                .number(static_cast<std::int64_t>(bytes.size()));
         request.bytes(bytes);
-        client().send(addTime(request, frequency, time));
+        send(addTime(request, frequency, time));
         return client().readNumber();
     }
     std::int32_t number(const WireText& request) {
-        client().send(request);
+        send(request);
         return client().readNumber();
     }
     std::int32_t lookup(const std::string& name) {
@@ -87,11 +102,25 @@ protected:
         EXPECT_EQ(number(ask("RUVO_TS_LIST_EXEC")), 0);
         return client().readString();
     }
+    std::string listBlobs() {
+        EXPECT_EQ(number(ask("RUVO_TS_LIST_BLOB")), 0);
+        return client().readString();
+    }
+    std::string retrieve(std::int32_t task) {
+        EXPECT_EQ(number(ask("RUVO_TS_RETRIEVE_BLOB", task)), 0);
+        return client().read(static_cast<std::uint32_t>(client().readNumber()));
+    }
     std::string lastRun(std::int32_t task) {
-        client().send(ask("RUVO_TS_EXECUTION_INFO", task).number(24));
+        send(ask("RUVO_TS_EXECUTION_INFO", task).number(24));
         std::string text = client().readString();
         EXPECT_EQ(client().readNumber(), static_cast<std::int32_t>(text.size()));
         return text;
+    }
+    // The code behind the empty text that is the answer where there is none.
+    std::int32_t noLastRun(std::int32_t task, std::int32_t room) {
+        send(ask("RUVO_TS_EXECUTION_INFO", task).number(room));
+        EXPECT_EQ(client().readString(), "");
+        return client().readNumber();
     }
     std::string nextTime(std::int32_t task, std::int32_t frequency) {
         EXPECT_EQ(number(ask("RUVO_TS_GET_NEXT_TIME", task)), 0);
@@ -102,7 +131,10 @@ protected:
     std::string file(std::string_view name) const { return folder_.file(name); }
 
 private:
+    static constexpr std::size_t kDatagramBytes = 512;
+
     const TemporaryDirectory folder_;
+    std::size_t pieceBytes_ = std::string::npos;
     std::optional<Daemon> daemon_;
     std::optional<WireClient> client_;
 };

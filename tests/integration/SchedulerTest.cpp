@@ -12,48 +12,70 @@
 namespace IntegrationTests {
 namespace {
 
-TEST_F(Scheduler, AnswersEachCommand) {
-    const std::int32_t task = schedule("a b", "true", "", kIn2033, kDaily);
-    ASSERT_GE(task, 0);
-    EXPECT_EQ(schedule("a b", "false", "", kIn2033, kOnce), -11);
-    const std::string bytes("a\0\xff", 3);
-    const std::int32_t blob = scheduleBlob("blob", bytes, kIn2033, kOnce);
-    ASSERT_GE(blob, 0);
-    EXPECT_EQ(lookup("a b"), task);
-    EXPECT_EQ(lookup("a"), -9);
-    EXPECT_EQ(state(task), 2);
-    EXPECT_EQ(exitCode(task), -999);
-    EXPECT_EQ(exitCode(blob), -9);
-    EXPECT_EQ(lastRun(task), "1970-01-01 00:00:00 UTC");
-    EXPECT_EQ(nextTime(task, kDaily), "2033 05 18 03 33 20");
-    EXPECT_EQ(list(), "a%20b ");
-    EXPECT_EQ(number(ask("RUVO_TS_LIST_BLOB")), 0);
-    EXPECT_EQ(client().readString(), "blob ");
-    EXPECT_EQ(number(ask("RUVO_TS_RETRIEVE_BLOB", blob)), 0);
-    EXPECT_EQ(client().readNumber(), 3);
-    EXPECT_EQ(client().read(3), bytes);
-    EXPECT_EQ(number(ask("RUVO_TS_CANCEL", task)), task);
-    EXPECT_EQ(number(ask("RUVO_TS_CANCEL", task)), -9);
-    EXPECT_EQ(number(ask("RUVO_TS_GET_NEXT_TIME", task)), -9);
-    EXPECT_EQ(client().readString(), "task_not_scheduled");
-    EXPECT_EQ(client().readNumber(), 0);
-    EXPECT_EQ(number(ask("RUVO_TS_RETRIEVE_BLOB", task)), -9);
-    EXPECT_EQ(client().readNumber(), 0);
-    EXPECT_EQ(state(blob), 2);  // nothing is left over of the answers
-    EXPECT_EQ(number(ask("RUVO_TS_NO_COMMAND")), -999);
+// All eleven, with what they answer when they cannot do it.
+class SchedulerCommands : public Scheduler {
+protected:
+    void makeTasks() {
+        EXPECT_EQ(list(), "");
+        EXPECT_EQ(listBlobs(), "");
+        task_ = schedule("a b", "true", "", kIn2033, kDaily);
+        ASSERT_GE(task_, 0);
+        EXPECT_EQ(schedule("a b", "false", "", kIn2033, kOnce), -11);
+        blob_ = scheduleBlob("blob", bytes_, kIn2033, kOnce);
+        ASSERT_GE(blob_, 0);
+        EXPECT_EQ(scheduleBlob("blob", "", kIn2033, kOnce), -11);
+        EXPECT_GE(schedule(longName_, "true", "", kIn2033 + 1, kOnce), 0);
+    }
+    void askEverything() {
+        EXPECT_EQ(lookup("a b"), task_);
+        EXPECT_EQ(lookup("a"), -9);
+        EXPECT_EQ(state(task_), 2);
+        EXPECT_EQ(exitCode(task_), -999);
+        EXPECT_EQ(exitCode(blob_), -9);
+        EXPECT_EQ(lastRun(task_), "1970-01-01 00:00:00 UTC");
+        EXPECT_EQ(noLastRun(task_, 23), 24);
+        EXPECT_EQ(noLastRun(blob_, 24), -9);
+        EXPECT_EQ(nextTime(task_, kDaily), "2033 05 18 03 33 20");
+        EXPECT_EQ(nextTime(blob_, kOnce), "2033 05 18 03 33 20");
+        EXPECT_EQ(list(), "a%20b " + longName_ + ' ');
+        EXPECT_EQ(listBlobs(), "blob ");
+        EXPECT_EQ(retrieve(blob_), bytes_);
+    }
+    void cancelOne() {
+        EXPECT_EQ(number(ask("RUVO_TS_CANCEL", task_)), task_);
+        EXPECT_EQ(number(ask("RUVO_TS_CANCEL", task_)), -9);
+        EXPECT_EQ(lookup("a b"), -9);
+        EXPECT_EQ(state(task_), -9);
+        EXPECT_EQ(exitCode(task_), -9);
+        EXPECT_EQ(noLastRun(task_, 24), -9);
+        EXPECT_EQ(number(ask("RUVO_TS_GET_NEXT_TIME", task_)), -9);
+        EXPECT_EQ(client().readString(), "task_not_scheduled");
+        EXPECT_EQ(client().readNumber(), 0);
+        EXPECT_EQ(number(ask("RUVO_TS_RETRIEVE_BLOB", task_)), -9);
+        EXPECT_EQ(client().readNumber(), 0);
+        EXPECT_EQ(state(blob_), 2);  // nothing is left over of the answers
+        EXPECT_EQ(number(ask("RUVO_TS_NO_COMMAND")), -999);
+    }
+
+private:
+    // In more than one datagram each, there and back.
+    const std::string bytes_ = std::string("a\0\xff", 3) + std::string(2000, '\x80');
+    const std::string longName_ = std::string(1500, 'x');
+    std::int32_t task_ = -1;
+    std::int32_t blob_ = -1;
+};
+
+TEST_F(SchedulerCommands, AreAnswered) {
+    makeTasks();
+    askEverything();
+    cancelOne();
 }
 
-TEST_F(Scheduler, IsReachedOverDatagrams) {
-    auto udp = WireClient::udp(daemon().udpPort());
-    udp.send("RUVO\n");
-    EXPECT_EQ(udp.readDatagram(), "+\r\n");
-    WireText request = ask("RUVO_TS_SCHEDULE").string("udp").string("true").string("").string("");
-    udp.send(addTime(request, kOnce, kIn2033).string(""));
-    const std::string handle = udp.readDatagram();
-    EXPECT_EQ(handle, WireText().number(lookup("udp")).text());
-    udp.send(ask("RUVO_TS_CANCEL").bytes(handle));
-    EXPECT_EQ(udp.readDatagram(), handle);
-    EXPECT_EQ(lookup("udp"), -9);
+TEST_F(SchedulerCommands, AreAnsweredOverDatagrams) {
+    useDatagrams();
+    makeTasks();
+    askEverything();
+    cancelOne();
 }
 
 TEST_F(Scheduler, RunsACommandAtItsTime) {

@@ -34,6 +34,7 @@ protected:
         return nlohmann::json::parse(done(arguments));
     }
     std::string file(std::string_view name) const { return folder_.file(name); }
+    WireClient client() const { return daemon_.client(); }
 
 private:
     const TemporaryDirectory folder_;

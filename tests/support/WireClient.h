@@ -35,7 +35,8 @@ class WireClient {
 public:
     // Connects to a TCP port of this machine.
     explicit WireClient(std::uint16_t port);
-    // A UDP client of a port; each send is one datagram.
+    // A UDP client of a port; each send is one datagram. Reads take the datagrams
+    // that come as one stream of bytes, but for readDatagram().
     static WireClient udp(std::uint16_t port);
 
     void send(std::string_view bytes);
@@ -67,9 +68,14 @@ public:
     void reset();
 
 private:
-    explicit WireClient(VornPlatform::Socket socket) : socket_(std::move(socket)) {}
+    explicit WireClient(VornPlatform::Socket socket)
+        : socket_(std::move(socket)), isDatagrams_(true) {}
+    // At most `count` bytes of what is there; empty at the end.
+    std::string receive(std::size_t count);
 
     VornPlatform::Socket socket_;
+    bool isDatagrams_ = false;
+    std::string held_;  // of the last datagram, not read yet
 };
 
 // A TCP or UDP port of loopback that nobody uses at the moment.

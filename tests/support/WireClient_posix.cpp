@@ -8,6 +8,7 @@
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <stdexcept>
 #include <utility>
 
@@ -18,7 +19,7 @@ using VornPlatform::OsError;
 using VornPlatform::Socket;
 using VornPlatform::SocketAddress;
 
-constexpr std::size_t kLargestDatagram = 65536;
+constexpr std::size_t kLargestRead = 65536;  // no datagram is larger
 
 void check(OsError error, const char* what) {
     if (error) throw std::runtime_error(std::string(what) + ": " + error.text());
@@ -110,26 +111,37 @@ bool WireClient::hasInput(std::chrono::milliseconds bound) {
     return wait.canRead;
 }
 
+std::string WireClient::receive(std::size_t count) {
+    if (held_.empty()) {
+        const std::size_t room = isDatagrams_ ? kLargestRead : std::min(count, kLargestRead);
+        std::string bytes(room, '\0');
+        const auto got = VornPlatform::receiveNow(socket_.handle(), bytes.data(), bytes.size());
+        bytes.resize(got.error ? 0 : got.count);
+        if (!isDatagrams_) return bytes;
+        held_ = std::move(bytes);
+    }
+    const std::string bytes = held_.substr(0, count);
+    held_.erase(0, count);
+    return bytes;
+}
+
 std::string WireClient::read(std::size_t count) {
-    std::string bytes(count, '\0');
-    std::size_t have = 0;
-    while (have < count) {
-        if (!hasInput(kPatience)) {
-            throw std::runtime_error("got " + std::to_string(have) + " of " +
+    std::string bytes;
+    while (bytes.size() < count) {
+        if (held_.empty() && !hasInput(kPatience)) {
+            throw std::runtime_error("got " + std::to_string(bytes.size()) + " of " +
                                      std::to_string(count) + " bytes in time");
         }
-        const auto got =
-            VornPlatform::receiveNow(socket_.handle(), bytes.data() + have, count - have);
-        if (got.error || got.count == 0) break;
-        have += got.count;
+        const std::string more = receive(count - bytes.size());
+        if (more.empty()) break;
+        bytes += more;
     }
-    bytes.resize(have);
     return bytes;
 }
 
 std::string WireClient::readDatagram() {
     if (!hasInput(kPatience)) throw std::runtime_error("no datagram came in time");
-    std::string bytes(kLargestDatagram, '\0');
+    std::string bytes(kLargestRead, '\0');
     const auto got = VornPlatform::receiveNow(socket_.handle(), bytes.data(), bytes.size());
     check(got.error, "receive");
     bytes.resize(got.count);
