@@ -1,6 +1,6 @@
 #include "client/RuvoClient.h"
 #include "tests/client/ScriptedDaemon.h"
-#include "tests/runtime/support/AllocationCount.h"
+#include "tests/client/TakenMemory.h"
 #include "tests/support/TestSupport.h"
 
 #include <gtest/gtest.h>
@@ -348,11 +348,11 @@ TEST(RuvoClient, TakesNoMemoryForASizeThatIsOnlyDeclared) {
         });
         RuvoClient client(daemon.options());
         client.send(lookup());
-        const std::size_t before = AllocationCount::ofThisThread().bytes;
+        const std::size_t before = memoryTakenByThisThread();
         const auto read =
             [&] { isText ? client.readLongString() : client.readLongBytes(client.readInt()); };
         EXPECT_EQ(problemOf(read), RuvoProblem::Closed);
-        const std::size_t taken = AllocationCount::ofThisThread().bytes - before;
+        const std::size_t taken = memoryTakenByThisThread() - before;
         EXPECT_GT(taken, 0U);
         EXPECT_LT(taken, std::size_t{1} << 20);
     }

@@ -421,7 +421,8 @@ TEST(RuvoctlTask, EndsWithTheStatusOfATaskThatIsGone) {
 TEST(RuvoctlTask, TellsWhereATaskThatIsGoneHasNoStatus) {
     const Result cancelled = waitForGone(i32(0) + i32(-999), {});
     EXPECT_EQ(cancelled.status, 1);
-    EXPECT_TRUE(has(cancelled.err, "the task was cancelled before a run had ended")) << cancelled.err;
+    EXPECT_TRUE(has(cancelled.err, "the task was cancelled before a run had ended"))
+        << cancelled.err;
     const Result unknown = waitForGone(i32(-9) + i32(0), {});
     EXPECT_EQ(unknown.status, 1);
     EXPECT_TRUE(has(unknown.err, "there is no task 5")) << unknown.err;
