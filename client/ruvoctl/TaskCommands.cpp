@@ -448,28 +448,16 @@ void addTaskCommands(CLI::App& app, Session& session) {
     addFollowing(*task, session, "wait", "Wait for the end of a run and end with its status",
                  std::make_shared<TaskOptions>(), wait)
         ->footer(
-            "Standard output has a line if, and only if, a run came to its end; the exit status
-"
-            "is the run's then, of which 0 to 255 are handed on (255 for others whose last
-"
-            "eight bits are 0). Without that line it is our own: 1 no such task, cancelled or
-"
-            "--for is over, 2 bad usage, 3 the daemon cannot be reached or has gone, 4 the line
-"
-            "could not be written. With --json the line has the whole status as \"exitCode\".
-
-"
-            "A task that ran once is gone, and its name with it; the daemon remembers the status
-"
-            "of the last thousand such tasks by their handles, which scheduling tells.
-
-"
-            "Examples:
-"
-            "  ruvoctl task wait nightly-backup --for 3600
-"
-            "  ruvoctl task wait --handle 1234567
-"
+            "Standard output has a line if, and only if, a run came to its end; the exit status\n"
+            "is the run's then, of which 0 to 255 are handed on (255 for others whose last\n"
+            "eight bits are 0). Without that line it is our own: 1 no such task, cancelled or\n"
+            "--for is over, 2 bad usage, 3 the daemon cannot be reached or has gone, 4 the line\n"
+            "could not be written. With --json the line has the whole status as \"exitCode\".\n\n"
+            "A task that ran once is gone, and its name with it; the daemon remembers the status\n"
+            "of the last thousand such tasks by their handles, which scheduling tells.\n\n"
+            "Examples:\n"
+            "  ruvoctl task wait nightly-backup --for 3600\n"
+            "  ruvoctl task wait --handle 1234567\n"
             "  ended=$(ruvoctl task wait nightly-backup --json) && echo \"$ended\"");
     auto options = std::make_shared<TaskOptions>();
     CLI::App* const watching = addFollowing(
