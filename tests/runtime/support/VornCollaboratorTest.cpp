@@ -2,6 +2,7 @@
 
 #include "runtime/support/VornSmartPointer.h"
 #include "runtime/support/VornThreadName.h"
+#include "tests/runtime/platform/NativeProbe.h"
 #include "tests/runtime/support/AllocationCount.h"
 
 #include <gtest/gtest.h>
@@ -437,7 +438,9 @@ TEST(VornCollaborator, RemovesWithoutMemory) {
     source.addDependent(remover);
     source.notify(VornNotification());
     EXPECT_EQ(told, "abc!");
-    EXPECT_GT(refusals, 0);
+    if (NativeProbe::replacesAllocationEverywhere()) {
+        EXPECT_GT(refusals, 0);
+    }
     a.reset();
     told.clear();
     source.removeDependent(remover);
