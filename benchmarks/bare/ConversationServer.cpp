@@ -10,13 +10,15 @@ namespace {
 
 constexpr int kAnswer = 1;
 
-// What every request costs the daemon on the wire: a count, the names of engine
-// and command, one argument; the answer goes out before the next wait.
+// What every request costs the daemon on the wire: a count, the number that every
+// request begins with, the names of engine and command, one argument; the answer
+// goes out before the next wait.
 void converse(VornNet::VornConnection& connection) {
     std::string engine;
     std::string command;
     for (;;) {
         for (int left = connection.readUnsignedShort(); left > 0; --left) {
+            connection.readUnsignedShort();
             connection.readString(engine);
             connection.readString(command);
             connection.readInt();
