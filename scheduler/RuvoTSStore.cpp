@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <exception>
+#include <utility>
 
 namespace RuvoService {
 
@@ -95,7 +96,7 @@ bool RuvoTSStore::begin() {
     buffer_.clear();
     error_ = file_.create(names_.fresh);
     if (!error_) return true;
-    note("cannot write " + names_.fresh + ": " + error_.text() + "; the old store stays");
+    note(Lack::All, "cannot write " + names_.fresh + ": " + error_.text() + "; the old store stays");
     return false;
 }
 
@@ -120,33 +121,42 @@ bool RuvoTSStore::finish() {
     }
     if (error_) {
         VornPlatform::removeFile(names_.fresh);  // a full disk needs the room
-        note(what + ": " + error_.text() + "; the old store stays");
+        note(Lack::All, what + ": " + error_.text() + "; the old store stays");
         return false;
     }
+    flushName();
+    return true;
+}
+
+bool RuvoTSStore::flushName() {
     if (const auto error = VornPlatform::flushFolderOf(names_.current)) {
-        note("cannot flush the folder of " + names_.current + ": " + error.text() +
-             "; the new store may be lost when the system stops now");
-        return true;
+        note(Lack::Name, "cannot flush the folder of " + names_.current + ": " + error.text() +
+                             "; the new store may be lost when the system stops now");
+        return false;
     }
-    if (!condition_.empty()) {
-        condition_.clear();
+    condition_.clear();
+    if (std::exchange(lack_, Lack::Nothing) != Lack::Nothing) {
         VORN_LOG(2, "RuvoTSTaskSet::recordTaskSet: " << names_.current << " is written again");
     }
     return true;
 }
 
 void RuvoTSStore::abandon(const char* reason) noexcept {
+    const bool lacked = lack_ == Lack::All;
+    lack_ = Lack::All;
     try {
         file_.close();
         std::string().swap(buffer_);
         VornPlatform::removeFile(names_.fresh);
-        note("cannot write " + names_.fresh + ": " + reason + "; the old store stays");
+        note(Lack::All, "cannot write " + names_.fresh + ": " + reason + "; the old store stays");
     } catch (const std::exception&) {
+        if (lacked) return;
         VORN_LOG(2, "RuvoTSTaskSet::recordTaskSet: no memory; the old store stays");
     }
 }
 
-void RuvoTSStore::note(const std::string& condition) {
+void RuvoTSStore::note(Lack lack, const std::string& condition) {
+    lack_ = lack;
     if (condition == condition_) return;
     condition_ = condition;
     VORN_LOG(2, "RuvoTSTaskSet::recordTaskSet: " << condition);

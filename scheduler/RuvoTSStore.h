@@ -14,10 +14,10 @@ namespace RuvoService {
 // The file in which the tasks outlive the service: "RuvoTSEngineExecTasks.dat"
 // in the folder of temporary files. It is always written whole, under another
 // name, flushed to the disk, and then takes the old one's place in one step, which
-// is flushed as well; the old one becomes ".bak". So at every moment there is a ".dat" with either all
-// of the old tasks or all of the new. When it cannot be written, the old one
-// stays; that is logged at level 2 when it begins, when its cause changes and
-// when it is over. One thread at a time.
+// is flushed as well; the old one becomes ".bak". So at every moment there is a
+// ".dat" with either all of the old tasks or all of the new. When it cannot be
+// written, the old one stays; that is logged at level 2 when it begins, when its
+// cause changes and when it is over. One thread at a time.
 class VORN_EXPORT RuvoTSStore {
 public:
     struct Names {
@@ -41,10 +41,17 @@ public:
     bool finish();
     // After an exception since begin(): as a failing disk.
     void abandon(const char* reason) noexcept;
+    // What of the last store that was begun is not on the disk. Its name alone: it
+    // has the old one's place, but a system that stops may not know of that.
+    enum class Lack { Nothing, Name, All };
+    Lack lack() const { return lack_; }
+    // Puts the name there, if nothing else is lacking. False: it could not.
+    bool flushName();
 
     // Gives each line of a store to `visit`, without its "\n". False, with the
     // reason, when there is a file that cannot be read to its end, or that others
-    // may have written (VornPlatform::OwnFile); a missing one is an empty one. Lines of more than longestLine() bytes are left out.
+    // may have written (VornPlatform::OwnFile); a missing one is an empty one. Lines
+    // of more than longestLine() bytes are left out.
     static bool read(const std::string& file, const std::function<void(std::string_view)>& visit,
                      std::string& reason);
     // What the longest task that "ruvod.limits" lets in takes; never less than
@@ -52,13 +59,14 @@ public:
     static std::size_t longestLine();
 
 private:
-    void note(const std::string& condition);
+    void note(Lack lack, const std::string& condition);
 
     Names names_;
     VornPlatform::FreshFile file_;
     VornPlatform::OsError error_;  // the first one since begin()
     std::string buffer_;
-    std::string condition_;  // why the last one could not be written; empty: it was
+    Lack lack_ = Lack::Nothing;
+    std::string condition_;  // why; empty also when there was no memory to keep it
 };
 
 }  // namespace RuvoService

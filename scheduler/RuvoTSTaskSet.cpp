@@ -20,6 +20,7 @@ namespace {
 constexpr std::size_t kAtOnce = 512;
 
 std::atomic<void (*)()> whileWriting{nullptr};
+std::atomic<long> retryMs{RuvoTSTaskSet::kRetryMs};
 
 }  // namespace
 
@@ -33,18 +34,34 @@ void RuvoTSTaskSet::open(const std::function<bool()>& load) {
     VornCriticalSection writing(fileLock_);
     VornCriticalSection lock(setLock_);
     writable_ = load();
+    onDisk_ = written_ = changes_;
     open_ = true;
 }
 
 std::vector<RuvoTSTaskSet::Task> RuvoTSTaskSet::release() {
-    VornCriticalSection writing(fileLock_);
-    VornCriticalSection lock(setLock_);
-    open_ = false;
-    count_ = 0;
-    byHandle_.clear();
-    byName_.clear();
-    removed_.clear();
-    return std::exchange(tasks_, {});
+    std::vector<Task> tasks;
+    {
+        VornCriticalSection writing(fileLock_);
+        retrying_ = false;
+        VornCriticalSection lock(setLock_);
+        while (isBehindLocked()) {
+            lock.unlock();
+            const bool written = attempt();
+            lock.lock();
+            if (written) continue;
+            VORN_LOG(2, "RuvoTSTaskSet::release: the store is without the latest changes: tasks "
+                        "that were removed come back, and some that were added do not");
+            break;
+        }
+        open_ = false;
+        count_ = 0;
+        byHandle_.clear();
+        byName_.clear();
+        removed_.clear();
+        tasks.swap(tasks_);
+    }
+    retry_.stop();  // waits for a receiver that may wait for the lock
+    return tasks;
 }
 
 // ---- the table -------------------------------------------------------------------
@@ -184,6 +201,7 @@ std::optional<std::int32_t> RuvoTSTaskSet::lastStatus(std::int32_t handle) const
 // ---- the store -------------------------------------------------------------------
 
 void RuvoTSTaskSet::setWhileWritingForTest(void (*hook)()) { whileWriting = hook; }
+void RuvoTSTaskSet::setRetryMsForTest(long ms) { retryMs = ms; }
 
 void RuvoTSTaskSet::recordTaskSet() {
     VornCriticalSection lock(setLock_);
@@ -198,18 +216,52 @@ void RuvoTSTaskSet::record(std::uint64_t change) {
     VORN_LOG(9, "RuvoTSTaskSet::recordTaskSet enter ");
     VornCriticalSection lock(fileLock_);
     if (written_ >= change) return;
+    attempt();
+    if (store_.lack() == RuvoTSStore::Lack::Nothing || retrying_) return;
     try {
-        writeStore();
-    } catch (const std::exception& e) {
-        store_.abandon(e.what());
+        retry_.start(retryMs, false);
+        retrying_ = true;
+    } catch (const std::exception&) {
+        // No memory for that either: the next change tries it.
     }
 }
 
-void RuvoTSTaskSet::writeStore() {
+// False when the store is an older one.
+bool RuvoTSTaskSet::attempt() {
+    try {
+        if (!writeStore()) return false;
+        onDisk_ = written_;
+        return true;
+    } catch (const std::exception& e) {
+        store_.abandon(e.what());
+        return false;
+    }
+}
+
+void RuvoTSTaskSet::Retry::timerFired() { getInstance().tryAgain(); }
+
+void RuvoTSTaskSet::tryAgain() {
+    VornCriticalSection lock(fileLock_);
+    if (!retrying_) return;  // it has been released
+    if (store_.lack() == RuvoTSStore::Lack::All) {
+        attempt();
+    } else {
+        store_.flushName();
+    }
+    if (store_.lack() != RuvoTSStore::Lack::Nothing) return;
+    retrying_ = false;
+    retry_.stop();  // waits for nothing: this is the receiver
+}
+
+bool RuvoTSTaskSet::isBehindLocked() const {
+    return open_ && writable_ && onDisk_ < changes_;
+}
+
+bool RuvoTSTaskSet::writeStore() {
     std::vector<Task> some;
     some.reserve(kAtOnce);
     std::uint64_t end = 0;
-    if (!beginStore(end) || !store_.begin()) return;
+    if (!beginStore(end) || !store_.begin()) return false;
     if (const auto hook = whileWriting.load()) hook();
     // A task that is removed meanwhile may be left out or not: who removed it
     // writes again before anybody is told.
@@ -221,7 +273,7 @@ void RuvoTSTaskSet::writeStore() {
                             << "TASK=" << task->getName());
         }
     }
-    store_.finish();
+    return store_.finish();
 }
 
 // False when there is to be no store. What changes from here on is for the next.

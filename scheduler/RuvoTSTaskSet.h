@@ -3,6 +3,7 @@
 #include "runtime/platform/Export.h"
 #include "runtime/support/VornCriticalSection.h"
 #include "runtime/support/VornSmartPointer.h"
+#include "runtime/support/VornTimer.h"
 #include "scheduler/RuvoTSStore.h"
 #include "scheduler/RuvoTSTask.h"
 
@@ -21,7 +22,8 @@ namespace RuvoService {
 // The table of live tasks, in the order of insertion, found by handle and by
 // name. Each insertion by a command and each removal returns when the store has
 // been written with it, or could not be; several that come while a store is
-// written share the next one. Who only looks tasks up never waits for the disk,
+// written share the next one. What could not be written is tried again with the
+// next change, every kRetryMs, and when the set is released. Who only looks tasks up never waits for the disk,
 // and may find a task that is not in the store yet. One a process; open between
 // the engine's initialize() and cleanup(). While it is not open it writes
 // nothing: a store that has not been read back must not be replaced by one that
@@ -42,7 +44,7 @@ public:
     // stays closed.
     void open(const std::function<bool()>& load) VORN_EXCLUDES(setLock_, fileLock_);
     // Gives out all tasks and is empty and closed. The store stays; one that is
-    // being written is finished first.
+    // being written is finished first, and one that lacks a change is written.
     std::vector<Task> release() VORN_EXCLUDES(setLock_, fileLock_);
 
     // Inserts what `make` returns, and writes the store, unless there is a task
@@ -72,6 +74,9 @@ public:
     // Writes the store; RuvoTSStore says what becomes of failures.
     void recordTaskSet() VORN_EXCLUDES(setLock_, fileLock_);
 
+    // Between two attempts at a store that could not be written.
+    static constexpr long kRetryMs = 5000;
+    static void setRetryMsForTest(long ms);
     // Called by who writes a store, when it has begun; null: nothing.
     static void setWhileWritingForTest(void (*hook)());
 
@@ -83,7 +88,10 @@ private:
         VORN_REQUIRES(setLock_);
     // Returns when the store holds the changes_ up to `change`.
     void record(std::uint64_t change) VORN_EXCLUDES(setLock_, fileLock_);
-    void writeStore() VORN_REQUIRES(fileLock_) VORN_EXCLUDES(setLock_);
+    bool attempt() VORN_REQUIRES(fileLock_) VORN_EXCLUDES(setLock_);
+    void tryAgain() VORN_EXCLUDES(setLock_, fileLock_);
+    bool isBehindLocked() const VORN_REQUIRES(fileLock_, setLock_);
+    bool writeStore() VORN_REQUIRES(fileLock_) VORN_EXCLUDES(setLock_);
     bool beginStore(std::uint64_t& end) VORN_REQUIRES(fileLock_) VORN_EXCLUDES(setLock_);
     bool takeSome(std::uint64_t& place, std::uint64_t end, std::vector<Task>& some) const
         VORN_EXCLUDES(setLock_);
@@ -113,6 +121,13 @@ private:
     VornSupport::VornCriticalSectionObject fileLock_;
     RuvoTSStore store_ VORN_GUARDED_BY(fileLock_);
     std::uint64_t written_ VORN_GUARDED_BY(fileLock_) = 0;  // of changes_, or tried
+    std::uint64_t onDisk_ VORN_GUARDED_BY(fileLock_) = 0;   // of changes_
+    // Fires while the store lacks something; never waited for under fileLock_.
+    class Retry : public VornSupport::VornTimer {
+        void timerFired() override;
+    };
+    Retry retry_;
+    bool retrying_ VORN_GUARDED_BY(fileLock_) = false;
 };
 
 }  // namespace RuvoService

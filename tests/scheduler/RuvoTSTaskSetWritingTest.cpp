@@ -1,14 +1,17 @@
 // What others may do while one thread writes the store.
 
+#include "runtime/support/VornTimer.h"
 #include "scheduler/RuvoTSExecTask.h"
 #include "scheduler/RuvoTSTaskSet.h"
 #include "tests/scheduler/SchedulerTestTools.h"
+#include "tests/support/LogCapture.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <chrono>
 #include <condition_variable>
+#include <filesystem>
 #include <functional>
 #include <future>
 #include <mutex>
@@ -209,6 +212,104 @@ TEST_F(RuvoTSTaskSetWritingTest, TheSetIsNotReleasedBeforeTheStoreIsWhole) {
     for (const Task& task : released.get()) task->retire();
     EXPECT_EQ(linesOf("a"), 1);
     EXPECT_TRUE(scheduled.get());
+}
+
+// ---- a store that cannot be written ----------------------------------------------
+
+// A folder stands where the new store would be written.
+class RuvoTSTaskSetRetryTest : public RuvoTSTaskSetWritingTest {
+protected:
+    static constexpr long kNever = 1'000'000;
+    explicit RuvoTSTaskSetRetryTest() { RuvoTSTaskSet::setRetryMsForTest(kNever); }
+    ~RuvoTSTaskSetRetryTest() override {
+        RuvoTSTaskSet::setRetryMsForTest(RuvoTSTaskSet::kRetryMs);
+        RuvoTSTaskSet::setWhileWritingForTest(nullptr);
+    }
+    Task scheduleNow(const std::string& name) {
+        return set_.schedule(name, [&] { return exec(name); });
+    }
+    void breakStore() { std::filesystem::create_directory(TestSupport::toPath(folder_.fresh())); }
+    void mendStore() { std::filesystem::remove(TestSupport::toPath(folder_.fresh())); }
+    void remove(const Task& task) {
+        task->finish();
+        set_.remove(task->getHandle());
+    }
+    std::size_t told(const std::string& end) const {
+        std::size_t count = 0;
+        for (const std::string& text : log_.texts(2)) count += text.ends_with(end) ? 1u : 0u;
+        return count;
+    }
+
+    const TestSupport::LogCapture log_{2};
+};
+
+TEST_F(RuvoTSTaskSetRetryTest, WritesAgainByItselfWhenTheFaultIsOver) {
+    RuvoTSTaskSet::setRetryMsForTest(10);
+    const Task gone = scheduleNow("gone");
+    scheduleNow("stays");
+    breakStore();
+    remove(gone);
+    scheduleNow("new");
+    EXPECT_EQ(linesOf("gone"), 1);
+    // Several attempts fail meanwhile.
+    const int before = VornSupport::VornTimer::armedCount();
+    EXPECT_GE(before, 1);
+    EXPECT_FALSE(waitUntil([&] { return linesOf("gone") != 1; }, 200ms));
+    mendStore();
+    EXPECT_TRUE(waitUntil([&] { return linesOf("gone") == 0 && linesOf("new") == 1; }));
+    EXPECT_EQ(linesOf("stays"), 1);
+    EXPECT_TRUE(waitUntil([&] { return told(" is written again") == 1; }));
+    EXPECT_EQ(told("; the old store stays"), 1u);
+    EXPECT_EQ(log_.texts(2).size(), 2u);
+    // Nothing wakes for it any more.
+    EXPECT_TRUE(waitUntil([&] { return VornSupport::VornTimer::armedCount() < before; }));
+}
+
+TEST_F(RuvoTSTaskSetRetryTest, WritesAgainWithTheNextChange) {
+    const Task gone = scheduleNow("gone");
+    breakStore();
+    remove(gone);
+    mendStore();
+    EXPECT_EQ(linesOf("gone"), 1);
+    scheduleNow("next");
+    EXPECT_EQ(linesOf("gone"), 0);
+    EXPECT_EQ(linesOf("next"), 1);
+    EXPECT_EQ(told(" is written again"), 1u);
+}
+
+TEST_F(RuvoTSTaskSetRetryTest, WritesAgainWhenItIsReleased) {
+    const Task gone = scheduleNow("gone");
+    const Task stays = scheduleNow("stays");
+    breakStore();
+    remove(gone);
+    mendStore();
+    for (const Task& task : set_.release()) task->retire();
+    EXPECT_EQ(linesOf("gone"), 0);
+    EXPECT_EQ(linesOf("stays"), 1);
+    EXPECT_EQ(told(" is written again"), 1u);
+}
+
+TEST_F(RuvoTSTaskSetRetryTest, SaysWhatIsLostWhenItIsReleased) {
+    const Task gone = scheduleNow("gone");
+    breakStore();
+    remove(gone);
+    for (const Task& task : set_.release()) task->retire();
+    EXPECT_EQ(linesOf("gone"), 1);
+    EXPECT_EQ(log_.beginning("RuvoTSTaskSet::release: ").size(), 1u);
+    // It is not that set's any more.
+    mendStore();
+    set_.open([] { return true; });
+    set_.release();
+    EXPECT_EQ(linesOf("gone"), 1);
+}
+
+// A store that is as it should be is left alone.
+TEST_F(RuvoTSTaskSetRetryTest, IsNotWrittenByARelease) {
+    const Task task = scheduleNow("a");
+    RuvoTSTaskSet::setWhileWritingForTest([] { gate().pass(); });
+    gate().open();
+    for (const Task& each : set_.release()) each->retire();
+    EXPECT_EQ(gate().arrived(), 0);
 }
 
 }  // namespace
