@@ -78,15 +78,21 @@ void RuvoTSTask::setState(State state, std::int32_t status) { change(state, stat
 bool RuvoTSTask::change(State state, std::int32_t status) noexcept {
     VornCriticalSection lock(lock_);
     if (finished_ && state != Ended) return false;
-    state_ = state;
-    if (state == Ended) status_ = status;
-    const bool told = !finished_;
-    if (state == Finished) finished_ = true;
-    const RuvoTSTaskNotification notification(handle_, state, status, ++changes_);
-    raise(state);
+    bool told = false;
+    const RuvoTSTaskNotification notification = changeLocked(state, status, told);
     lock.unlock();
     if (told) tell(notification);
     return told;
+}
+
+RuvoTSTaskNotification RuvoTSTask::changeLocked(State state, std::int32_t status,
+                                                bool& told) noexcept {
+    state_ = state;
+    if (state == Ended) status_ = status;
+    told = !finished_;
+    if (state == Finished) finished_ = true;
+    raise(state);
+    return {handle_, state, status, ++changes_};
 }
 
 void RuvoTSTask::raise(State state) noexcept {
@@ -207,13 +213,20 @@ void RuvoTSTask::startAgain(const char* word, RuvoTSSeconds next) {
     const std::int64_t now = RuvoTSClock::current().wallMs();
     const std::int32_t delta = secondsUntil(next, now);
     {
-        // First what may fail: it is tried again then, with the same time.
+        // One step: a next run that is due at once must not begin before this one
+        // has been left behind.
         VornCriticalSection lock(lock_);
+        // First what may fail: it is tried again then, with the same time.
         if (!finished_) timer_.startToTime(delta, now);
         nextTime_ = next;
         std::string().swap(record_);
+        if (!finished_) {
+            bool told = false;
+            const RuvoTSTaskNotification waits = changeLocked(Waiting, 0, told);
+            lock.unlock();
+            tell(waits);
+        }
     }
-    setState(Waiting, 0);
     VORN_LOG(4, "RuvoTSTask::rescheduleTask " << word << " DELTATIME=" << delta);
 }
 
@@ -269,19 +282,31 @@ RuvoTSTask::FollowerKey RuvoTSTask::FollowerOrder::keyOf(const Follower& followe
 
 bool RuvoTSTask::follow(const VornSmartPointer<RuvoTSTaskDependent>& follower) {
     auto& container = VornNet::VornProxyDependentContainer::getInstance();
+    // Before the task knows it: who finishes the task looks there afterwards.
     container.add(follower);
     follower->noteFollows();
-    {
-        // Who finishes the task looks for its followers afterwards.
-        VornCriticalSection lock(lock_);
-        if (!finished_) {
-            followers_.insert(follower);
-            addDependent(*follower);
-            return true;
-        }
+    try {
+        if (addFollower(follower)) return true;
+    } catch (...) {
+        detach(follower);
+        throw;
     }
     container.removeWithoutWaiting(*follower);
     return false;
+}
+
+// False when the task is finished. An exception leaves it unknown here.
+bool RuvoTSTask::addFollower(const Follower& follower) {
+    VornCriticalSection lock(lock_);
+    if (finished_) return false;
+    const auto place = followers_.insert(follower);
+    try {
+        addDependent(*follower);
+    } catch (...) {
+        followers_.erase(place);
+        throw;
+    }
+    return true;
 }
 
 bool RuvoTSTask::unfollow(const std::string& remoteName, std::int32_t dependentHandle) {
@@ -301,41 +326,46 @@ bool RuvoTSTask::unfollow(const std::string& remoteName, std::int32_t dependentH
     return true;
 }
 
-void RuvoTSTask::removeMyProxyDependents() {
+void RuvoTSTask::removeMyProxyDependents() noexcept {
     Followers mine;
     {
         VornCriticalSection lock(lock_);
         mine.swap(followers_);
     }
-    // A walk over everybody's registrations: only when there is a reason.
-    if (RuvoTSTaskDependent::madeByHand() > 0) addThoseByHand(mine);
     // Without a lock: this waits for who is being told at this moment.
-    for (const auto& follower : mine) {
-        VORN_LOG(4, "RuvoTSTask::removeMy... remove dependent"
-                        << " TASK HANDLE=" << handle_
-                        << " REFDEPENDENT=" << static_cast<const void*>(follower.get()));
-        try {
-            removeDependent(*follower);
-            VornNet::VornProxyDependentContainer::getInstance().removeWithoutWaiting(*follower);
-        } catch (const std::exception& e) {
-            VORN_LOG(2, "RuvoTSTask::removeMy... exception: " << e.what());
-        }
+    for (const auto& follower : mine) detach(follower);
+    // A walk over everybody's registrations: only when there is a reason.
+    while (RuvoTSTaskDependent::madeByHand() > 0) {
+        const Follower follower = firstByHand();
+        if (!follower) return;
+        detach(follower);
     }
 }
 
-void RuvoTSTask::addThoseByHand(Followers& mine) const noexcept {
-    const auto& container = VornNet::VornProxyDependentContainer::getInstance();
+void RuvoTSTask::detach(const Follower& follower) noexcept {
+    VORN_LOG(4, "RuvoTSTask::removeMy... remove dependent"
+                    << " TASK HANDLE=" << handle_
+                    << " REFDEPENDENT=" << static_cast<const void*>(follower.get()));
+    removeDependent(*follower);
     try {
-        VornCriticalSection lock(container.getlock());
-        for (int i = 0; i < container.size(); ++i) {
-            auto* const follower = dynamic_cast<RuvoTSTaskDependent*>(container[i].get());
-            if (follower != nullptr && &follower->getTask() == this && !follower->follows()) {
-                mine.emplace(follower);
-            }
-        }
+        VornNet::VornProxyDependentContainer::getInstance().removeWithoutWaiting(*follower);
     } catch (const std::exception& e) {
+        // It is out of the container; its connection has to be closed by others.
         VORN_LOG(2, "RuvoTSTask::removeMy... exception: " << e.what());
     }
+}
+
+// Who was registered without follow(), if there is anybody.
+RuvoTSTask::Follower RuvoTSTask::firstByHand() const noexcept {
+    const auto& container = VornNet::VornProxyDependentContainer::getInstance();
+    VornCriticalSection lock(container.getlock());
+    for (int i = 0; i < container.size(); ++i) {
+        auto* const follower = dynamic_cast<RuvoTSTaskDependent*>(container[i].get());
+        if (follower != nullptr && &follower->getTask() == this && !follower->follows()) {
+            return follower;
+        }
+    }
+    return nullptr;
 }
 
 // ---- fields ----------------------------------------------------------------------

@@ -99,16 +99,17 @@ public:
     bool isFinished() const VORN_EXCLUDES(lock_);
 
     // Registers a follower with the task, which holds it from then on, and with
-    // VornProxyDependentContainer; false when the task is finished. unfollow() takes back the first one
-    // with that name and handle; false when there is none. On return of
-    // unfollow() and removeMyProxyDependents() those removed are told no more;
-    // what they have been told is still delivered, for which unfollow() only
-    // waits.
+    // VornProxyDependentContainer; false when the task is finished. An exception
+    // leaves no registration. unfollow() takes back the first one with that name
+    // and handle; false when there is none. On return of unfollow() and
+    // removeMyProxyDependents() those removed are told no more, also when memory
+    // is short; what they have been told is still delivered, for which unfollow()
+    // only waits.
     bool follow(const VornSupport::VornSmartPointer<RuvoTSTaskDependent>& follower)
         VORN_EXCLUDES(lock_);
     bool unfollow(const std::string& remoteName, std::int32_t dependentHandle)
         VORN_EXCLUDES(lock_);
-    void removeMyProxyDependents() VORN_EXCLUDES(lock_);
+    void removeMyProxyDependents() noexcept VORN_EXCLUDES(lock_);
 
     const std::string& getName() const { return name_; }         // never changes
     std::int32_t getHandle() const { return handle_; }           // never changes
@@ -164,11 +165,16 @@ private:
     // setState(); false when the task had been finished before.
     // Whatever cannot be told for want of memory is lost; the change holds.
     bool change(State state, std::int32_t status) noexcept VORN_EXCLUDES(lock_);
+    // The part under the lock. `told`: whether followers are to hear of it.
+    RuvoTSTaskNotification changeLocked(State state, std::int32_t status, bool& told) noexcept
+        VORN_REQUIRES(lock_);
     void raise(State state) noexcept VORN_REQUIRES(lock_);
     void tell(const RuvoTSTaskNotification& notification) noexcept VORN_EXCLUDES(lock_);
     void startAgain(const char* word, RuvoTSSeconds next) VORN_EXCLUDES(lock_);
     static std::int32_t drawHandle();
-    void addThoseByHand(Followers& mine) const noexcept;
+    bool addFollower(const Follower& follower) VORN_EXCLUDES(lock_);
+    void detach(const Follower& follower) noexcept VORN_EXCLUDES(lock_);
+    Follower firstByHand() const noexcept;
 
     const std::string name_;
     const std::uint64_t number_;  // of all tasks ever made

@@ -38,7 +38,15 @@ void RuvoTSTaskDependent::handleNotification(VornSupport::VornCollaborator& sour
                     << " REFSOURCE=" << static_cast<const void*>(&source)
                     << " REFNOTIF=" << static_cast<const void*>(&notification));
     const auto* const change = dynamic_cast<const RuvoTSTaskNotification*>(&notification);
-    if (change == nullptr || !accept(*change)) return;
+    if (change == nullptr) return;
+    bool mine = false;
+    try {
+        mine = accept(*change);
+    } catch (const std::exception& e) {
+        // This change is lost; those that come, and other followers, are not.
+        VORN_LOG(3, "RuvoTSTaskDependent::handleNotification: " << e.what());
+    }
+    if (!mine) return;
     while (const Change one = next()) deliver(*one);
 }
 
@@ -61,12 +69,12 @@ RuvoTSTaskDependent::Change RuvoTSTaskDependent::next() {
     return first;
 }
 
-void RuvoTSTaskDependent::deliver(const RuvoTSTaskNotification& change) {
-    // It may have been taken back by the notifier's command, which knows
-    // nothing of tasks.
-    const auto& container = VornNet::VornProxyDependentContainer::getInstance();
-    if (!container.lookup(getRemoteName(), getHandle())) return;
+// Throws nothing: who delivers must come to the last of the changes.
+void RuvoTSTaskDependent::deliver(const RuvoTSTaskNotification& change) noexcept {
     try {
+        // It may have been taken back by the notifier's command, which knows
+        // nothing of tasks.
+        if (!VornNet::VornProxyDependentContainer::getInstance().contains(*this)) return;
         remoteNotify(change);
         VORN_LOG(9, "RuvoTSTaskDependent::handleNotification status2"
                         << " STATE=" << change.getState() << " STATUS=" << change.getStatus());

@@ -37,10 +37,10 @@ public:
     static int madeByHand();
 
     // Delivers a RuvoTSTaskNotification; ignores others, and everything once
-    // somebody has unregistered the client. Changes are delivered in their order,
+    // somebody has taken this registration back. Changes are delivered in their order,
     // one at a time: who comes while another thread delivers leaves that to it,
-    // and a change that comes after a later one is dropped. A failed delivery is
-    // logged at level 3.
+    // and a change that comes after a later one is dropped. A failed delivery, or
+    // a change that memory was missing for, is logged at level 3 and lost.
     void handleNotification(VornSupport::VornCollaborator& source,
                             const VornSupport::VornNotification& notification) override;
 
@@ -54,7 +54,7 @@ private:
 
     bool accept(const RuvoTSTaskNotification& change) VORN_EXCLUDES(mutex_);
     Change next() VORN_EXCLUDES(mutex_);
-    void deliver(const RuvoTSTaskNotification& change);
+    void deliver(const RuvoTSTaskNotification& change) noexcept;
 
     RuvoTSTask& task_;
     std::atomic<bool> follows_{false};

@@ -10,8 +10,8 @@ namespace VornNet {
 
 using VornSupport::VornCriticalSection;
 
-std::size_t VornProxyDependentContainer::KeyHash::operator()(const Key& key) const {
-    return std::hash<std::string>()(key.remoteName) * 31 + std::hash<std::int32_t>()(key.handle);
+std::size_t VornProxyDependentContainer::KeyHash::operator()(const KeyView& key) const {
+    return std::hash<std::string_view>()(key.remoteName) * 31 + std::hash<std::int32_t>()(key.handle);
 }
 
 VornProxyDependentContainer::VornProxyDependentContainer() = default;
@@ -21,12 +21,34 @@ VornProxyDependentContainer& VornProxyDependentContainer::getInstance() {
     return *instance;
 }
 
+VornProxyDependentContainer::KeyView VornProxyDependentContainer::keyOf(
+    const VornProxyDependent& proxy) {
+    return {proxy.getRemoteName(), proxy.getHandle()};
+}
+
 void VornProxyDependentContainer::add(Entry proxy) {
     VornCriticalSection lock(lock_);
-    byKey_[{proxy->getRemoteName(), proxy->getHandle()}].push_back(nextNumber_);
+    const auto key = byKey_.try_emplace({proxy->getRemoteName(), proxy->getHandle()}).first;
+    try {
+        if (places_.size() == places_.capacity()) places_.reserve(2 * places_.size() + 1);
+        key->second.push_back(nextNumber_);
+    } catch (...) {
+        if (key->second.empty()) byKey_.erase(key);
+        throw;
+    }
     places_.push_back({nextNumber_, std::move(proxy)});
     ++nextNumber_;
     size_.store(static_cast<int>(places_.size() - gone_), std::memory_order_release);
+}
+
+bool VornProxyDependentContainer::contains(const VornProxyDependent& proxy) const {
+    VornCriticalSection lock(lock_);
+    const auto found = byKey_.find(keyOf(proxy));
+    if (found == byKey_.end()) return false;
+    for (const std::uint64_t number : found->second) {
+        if (places_[indexLocked(number)].proxy.get() == &proxy) return true;
+    }
+    return false;
 }
 
 std::size_t VornProxyDependentContainer::indexLocked(std::uint64_t number) const {
@@ -39,13 +61,13 @@ std::size_t VornProxyDependentContainer::indexLocked(std::uint64_t number) const
 VornProxyDependentContainer::Entry VornProxyDependentContainer::lookup(
     const std::string& remoteName, std::int32_t handle) const {
     VornCriticalSection lock(lock_);
-    const auto found = byKey_.find({remoteName, handle});
+    const auto found = byKey_.find(KeyView(remoteName, handle));
     return found == byKey_.end() ? nullptr : places_[indexLocked(found->second.front())].proxy;
 }
 
 void VornProxyDependentContainer::remove(const std::string& remoteName, std::int32_t handle) {
     VornCriticalSection lock(lock_);
-    const auto found = byKey_.find({remoteName, handle});
+    const auto found = byKey_.find(KeyView(remoteName, handle));
     if (found == byKey_.end()) return;
     const Entry removed = takeLocked(found, 0);
     lock.unlock();
@@ -67,7 +89,7 @@ bool VornProxyDependentContainer::removeWithoutWaiting(const VornProxyDependent&
 VornProxyDependentContainer::Entry VornProxyDependentContainer::take(
     const VornProxyDependent& proxy) {
     VornCriticalSection lock(lock_);
-    const auto found = byKey_.find({proxy.getRemoteName(), proxy.getHandle()});
+    const auto found = byKey_.find(keyOf(proxy));
     if (found == byKey_.end()) return nullptr;
     const auto& numbers = found->second;
     for (std::size_t i = 0; i < numbers.size(); ++i) {

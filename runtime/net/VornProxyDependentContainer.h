@@ -9,6 +9,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 #include <vector>
 
@@ -24,7 +25,10 @@ public:
 
     static VornProxyDependentContainer& getInstance();
 
+    // An exception leaves the registry as it was.
     void add(Entry proxy);
+    // Whether this very proxy is in here, and not one of its name and handle.
+    bool contains(const VornProxyDependent& proxy) const;
     // The first entry with that remote name and handle, or null.
     Entry lookup(const std::string& remoteName, std::int32_t handle) const;
     // Removes that first entry; does nothing when there is none. What is held
@@ -54,10 +58,23 @@ private:
     struct Key {
         std::string remoteName;
         std::int32_t handle;
-        bool operator==(const Key&) const = default;
+    };
+    // To look for one takes no memory.
+    struct KeyView {
+        KeyView(std::string_view name, std::int32_t number) : remoteName(name), handle(number) {}
+        KeyView(const Key& key) : KeyView(key.remoteName, key.handle) {}  // meant to be implicit
+        std::string_view remoteName;
+        std::int32_t handle;
     };
     struct KeyHash {
-        std::size_t operator()(const Key& key) const;
+        using is_transparent = void;
+        std::size_t operator()(const KeyView& key) const;
+    };
+    struct KeyEqual {
+        using is_transparent = void;
+        bool operator()(const KeyView& a, const KeyView& b) const {
+            return a.handle == b.handle && a.remoteName == b.remoteName;
+        }
     };
     struct Place {
         std::uint64_t number;  // grows with every add
@@ -65,9 +82,10 @@ private:
     };
 
     // Numbers of the places with one key, the earliest first.
-    using ByKey = std::unordered_map<Key, std::vector<std::uint64_t>, KeyHash>;
+    using ByKey = std::unordered_map<Key, std::vector<std::uint64_t>, KeyHash, KeyEqual>;
 
     VornProxyDependentContainer();
+    static KeyView keyOf(const VornProxyDependent& proxy);
     std::size_t indexLocked(std::uint64_t number) const VORN_REQUIRES(lock_);
     Entry take(const VornProxyDependent& proxy) VORN_EXCLUDES(lock_);
     Entry takeLocked(ByKey::iterator key, std::size_t which) VORN_REQUIRES(lock_);
