@@ -16,9 +16,11 @@ namespace {
 constexpr int kPauseMs = 100;
 constexpr std::int32_t kNoInterpreter = 127;  // as shells say it
 constexpr std::int32_t kNoProcess = -1;       // as system(3) says it
+constexpr int kMostWaitFailures = 50;
 
-// As a line of the batch file: what a zero byte ends.
-std::string lineOf(const std::string& text) { return text.substr(0, text.find('\0')) + '\n'; }
+// A text as the batch file has it: a zero byte ends it, as it does in the store, so
+// that the file is the same after a restart.
+std::string upToZero(const std::string& text) { return text.substr(0, text.find('\0')); }
 
 // What a file opened as text makes of it.
 std::string withLineEnds(const std::string& text) {
@@ -41,17 +43,16 @@ bool isShortage(VornPlatform::OsError error) {
            condition == VornPlatform::OsCondition::TooManyOpen;
 }
 
-bool writeBatchFile(const std::string& file, const std::string& text) {
+VornPlatform::OsError writeBatchFile(const std::string& file, const std::string& text) {
     VornPlatform::FreshFile batch;
     VornPlatform::OsError error = batch.create(file);
     const bool created = !error;
     if (!error) error = batch.write(text);
     if (!error) error = batch.close();
-    if (!error) return true;
-    VORN_LOG(2, "RuvoTSExecTask::runtaskonsystem: cannot write " << file << ": " << error.text());
+    if (!error) return {};
     batch.close();
     if (created) VornPlatform::removeFile(file);
-    return false;
+    return error;
 }
 
 }  // namespace
@@ -98,14 +99,15 @@ int RuvoTSExecTask::performTask() {
 }
 
 std::string RuvoTSExecTask::commandLine() const {
-    std::string line = appName_ + ' ' + params_ + ' ';
-    if (!logFile_.empty()) line += '>' + logFile_ + " 2>&1 \r\n";
+    std::string line = upToZero(appName_) + ' ' + upToZero(params_) + ' ';
+    if (const auto log = upToZero(logFile_); !log.empty()) line += '>' + log + " 2>&1 \r\n";
     return line;
 }
 
 std::string RuvoTSExecTask::batchText() const {
-    const std::string directory = path_.empty() ? "" : "cd /d " + path_;
-    return withLineEnds(lineOf(directory) + lineOf(commandLine()));
+    const std::string path = upToZero(path_);
+    const std::string directory = path.empty() ? "" : "cd /d " + path;
+    return withLineEnds(directory + '\n' + commandLine() + '\n');
 }
 
 std::optional<std::int32_t> RuvoTSExecTask::runtaskonsystem() {
@@ -114,7 +116,11 @@ std::optional<std::int32_t> RuvoTSExecTask::runtaskonsystem() {
     VORN_LOG(9, "RuvoTSTaskThread::runtaskonsystem ready "
                     << " tempfile=" << file << " cmdline=" << VornPlatform::batchCommand(file));
     std::optional<std::int32_t> status = kNoBatchFile;
-    if (writeBatchFile(file, batchText())) {
+    if (const auto error = writeBatchFile(file, batchText())) {
+        if (isShortage(error)) throw RuvoTSRefused(error.text());
+        VORN_LOG(2, "RuvoTSExecTask::runtaskonsystem: cannot write " << file << ": "
+                                                                     << error.text());
+    } else {
         VORN_LOG(9, "RuvoTSTaskThread::runtaskonsystem script "
                         << " cmdline=" << commandLine());
         try {
@@ -140,10 +146,18 @@ std::optional<std::int32_t> RuvoTSExecTask::runBatchFile(const std::string& file
         const bool missing = error.condition() == VornPlatform::OsCondition::NotFound;
         return missing ? kNoInterpreter : kNoProcess;
     }
-    if (process.waitUnless(RuvoTSRuns::getInstance().stopSignal())) return process.exitCode();
-    VORN_LOG(3, "RuvoTSExecTask::runtaskonsystem: the service stops, the command of "
-                    << getName() << " goes on");
-    return {};
+    // A wait ends early when the service stops, or when the system fails it.
+    RuvoTSRuns& runs = RuvoTSRuns::getInstance();
+    for (int failures = 0; failures <= kMostWaitFailures; ++failures) {
+        if (process.waitUnless(runs.stopSignal())) return process.exitCode();
+        if (runs.pause(kPauseMs)) continue;
+        VORN_LOG(3, "RuvoTSExecTask::runtaskonsystem: the service stops, the command of "
+                        << getName() << " goes on");
+        return {};
+    }
+    VORN_LOG(2, "RuvoTSExecTask::runtaskonsystem: cannot wait for the end of the command of "
+                    << getName());
+    return kNoProcess;
 }
 
 }  // namespace RuvoService

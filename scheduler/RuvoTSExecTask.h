@@ -14,12 +14,13 @@ namespace RuvoService {
 // the command interpreter run it.
 class VORN_EXPORT RuvoTSExecTask final : public RuvoTSTask {
 public:
-    // The status of a run whose batch file could not be written.
+    // The status of a run whose batch file could not be written, and not for want of
+    // descriptors or memory.
     static constexpr std::int32_t kNoBatchFile = -9999;
 
     // `path` (the working directory), `params` and `logFile` (what receives the
-    // output) may be empty. All four go into the batch file as they stand, up to
-    // the first zero byte: quotes are the client's affair. Use RuvoTSTask::make.
+    // output) may be empty. All four go into the batch file as they stand, each up to
+    // its first zero byte: quotes are the client's affair. Use RuvoTSTask::make.
     RuvoTSExecTask(const std::string& name, RuvoTSSeconds nextTime, std::uint32_t frequency,
                    const std::string& appName, const std::string& path, const std::string& params,
                    const std::string& logFile);

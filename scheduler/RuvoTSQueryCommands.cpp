@@ -41,7 +41,11 @@ void RUVO_TS_SCHEDULED_TASK_LOOKUP::handleClient(VornConnection& connection,
                     << "NAME=" << name);
     const Task task = RuvoTSTaskSet::getInstance().find(std::string_view(name));
     connection.writeInt(task ? task->getHandle() : RuvoTSEngine::kNotFound);
-    if (!task) {
+    if (task) {
+        VORN_LOG(9, "RUVO_TS_SCHEDULED_TASK_LOOKUP::handleClient: SCHEDULE DONE"
+                        << " handle returned "
+                        << "HANDLE=" << task->getHandle());
+    } else {
         VORN_LOG(3, "RUVO_TS_SCHEDULED_TASK_LOOKUP::handleClient: SCHEDULE ERROR"
                         << " name not found "
                         << "NAME=" << name);

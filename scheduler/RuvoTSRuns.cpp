@@ -106,7 +106,7 @@ void RuvoTSRuns::noteShortage(RuvoTSTask& task, const std::string& reason) noexc
         limit = limit_;
     }
     if (!begins) return;
-    VORN_LOG(2, "RuvoTSRuns: the system is short of threads or processes ("
+    VORN_LOG(2, "RuvoTSRuns: the system is short of means to run tasks ("
                     << reason << "): tasks wait for each other from here on, " << limit
                     << " run at once");
 }

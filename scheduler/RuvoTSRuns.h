@@ -30,7 +30,7 @@ public:
 // does not wait for commands and ends none.
 //
 // Also says how many of them there may be at once when the system is short of
-// threads and processes. Nobody knows that beforehand, and runs that take the last
+// threads, processes or descriptors. Nobody knows that beforehand, and runs that take the last
 // threads for their pauses leave none to run with: so when one is refused, a
 // quarter of those under way may go on from there, half as many at each further
 // refusal, and one more each time that as many have come to their end. Others

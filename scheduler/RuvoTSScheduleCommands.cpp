@@ -118,6 +118,9 @@ void RUVO_TS_CANCEL::handleClient(VornConnection& connection, RuvoEngineBase& en
         task->removeMyProxyDependents();
         RuvoTSTaskSet::getInstance().remove(handle);
         connection.writeInt(handle);
+        VORN_LOG(4, "RUVO_TS_CANCEL::handleClient: SCHEDULE DONE"
+                        << " handle returned "
+                        << "HANDLE=" << handle);
     } else {
         connection.writeInt(RuvoTSEngine::kNotFound);
         VORN_LOG(3, "RUVO_TS_CANCEL::handleClient: CANCEL ERROR"

@@ -96,7 +96,8 @@ bool RuvoTSStore::begin() {
     buffer_.clear();
     error_ = file_.create(names_.fresh);
     if (!error_) return true;
-    note(Lack::All, "cannot write " + names_.fresh + ": " + error_.text() + "; the old store stays");
+    note(Lack::All,
+         "cannot write " + names_.fresh + ": " + error_.text() + "; the old store stays");
     return false;
 }
 

@@ -23,11 +23,11 @@ namespace RuvoService {
 // name. Each insertion by a command and each removal returns when the store has
 // been written with it, or could not be; several that come while a store is
 // written share the next one. What could not be written is tried again with the
-// next change, every kRetryMs, and when the set is released. Who only looks tasks up never waits for the disk,
-// and may find a task that is not in the store yet. One a process; open between
-// the engine's initialize() and cleanup(). While it is not open it writes
-// nothing: a store that has not been read back must not be replaced by one that
-// holds less.
+// next change, every kRetryMs, and when the set is released. Who only looks tasks
+// up never waits for the disk, and may find a task that is not in the store yet.
+// One a process; open between the engine's initialize() and cleanup(). While it is
+// not open it writes nothing: a store that has not been read back must not be
+// replaced by one that holds less.
 //
 // Any thread. fileLock_ is held while a store is written, so it is never taken
 // by who holds setLock_; the writer takes setLock_ under it, for moments. Both

@@ -25,7 +25,8 @@ RuvoTSTaskThread::RuvoTSTaskThread(const std::string& name, std::int32_t exitCod
 
 RuvoTSTaskThread::RuvoTSTaskThread(const std::string& name)
     : RuvoTSTaskThread(name, RuvoTSExecTask::kNoBatchFile) {}
-RuvoTSTaskThread::RuvoTSTaskThread() : RuvoTSTaskThread("RuvoTSTaskThread", RuvoTSTask::kNeverRun) {}
+RuvoTSTaskThread::RuvoTSTaskThread()
+    : RuvoTSTaskThread("RuvoTSTaskThread", RuvoTSTask::kNeverRun) {}
 
 RuvoTSTaskThread::~RuvoTSTaskThread() = default;
 

@@ -64,7 +64,7 @@ int utcOffsetMinutes() {
 }
 
 void setUtcOffset(int minutes) { utcOffset = minutes; }
-int getUtcOffset() { return utcOffset; }
+int utcOffsetForTest() { return utcOffset; }
 
 RuvoTSSeconds makeTime(int year, int month, int day, int hour, int minute, int second) {
     return convert({.year = year, .month = month, .day = day, .hour = hour, .minute = minute,

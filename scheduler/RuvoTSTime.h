@@ -24,7 +24,7 @@ VORN_EXPORT int utcOffsetMinutes();
 // made and kept, so that a change of the zone's rules meanwhile does not move
 // tasks half.
 VORN_EXPORT void setUtcOffset(int minutes);
-VORN_EXPORT int getUtcOffset();
+VORN_EXPORT int utcOffsetForTest();
 
 // The moment of six values that are UTC.
 VORN_EXPORT RuvoTSSeconds makeTime(int year, int month, int day, int hour, int minute, int second);

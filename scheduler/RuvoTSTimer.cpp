@@ -19,10 +19,6 @@ constexpr std::int32_t kRetrySeconds = 1;  // while the system has no means to g
 // too late for its owner may still be leaving.
 RuvoTSTimer::~RuvoTSTimer() { stop(); }
 
-void RuvoTSTimer::startToTime(std::int32_t seconds) {
-    startToTime(seconds, RuvoTSClock::current().wallMs());
-}
-
 void RuvoTSTimer::startToTime(std::int32_t seconds, std::int64_t wallMs) {
     const std::int64_t fullSecond = wallMs - (wallMs % kMsASecond + kMsASecond) % kMsASecond;
     RuvoTSTimeKeeper::getInstance().arm(*this, &owner_, true, fullSecond + seconds * kMsASecond);

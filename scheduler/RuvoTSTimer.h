@@ -30,8 +30,6 @@ public:
     // (RuvoTSTimeKeeper says what happens when the clock is set). What has passed
     // fires at once.
     void startToTime(std::int32_t seconds, std::int64_t wallMs);
-    // The same, from now.
-    void startToTime(std::int32_t seconds);
     // Arms the timer for when `seconds` have passed, whatever the wall clock
     // does.
     void startToWait(std::int32_t seconds);

@@ -1,5 +1,6 @@
 #include "runtime/platform/FreshFile.h"
 
+#include "runtime/platform/FileSteps.h"
 #include "runtime/platform/OwnFile.h"
 
 #include <fcntl.h>
@@ -46,7 +47,7 @@ OsError FreshFile::create(const std::string& path) {
         return removal && error.condition() == OsCondition::Exists ? removal : error;
     }
     handle_ = descriptor;
-    return {};
+    return noteFileStep(FileStep::Create, {});
 }
 
 OsError FreshFile::write(std::string_view bytes) {
@@ -56,18 +57,20 @@ OsError FreshFile::write(std::string_view bytes) {
         if (count < 0) return OsError::last();
         bytes.remove_prefix(static_cast<std::size_t>(count));
     }
-    return {};
+    return noteFileStep(FileStep::Write, {});
 }
 
 OsError FreshFile::flushToDisk() {
-    return ::fdatasync(native(handle_)) == 0 ? OsError{} : OsError::last();
+    return noteFileStep(FileStep::FlushToDisk,
+                        ::fdatasync(native(handle_)) == 0 ? OsError{} : OsError::last());
 }
 
 OsError FreshFile::close() {
     if (!isOpen()) return {};
     const int status = ::close(native(handle_));
     handle_ = kNone;
-    return status == 0 || errno == EINTR ? OsError{} : OsError::last();
+    return noteFileStep(FileStep::Close,
+                        status == 0 || errno == EINTR ? OsError{} : OsError::last());
 }
 
 OsError replaceFile(const std::string& fresh, const std::string& current,
@@ -77,7 +80,9 @@ OsError replaceFile(const std::string& fresh, const std::string& current,
     if (::link(current.c_str(), previous.c_str()) != 0 && errno != ENOENT) {
         copyFile(current, previous);  // a file system that knows no second names
     }
-    return ::rename(fresh.c_str(), current.c_str()) == 0 ? OsError{} : OsError::last();
+    return noteFileStep(FileStep::Replace, ::rename(fresh.c_str(), current.c_str()) == 0
+                                               ? OsError{}
+                                               : OsError::last());
 }
 
 OsError flushFolderOf(const std::string& path) {
@@ -88,7 +93,7 @@ OsError flushFolderOf(const std::string& path) {
     OsError error;
     if (::fsync(descriptor) != 0 && errno != EINVAL) error = OsError::last();
     ::close(descriptor);
-    return error;
+    return noteFileStep(FileStep::FlushFolder, error);
 }
 
 std::string_view lineEnd() { return "\n"; }

@@ -1,5 +1,6 @@
 #include "runtime/platform/FreshFile.h"
 
+#include "runtime/platform/FileSteps.h"
 #include "runtime/platform/WideText_windows.h"
 
 #include <windows.h>
@@ -59,7 +60,7 @@ OsError FreshFile::create(const std::string& path) {
         return removal && error.condition() == OsCondition::Exists ? removal : error;
     }
     handle_ = reinterpret_cast<std::intptr_t>(file);
-    return {};
+    return noteFileStep(FileStep::Create, {});
 }
 
 OsError FreshFile::write(std::string_view bytes) {
@@ -71,16 +72,18 @@ OsError FreshFile::write(std::string_view bytes) {
         }
         bytes.remove_prefix(count);
     }
-    return {};
+    return noteFileStep(FileStep::Write, {});
 }
 
-OsError FreshFile::flushToDisk() { return result(::FlushFileBuffers(native(handle_))); }
+OsError FreshFile::flushToDisk() {
+    return noteFileStep(FileStep::FlushToDisk, result(::FlushFileBuffers(native(handle_))));
+}
 
 OsError FreshFile::close() {
     if (!isOpen()) return {};
     const BOOL done = ::CloseHandle(native(handle_));
     handle_ = kNone;
-    return result(done);
+    return noteFileStep(FileStep::Close, result(done));
 }
 
 OsError replaceFile(const std::string& fresh, const std::string& current,
@@ -96,12 +99,12 @@ OsError replaceFile(const std::string& fresh, const std::string& current,
     if (!::CreateHardLinkW(kept.c_str(), to.c_str(), nullptr) &&
         ::GetLastError() != ERROR_FILE_NOT_FOUND &&
         ::ReplaceFileW(to.c_str(), from.c_str(), kept.c_str(), 0, nullptr, nullptr)) {
-        return {};
+        return noteFileStep(FileStep::Replace, {});
     }
-    return result(rename(from, to));
+    return noteFileStep(FileStep::Replace, result(rename(from, to)));
 }
 
-OsError flushFolderOf(const std::string&) { return {}; }
+OsError flushFolderOf(const std::string&) { return noteFileStep(FileStep::FlushFolder, {}); }
 
 std::string_view lineEnd() { return "\r\n"; }
 char pathSeparator() { return '\\'; }

@@ -53,8 +53,9 @@ public:
     VornThread(const VornThread&) = delete;
     VornThread& operator=(const VornThread&) = delete;
 
-    // Creates the thread. False, with a level-2 log line, when the system has
-    // none to give or it runs already.
+    // Creates the thread. False when it runs already, or when the system has none to
+    // give, with a log line of level 2; of level 4 for the threads of the process
+    // that the system refuses after one that it refused, until it gives one.
     virtual bool start();
     // Asks the body to end; the body looks at isStopRequested().
     virtual void stop();

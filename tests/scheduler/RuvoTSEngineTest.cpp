@@ -73,7 +73,7 @@ TEST_F(RuvoTSEngineTest, LogsItsLife) {
 TEST_F(RuvoTSEngineTest, MeasuresTheZone) {
     setUtcOffset(4711);
     OpenScheduler scheduler;
-    EXPECT_EQ(getUtcOffset(), utcOffsetMinutes());
+    EXPECT_EQ(utcOffsetForTest(), utcOffsetMinutes());
 }
 
 // ---- restarts --------------------------------------------------------------------

@@ -1,6 +1,8 @@
 #include "scheduler/RuvoTSExecTask.h"
 
 #include "runtime/platform/FreshFile.h"
+#include "scheduler/RuvoTSRecord.h"
+#include "scheduler/RuvoTSRuns.h"
 #include "tests/scheduler/SchedulerTestTools.h"
 #include "tests/support/ChildMain.h"
 #include "tests/support/LogCapture.h"
@@ -90,13 +92,29 @@ TEST_F(RuvoTSExecTaskTest, AddsNoQuotes) {
     EXPECT_EQ(text, "cd /d a path" + end_ + "a prog \"x y\" %TEMP% >a log 2>&1 \r" + end_ + end_);
 }
 
-TEST_F(RuvoTSExecTaskTest, EndsEachLineAtAZeroByte) {
+TEST_F(RuvoTSExecTaskTest, EndsEachTextAtAZeroByte) {
     const std::string zero(1, '\0');
     EXPECT_EQ(make({.appName = "prog" + zero + "x", .params = "-x", .path = "p" + zero + "q",
-                    .logFile = "log"})->batchText(),
-              "cd /d p" + end_ + "prog" + end_);
+                    .logFile = "log" + zero + "y"})->batchText(),
+              "cd /d p" + end_ + "prog -x >log 2>&1 \r" + end_ + end_);
+    EXPECT_EQ(make({.appName = "prog", .params = "-x" + zero + "y", .path = zero + "q",
+                    .logFile = zero + "log"})->batchText(),
+              end_ + "prog -x " + end_);
     EXPECT_EQ(make({.params = "two\nlines"})->batchText(),
               end_ + "prog.exe two" + end_ + "lines " + end_);
+}
+
+// A restart must not make another command of it.
+TEST_F(RuvoTSExecTaskTest, HasTheSameBatchFileAfterARestart) {
+    const std::string zero(1, '\0');
+    for (const std::string& text : {"a" + zero + "b", zero, zero + "b", std::string("a %41\xff")}) {
+        const auto task = make(
+            {.appName = "p" + text, .params = "-" + text, .path = text, .logFile = text});
+        const auto record = readRecord(recordLine(task->serialize()));
+        const auto again = make({.appName = record.appName, .params = record.params,
+                                 .path = record.path, .logFile = record.logFile});
+        EXPECT_EQ(again->batchText(), task->batchText()) << testing::PrintToString(text);
+    }
 }
 
 TEST_F(RuvoTSExecTaskTest, IsRecordedWithAllItsFields) {
@@ -211,6 +229,16 @@ TEST_F(RuvoTSExecTaskTest, RunsAfterItsPauses) {
     EXPECT_TRUE(waitUntil([&] { return task->getState() == RuvoTSTask::Waiting; }));
     EXPECT_EQ(task->getStatus(), 0);
     EXPECT_EQ(task->getNextTime(), kNoon + 10 + 86400);
+}
+
+// One of them after the thread has been started.
+TEST_F(RuvoTSExecTaskTest, PausesFourTimes) {
+    const auto task = make({.appName = "exit", .params = "0"});
+    const auto begin = std::chrono::steady_clock::now();
+    EXPECT_EQ(task->performTask(), 0);
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(390));
+    EXPECT_TRUE(waitUntil([&] { return task->getLastRunTime() != 0; }));
+    EXPECT_TRUE(waitUntil([] { return RuvoTSRuns::getInstance().count() == 0; }));
 }
 
 TEST_F(RuvoTSExecTaskTest, ComesAgainAfterARunThatFailed) {

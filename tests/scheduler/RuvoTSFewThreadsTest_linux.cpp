@@ -1,16 +1,20 @@
-// A system that has hardly any threads and processes left for the service's user.
-// A program of its own: it starts itself as that user.
+// A system that has hardly any threads and processes left for the service's user, or
+// descriptors for the service. A program of its own: it starts itself.
 
 #include "runtime/platform/Environment.h"
 #include "runtime/platform/Process.h"
+#include "runtime/support/VornLogging.h"
 #include "scheduler/RuvoTSEngine.h"
 #include "scheduler/RuvoTSExecTask.h"
+#include "scheduler/RuvoTSRuns.h"
+#include "scheduler/RuvoTSStore.h"
 #include "scheduler/RuvoTSTaskSet.h"
 #include "tests/scheduler/SchedulerTestTools.h"
 #include "tests/support/LogCapture.h"
 
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -19,6 +23,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <optional>
 #include <sstream>
 #include <string>
 #include <string_view>
@@ -30,6 +35,7 @@ namespace {
 
 constexpr int kTasks = 60;
 constexpr rlim_t kLeft = 40;  // threads and processes that there may be besides
+constexpr int kSpare = 4;  // more descriptors than a run needs
 constexpr uid_t kUsers = 100'000;
 constexpr auto kPatience = std::chrono::seconds(100);
 
@@ -75,11 +81,29 @@ bool limitThreads() {
     return ::setrlimit(RLIMIT_NPROC, &limit) == 0;
 }
 
-int serve(const std::string& folder) {
-    if (!leaveAdministration(folder)) return 2;
+void prepare(const std::string& folder) {
     VornPlatform::setEnv("TEMP", folder);
     VornPlatform::setEnv("TMPDIR", folder);
     TestSupport::provideCommandInterpreter();
+}
+
+// Of a task that tells, in the folder, that it ran.
+RuvoTSTaskSet::Task taskOf(const std::string& name, RuvoTSSeconds due, const std::string& folder) {
+    return RuvoTSTask::make<RuvoTSExecTask>(name, due, RuvoTSTask::Once, "echo", "",
+                                            name + " >>" + folder + "/ran", "");
+}
+
+[[noreturn]] void leave(bool done, const TestSupport::LogCapture& log,
+                        const std::string& folder) {
+    std::ofstream told(folder + "/told");
+    for (const std::string& line : log.texts(2)) told << line << '\n';
+    told.close();
+    std::_Exit(done ? 0 : 1);
+}
+
+int serveWithFewThreads(const std::string& folder) {
+    if (!leaveAdministration(folder)) return 2;
+    prepare(folder);
     const TestSupport::LogCapture log(2);
     RuvoTSEngine engine(nullptr);
     engine.start();
@@ -87,33 +111,102 @@ int serve(const std::string& folder) {
     RuvoTSTaskSet& set = RuvoTSTaskSet::getInstance();
     const RuvoTSSeconds due = currentTime() + 2;
     for (int i = 0; i < kTasks; ++i) {
-        const std::string name = "t" + std::to_string(i);
-        set.insert(RuvoTSTask::make<RuvoTSExecTask>(name, due, RuvoTSTask::Once, "echo", "",
-                                                    name + " >>" + folder + "/ran", ""),
-                   false);
+        set.insert(taskOf("t" + std::to_string(i), due, folder), false);
     }
-    const bool done = TestSupport::waitUntil([&] { return set.size() == 0; }, kPatience);
-    std::ofstream told(folder + "/told");
-    for (const std::string& line : log.texts(2)) told << line << '\n';
-    told.close();
-    std::_Exit(done ? 0 : 1);
+    leave(TestSupport::waitUntil([&] { return set.size() == 0; }, kPatience), log, folder);
+}
+
+// All descriptors that there may be, but for some.
+class Descriptors {
+public:
+    explicit Descriptors(int spare) {
+        for (int one = 0; (one = ::open("/dev/null", O_RDONLY | O_CLOEXEC)) >= 0;) {
+            held_.push_back(one);
+        }
+        for (; spare > 0; --spare) giveOne();
+    }
+    ~Descriptors() {
+        while (!held_.empty()) giveOne();
+    }
+
+private:
+    void giveOne() {
+        ::close(held_.back());
+        held_.pop_back();
+    }
+    std::vector<int> held_;
+};
+
+int serveWithFewDescriptors(const std::string& folder) {
+    prepare(folder);
+    const TestSupport::LogCapture log(2);
+    VORN_LOG(2, "begins");  // and opens its file
+    RuvoTSEngine engine(nullptr);
+    engine.start();
+    const rlimit limit{64, 64};
+    if (::setrlimit(RLIMIT_NOFILE, &limit) != 0) return 2;
+    RuvoTSTaskSet& set = RuvoTSTaskSet::getInstance();
+    bool done = true;
+    for (int spare = 0; spare < kSpare; ++spare) {
+        std::optional<Descriptors> held(spare);
+        const std::string name = "t" + std::to_string(spare);
+        const auto task =
+            set.schedule(name, [&] { return taskOf(name, currentTime() + 1, folder); });
+        // Its run has begun, and no run is under way: it waits for another try.
+        const auto refused = [&] {
+            return RuvoTSRuns::getInstance().count() == 0 &&
+                   task->getState() == RuvoTSTask::Running;
+        };
+        // It is refused what it needs, or content with what there is.
+        done &= TestSupport::waitUntil([&] { return refused() || set.size() == 0; }, kPatience);
+        if (spare == 0) done &= set.size() == 1;
+        held.reset();
+        done &= TestSupport::waitUntil([&] { return set.size() == 0; }, kPatience);
+    }
+    done &= TestSupport::waitUntil([] { return linesOf(RuvoTSStore::names().current).empty(); },
+                                   kPatience);
+    leave(done, log, folder);
 }
 
 // ---- the parent ------------------------------------------------------------------
 
+// Has the service run until it ends, and returns which tasks ran, one entry a run.
+std::vector<std::string> runsOf(const std::string& mode, const std::string& folder) {
+    VornPlatform::ProcessHandle service;
+    EXPECT_FALSE(VornPlatform::startProcess(
+        '"' + VornPlatform::executablePath() + "\" " + mode + " \"" + folder + '"', service));
+    EXPECT_TRUE(service.wait(120'000));
+    EXPECT_EQ(service.exitCode(), 0) << "1: not all came to their end";
+    std::vector<std::string> ran = linesOf(folder + "/ran");
+    std::sort(ran.begin(), ran.end());
+    return ran;
+}
+
+std::vector<std::string> namesOf(int tasks) {
+    std::vector<std::string> names;
+    for (int i = 0; i < tasks; ++i) names.push_back("t" + std::to_string(i));
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+TEST(RuvoTSFewDescriptorsTest, EveryTaskRunsOnceHoweverFewDescriptorsThereAre) {
+    const TestSupport::TemporaryDirectory folder;
+    EXPECT_EQ(runsOf("--few-descriptors", folder.text()), namesOf(kSpare));
+    std::size_t refused = 0;
+    for (const std::string& line : linesOf(folder.file("told"))) {
+        refused += line.find("the system is short of means to run tasks") != line.npos ? 1u : 0u;
+        EXPECT_EQ(line.find(".bat"), line.npos) << line;
+    }
+    EXPECT_GE(refused, 1u) << "there were enough";
+    for (const auto& entry :
+         std::filesystem::directory_iterator(TestSupport::toPath(folder.text()))) {
+        EXPECT_NE(entry.path().extension(), ".bat");
+    }
+}
+
 TEST(RuvoTSFewThreadsTest, EveryTaskRunsOnceHoweverFewThreadsThereAre) {
     const TestSupport::TemporaryDirectory folder;
-    VornPlatform::ProcessHandle service;
-    ASSERT_FALSE(VornPlatform::startProcess(
-        '"' + VornPlatform::executablePath() + "\" --serve \"" + folder.text() + '"', service));
-    ASSERT_TRUE(service.wait(120'000));
-    EXPECT_EQ(service.exitCode(), 0) << "1: not all came to their end";
-    std::vector<std::string> expected;
-    for (int i = 0; i < kTasks; ++i) expected.push_back("t" + std::to_string(i));
-    std::vector<std::string> ran = linesOf(folder.file("ran"));
-    std::sort(expected.begin(), expected.end());
-    std::sort(ran.begin(), ran.end());
-    EXPECT_EQ(ran, expected);
+    EXPECT_EQ(runsOf("--few-threads", folder.text()), namesOf(kTasks));
 
     const auto told = linesOf(folder.file("told"));
     const auto count = [&](std::string_view text) {
@@ -121,7 +214,7 @@ TEST(RuvoTSFewThreadsTest, EveryTaskRunsOnceHoweverFewThreadsThereAre) {
             return line.find(text) != line.npos;
         });
     };
-    const auto begun = count("the system is short of threads or processes");
+    const auto begun = count("the system is short of means to run tasks");
     EXPECT_GE(begun, 1) << "the limit was none";
     EXPECT_LE(begun, 3);
     EXPECT_EQ(count("tasks run again without waiting for each other"), begun);
@@ -131,7 +224,9 @@ TEST(RuvoTSFewThreadsTest, EveryTaskRunsOnceHoweverFewThreadsThereAre) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    if (argc == 3 && std::string_view(argv[1]) == "--serve") return serve(argv[2]);
+    const std::string_view mode = argc == 3 ? argv[1] : "";
+    if (mode == "--few-threads") return serveWithFewThreads(argv[2]);
+    if (mode == "--few-descriptors") return serveWithFewDescriptors(argv[2]);
     testing::InitGoogleTest(&argc, argv);
     return RUN_ALL_TESTS();
 }

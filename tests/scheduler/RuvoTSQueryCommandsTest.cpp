@@ -65,7 +65,14 @@ TEST_F(RuvoTSQueryCommandsTest, FindsATaskByItsName) {
     const std::int32_t b = blob("", "raw");
     EXPECT_EQ(lookUp("a b"), Texts{"int " + std::to_string(a)});
     EXPECT_EQ(lookUp("raw"), Texts{"int " + std::to_string(b)});
-    const LogCapture log(3);
+    const LogCapture log(9);
+    EXPECT_EQ(lookUp("a b"), Texts{"int " + std::to_string(a)});
+    EXPECT_EQ(log.beginning("RUVO_TS_SCHEDULED_TASK_LOOKUP"),
+              (Texts{"RUVO_TS_SCHEDULED_TASK_LOOKUP::handleClient: enter",
+                     "RUVO_TS_SCHEDULED_TASK_LOOKUP::handleClient: NAME=a b",
+                     "RUVO_TS_SCHEDULED_TASK_LOOKUP::handleClient: SCHEDULE DONE handle returned "
+                     "HANDLE=" + std::to_string(a),
+                     "RUVO_TS_SCHEDULED_TASK_LOOKUP::handleClient: exit"}));
     EXPECT_EQ(lookUp("A b"), Texts{"int -9"});
     EXPECT_EQ(lookUp("a%20b"), Texts{"int -9"});
     EXPECT_EQ(lookUp(""), Texts{"int -9"});

@@ -5,6 +5,7 @@
 #include "scheduler/RuvoTSBlobTask.h"
 #include "scheduler/RuvoTSScheduleCommands.h"
 #include "scheduler/RuvoTSTaskSet.h"
+#include "tests/runtime/support/AllocationCount.h"
 #include "tests/scheduler/SchedulerTestTools.h"
 #include "tests/support/LogCapture.h"
 
@@ -160,15 +161,21 @@ TEST_F(RuvoTSScheduleCommandsTest, RefusesBytesOfAnImpossibleLength) {
     EXPECT_FALSE(TestSupport::exists(folder_.store()));
 }
 
-// A length that was declared and does not come: an allocation of its size would
-// be seen by the sanitizers' limits long before the end.
+// A length that was declared and does not come takes no memory.
 TEST_F(RuvoTSScheduleCommandsTest, StoresNothingWhenTheBytesDoNotCome) {
     FakeConnection connection;
     connection.sendString("RUVO_TS_SCHEDULE_BLOB").sendString("raw").sendInt(60'000'000);
     connection.sendBytes("abc");
+    const std::size_t before = AllocationCount::ofThisThread().bytes;
     EXPECT_THROW(OpenScheduler::request(connection), VornException);
+    EXPECT_LT(AllocationCount::ofThisThread().bytes - before, 500'000u);
     EXPECT_EQ(connection.written(), Texts{});
     EXPECT_EQ(tasks(), 0u);
+
+    // The bytes that do come are seen here.
+    const std::size_t between = AllocationCount::ofThisThread().bytes;
+    OpenScheduler::scheduleBlob("whole", std::string(1'000'000, 'x'), kNoon + 60, 0);
+    EXPECT_GT(AllocationCount::ofThisThread().bytes - between, 1'000'000u);
 }
 
 TEST_F(RuvoTSScheduleCommandsTest, StoresNothingWhenTheRequestBreaksOff) {
@@ -262,6 +269,8 @@ TEST_F(RuvoTSScheduleCommandsTest, LogsItsSteps) {
     EXPECT_EQ(log.beginning("RUVO_TS_CANCEL"),
               (Texts{"RUVO_TS_CANCEL::handleClient: enter",
                      "RUVO_TS_CANCEL::handleClient: TASKHANDLE=" + std::to_string(blob),
+                     "RUVO_TS_CANCEL::handleClient: SCHEDULE DONE handle returned HANDLE=" +
+                         std::to_string(blob),
                      "RUVO_TS_CANCEL::handleClient: exit"}));
 }
 

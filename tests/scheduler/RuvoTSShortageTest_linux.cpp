@@ -1,15 +1,18 @@
 // Memory that runs out at each moment. A program of its own: it decides what is
 // allocated.
 
+#include "runtime/net/VornProxyDependentContainer.h"
 #include "runtime/support/VornException.h"
 #include "scheduler/RuvoTSBlobTask.h"
 #include "scheduler/RuvoTSNotifications.h"
 #include "scheduler/RuvoTSRuns.h"
+#include "scheduler/RuvoTSTaskDependent.h"
 #include "scheduler/RuvoTSTaskThread.h"
 #include "scheduler/RuvoTSTimeKeeper.h"
 #include "tests/runtime/platform/NativeProbe.h"
 #include "tests/scheduler/SchedulerTestTools.h"
 #include "tests/support/LogCapture.h"
+#include "tests/support/TestListener.h"
 
 #include <gtest/gtest.h>
 
@@ -218,6 +221,97 @@ TEST_F(RuvoTSShortageTest, CancelsATaskWhole) {
         EXPECT_EQ(waiting(), 0u) << n;
         if (!failed) break;
     }
+}
+
+// Of those who follow a task.
+class RuvoTSFollowerShortageTest : public RuvoTSShortageTest {
+protected:
+    using Follower = VornSupport::VornSmartPointer<RuvoTSTaskDependent>;
+
+    Follower follower(std::int32_t handle) const {
+        return VornSupport::makeCounted<RuvoTSTaskDependent>(listener_.remoteName(), handle,
+                                                             *task_);
+    }
+    static int registered() {
+        return VornNet::VornProxyDependentContainer::getInstance().size();
+    }
+    // Reads deliveries until one of this state, and returns whose it was.
+    static std::int32_t nextOf(const VornPlatform::Socket& client, std::int32_t state) {
+        for (;;) {
+            const std::string bytes = TestSupport::readBytes(client, 16);
+            if (bytes.size() < 16) return -1;
+            std::uint32_t numbers[4] = {};
+            for (std::size_t i = 0; i < bytes.size(); ++i) {
+                numbers[i / 4] = numbers[i / 4] << 8 | static_cast<unsigned char>(bytes[i]);
+            }
+            if (static_cast<std::int32_t>(numbers[2]) == state) {
+                return static_cast<std::int32_t>(numbers[0]);
+            }
+        }
+    }
+
+    const TestSupport::OpenTaskSet open_;
+    const RuvoTSTaskSet::Task task_ = make();
+    const TestSupport::TcpListener listener_;
+};
+
+TEST_F(RuvoTSFollowerShortageTest, FollowsOrLeavesNoRegistration) {
+    int refused = 0;
+    for (int n = 0;; ++n) {
+        ASSERT_LT(n, kMostAllocations);
+        const Follower one = follower(n);
+        bool threw = false;
+        const bool failed = doWithFailure(n, [&] { EXPECT_TRUE(task_->follow(one)); }, &threw);
+        EXPECT_EQ(registered(), threw ? 0 : 1) << n;
+        EXPECT_EQ(task_->unfollow(listener_.remoteName(), n), !threw) << n;
+        EXPECT_EQ(registered(), 0) << n;
+        // What was there before is found as it was, by its name too.
+        EXPECT_FALSE(VornNet::VornProxyDependentContainer::getInstance().lookup(
+            listener_.remoteName(), n));
+        refused += threw ? 1 : 0;
+        if (!failed) break;
+    }
+    EXPECT_GT(refused, 3);
+}
+
+// A change may be lost; those after it are not, nor what others are told.
+TEST_F(RuvoTSFollowerShortageTest, GoesOnBeingToldAfterAShortage) {
+    ASSERT_TRUE(task_->follow(follower(1)));
+    ASSERT_TRUE(task_->follow(follower(2)));
+    task_->setState(RuvoTSTask::Running, 0);
+    const auto client = listener_.accept();
+    EXPECT_EQ(nextOf(client, RuvoTSTask::Running), 1);
+    EXPECT_EQ(nextOf(client, RuvoTSTask::Running), 2);
+    for (int n = 0;; ++n) {
+        ASSERT_LT(n, kMostAllocations);
+        const bool failed =
+            doWithFailure(n, [&] { task_->setState(RuvoTSTask::Running, 0); });
+        task_->setState(RuvoTSTask::Ended, n);
+        EXPECT_EQ(nextOf(client, RuvoTSTask::Ended), 1) << n;
+        EXPECT_EQ(nextOf(client, RuvoTSTask::Ended), 2) << n;
+        if (!failed) break;
+    }
+    task_->removeMyProxyDependents();
+    EXPECT_EQ(registered(), 0);
+}
+
+TEST_F(RuvoTSFollowerShortageTest, IsTakenBackWhole) {
+    for (int n = 0;; ++n) {
+        ASSERT_LT(n, kMostAllocations);
+        ASSERT_TRUE(task_->follow(follower(1)));
+        const Follower byHand = follower(2);
+        VornNet::VornProxyDependentContainer::getInstance().add(byHand);
+        task_->addDependent(*byHand);
+        bool threw = false;
+        const bool failed =
+            doWithFailure(n, [&] { task_->removeMyProxyDependents(); }, &threw);
+        EXPECT_FALSE(threw) << n;
+        EXPECT_EQ(registered(), 0) << n;
+        task_->setState(RuvoTSTask::Running, 0);
+        EXPECT_EQ(byHand->refCount(), 1) << n;
+        if (!failed) break;
+    }
+    EXPECT_FALSE(listener_.hasCaller());
 }
 
 // It starts whole or not at all, and then no task is left to run.

@@ -1,11 +1,13 @@
 #include "scheduler/RuvoTSStore.h"
 
 #include "runtime/net/VornNetLimits.h"
+#include "runtime/platform/FileSteps.h"
 #include "tests/scheduler/SchedulerTestTools.h"
 #include "tests/support/LogCapture.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
@@ -103,6 +105,28 @@ TEST_F(RuvoTSStoreTest, WritesMoreThanItGathers) {
     EXPECT_TRUE(write(lines));
     EXPECT_EQ(readFile(folder_.store()), all);
     EXPECT_EQ(read(folder_.store()).size(), 20'001u);
+}
+
+using VornPlatform::FileStep;
+
+std::vector<FileStep>& steps() {
+    static std::vector<FileStep> all;
+    return all;
+}
+
+// A system that stops at any moment keeps whole stores only when the bytes are on
+// the disk before the name is, and the name before anybody is told.
+TEST_F(RuvoTSStoreTest, IsOnTheDiskBeforeItTakesThePlaceOfTheOldOne) {
+    EXPECT_TRUE(write({"old\n"}));
+    steps().clear();
+    VornPlatform::setFileStepsForTest([](FileStep step) { steps().push_back(step); });
+    EXPECT_TRUE(write({"new\n", std::string(1'000'000, 'n') + '\n', "last\n"}));
+    VornPlatform::setFileStepsForTest(nullptr);
+    // However many writes there are, nothing is written behind the flush.
+    steps().erase(std::unique(steps().begin(), steps().end()), steps().end());
+    EXPECT_EQ(steps(), (std::vector<FileStep>{FileStep::Create, FileStep::Write,
+                                              FileStep::FlushToDisk, FileStep::Close,
+                                              FileStep::Replace, FileStep::FlushFolder}));
 }
 
 // ---- what cannot be written ------------------------------------------------------

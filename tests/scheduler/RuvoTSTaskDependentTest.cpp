@@ -117,6 +117,35 @@ TEST_F(RuvoTSTaskDependentTest, IsSilentOnceItIsUnregistered) {
     task_->removeMyProxyDependents();
 }
 
+// Of two registrations of one name and handle the one that was taken back is
+// silent, and the other is not.
+TEST_F(RuvoTSTaskDependentTest, LooksForItsOwnRegistration) {
+    follow(listener_.remoteName());
+    follow(listener_.remoteName());
+    auto& container = VornProxyDependentContainer::getInstance();
+    container.remove(listener_.remoteName(), 77);
+    task_->setState(RuvoTSTask::Running, 0);
+    const auto client = listener_.accept();
+    EXPECT_EQ(TestSupport::readBytes(client, 16), told(0));
+    task_->setState(RuvoTSTask::Ended, 0);
+    EXPECT_EQ(TestSupport::readBytes(client, 16), told(1));
+
+    const auto other = RuvoTSTask::make<RuvoTSBlobTask>("other", kNoon + 10, 0, "");
+    const auto stranger = VornSupport::makeCounted<RuvoTSTaskDependent>(
+        listener_.remoteName(), 77, *other);
+    EXPECT_TRUE(other->follow(stranger));
+    container.remove(listener_.remoteName(), 77);  // the task's own, the earlier one
+    EXPECT_TRUE(container.contains(*stranger));
+    task_->setState(RuvoTSTask::Running, 0);
+    other->setState(RuvoTSTask::Ended, 0);
+    EXPECT_EQ(TestSupport::readBytes(client, 16),
+              delivery(77, 1, other->getHandle()));
+    task_->removeMyProxyDependents();
+    other->removeMyProxyDependents();
+    EXPECT_EQ(registered(), 0);
+    other->finish();
+}
+
 TEST_F(RuvoTSTaskDependentTest, SurvivesAClientThatIsNotThere) {
     const LogCapture log(3);
     const Follower gone = follow("tcp:127.0.0.1:1");

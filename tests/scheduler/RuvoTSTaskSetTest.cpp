@@ -4,6 +4,7 @@
 #include "runtime/support/VornException.h"
 #include "scheduler/RuvoTSBlobTask.h"
 #include "scheduler/RuvoTSExecTask.h"
+#include "scheduler/RuvoTSHandles.h"
 #include "tests/scheduler/SchedulerTestTools.h"
 #include "tests/support/LogCapture.h"
 
@@ -131,17 +132,29 @@ TEST_F(RuvoTSTaskSetTest, TakesTheFirstOfTasksWithOneName) {
     EXPECT_EQ(set_.find("same"), nullptr);
 }
 
-// One task twice in the set is the only way to have a handle twice here.
+// When a hundred draws give no other handle, two tasks have one.
 TEST_F(RuvoTSTaskSetTest, TakesTheFirstOfTasksWithOneHandle) {
-    const auto task = exec("a");
-    const auto other = exec("b");
-    set_.insert(task, false);
-    set_.insert(other, false);
-    set_.insert(task, false);
-    EXPECT_EQ(set_.size(), 3u);
-    set_.remove(task->getHandle());
-    EXPECT_EQ(set_.size(), 2u);
-    EXPECT_EQ(set_.find(task->getHandle()), task);
+    RuvoTSHandles::setDrawForTest([] { return 5; });
+    const auto first = exec("first");
+    set_.insert(first, true);
+    const auto second = exec("second");
+    set_.insert(second, true);
+    RuvoTSHandles::setDrawForTest(nullptr);
+    set_.insert(exec("other"), true);
+    ASSERT_EQ(second->getHandle(), 5);
+    EXPECT_EQ(set_.find(5), first);
+    EXPECT_EQ(set_.find("second"), second);
+
+    set_.remove(5);
+    EXPECT_EQ(set_.find(5), second);
+    EXPECT_EQ(set_.find("first"), nullptr);
+    EXPECT_EQ(set_.find("second"), second);
+    EXPECT_EQ(set_.getTaskNames("RuvoTSExecTask"), "second other ");
+    EXPECT_EQ(folder_.lines(), (std::vector<std::string>{lineOf("second"), lineOf("other")}));
+
+    set_.remove(5);
+    EXPECT_EQ(set_.find(5), nullptr);
+    EXPECT_EQ(set_.getTaskNames("RuvoTSExecTask"), "other ");
 }
 
 TEST_F(RuvoTSTaskSetTest, SchedulesANameOnce) {

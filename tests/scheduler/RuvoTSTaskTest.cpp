@@ -14,6 +14,8 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <algorithm>
 #include <atomic>
 #include <mutex>
 #include <string>
@@ -410,6 +412,21 @@ TEST_F(RuvoTSTaskTest, DrawsAHandleAHundredTimesAtMost) {
     EXPECT_EQ(make(kNoon + 10, RuvoTSTask::Once)->getHandle(), 6);
     EXPECT_EQ(draws, 100);
     RuvoTSHandles::setDrawForTest(nullptr);
+}
+
+// A busy machine may hold a start up; not each of twenty.
+TEST_F(RuvoTSTaskTest, StartsARunWithoutPauses) {
+    auto shortest = std::chrono::steady_clock::duration::max();
+    for (int i = 0; i < 20 && shortest >= std::chrono::milliseconds(90); ++i) {
+        const auto task = make(kNoon + 10, RuvoTSTask::Daily);
+        const auto begin = std::chrono::steady_clock::now();
+        EXPECT_EQ(task->performTask(), 0);
+        shortest = std::min(shortest, std::chrono::steady_clock::now() - begin);
+        EXPECT_TRUE(waitUntil([&] { return task->getLastRunTime() != 0; }));
+        EXPECT_TRUE(waitUntil([] { return RuvoTSRuns::getInstance().count() == 0; }));
+        task->finish();
+    }
+    EXPECT_LT(shortest, std::chrono::milliseconds(90));
 }
 
 TEST_F(RuvoTSTaskTest, LogsTheRunOfATaskWithBytes) {

@@ -84,7 +84,7 @@ TEST(RuvoTSTaskPosix, TriesAgainWhenThereIsNoThread) {
     EXPECT_TRUE(waitUntil([] { return RuvoTSRuns::getInstance().count() == 0; }));
     EXPECT_EQ(task->getState(), RuvoTSTask::Waiting);
     EXPECT_EQ(task->getStatus(), -999);
-    EXPECT_EQ(log.beginning("RuvoTSRuns: the system is short of threads").size(), 1u);
+    EXPECT_EQ(log.beginning("RuvoTSRuns: the system is short of means to run tasks").size(), 1u);
     clock.advance(1);
     EXPECT_TRUE(waitUntil([&] { return task->getLastRunTime() == kNoon + 11; }));
     EXPECT_TRUE(waitUntil([&] { return task->getState() == RuvoTSTask::Waiting; }));
@@ -109,7 +109,8 @@ TEST(RuvoTSTaskPosix, TakesTurnsWhileThreadsAreShort) {
     EXPECT_TRUE(waitUntil([] { return RuvoTSRuns::getInstance().count() == 0; }));
     for (const auto& task : tasks) EXPECT_EQ(task->runs, 1);
     EXPECT_EQ(RuvoTSTimeKeeper::getInstance().waiting(), 0u);
-    const auto begun = log.beginning("RuvoTSRuns: the system is short of threads").size();
+    const auto begun =
+        log.beginning("RuvoTSRuns: the system is short of means to run tasks").size();
     EXPECT_GE(begun, 1u);
     EXPECT_EQ(log.beginning("RuvoTSRuns: tasks run again").size(), begun);
     for (const auto& task : tasks) task->finish();

@@ -215,7 +215,7 @@ TEST(RuvoTSTimeZones, AreMeasuredWithoutSummerTime) {
 TEST(RuvoTSTimeZones, KeepTheMeasuredOffset) {
     const TestClock clock;
     setUtcOffset(17);
-    EXPECT_EQ(getUtcOffset(), 17);
+    EXPECT_EQ(utcOffsetForTest(), 17);
     setUtcOffset(utcOffsetMinutes() + 17);
     EXPECT_EQ(makeTime(2024, 6, 15, 12, 0, 0), kNoon + 17 * 60);
 }

@@ -18,6 +18,8 @@ using TestSupport::waitUntil;
 
 namespace {
 
+std::int64_t now() { return RuvoTSClock::current().wallMs(); }
+
 std::atomic<int> liveOwners{0};
 
 // An owner as a task is one: the timer is a member.
@@ -56,7 +58,7 @@ protected:
     // and was armed later.
     bool staysQuiet() {
         const int before = owner_->fired;
-        another_->timer.startToTime(0);
+        another_->timer.startToTime(0, now());
         EXPECT_TRUE(waitUntil([&] { return another_->fired > 0; }));
         another_->fired = 0;
         return owner_->fired == before;
@@ -68,7 +70,7 @@ protected:
 };
 
 TEST_F(RuvoTSTimerTest, FiresWhenTheWallClockShowsTheTime) {
-    owner_->timer.startToTime(10);
+    owner_->timer.startToTime(10, now());
     clock_.advance(9);
     clock_.advanceMs(999);
     EXPECT_TRUE(staysQuiet());
@@ -80,7 +82,7 @@ TEST_F(RuvoTSTimerTest, FiresWhenTheWallClockShowsTheTime) {
 
 TEST_F(RuvoTSTimerTest, CountsFromTheFullSecond) {
     clock_.advanceMs(700);
-    owner_->timer.startToTime(1);
+    owner_->timer.startToTime(1, now());
     clock_.advanceMs(299);
     EXPECT_TRUE(staysQuiet());
     clock_.advanceMs(1);
@@ -88,18 +90,18 @@ TEST_F(RuvoTSTimerTest, CountsFromTheFullSecond) {
 }
 
 TEST_F(RuvoTSTimerTest, FiresAtOnceWithoutTimeLeft) {
-    owner_->timer.startToTime(0);
+    owner_->timer.startToTime(0, now());
     EXPECT_TRUE(fires(1));
-    owner_->timer.startToTime(-100'000);
+    owner_->timer.startToTime(-100'000, now());
     EXPECT_TRUE(fires(2));
-    owner_->timer.startToTime(INT32_MIN);
+    owner_->timer.startToTime(INT32_MIN, now());
     EXPECT_TRUE(fires(3));
     owner_->timer.startToWait(0);
     EXPECT_TRUE(fires(4));
 }
 
 TEST_F(RuvoTSTimerTest, WaitsForSixtyEightYears) {
-    owner_->timer.startToTime(INT32_MAX);
+    owner_->timer.startToTime(INT32_MAX, now());
     clock_.advance(INT32_MAX - 1);
     EXPECT_TRUE(staysQuiet());
     clock_.advance(1);
@@ -107,7 +109,7 @@ TEST_F(RuvoTSTimerTest, WaitsForSixtyEightYears) {
 }
 
 TEST_F(RuvoTSTimerTest, FiresOnceWhenTheClockIsSetForwards) {
-    owner_->timer.startToTime(600);
+    owner_->timer.startToTime(600, now());
     clock_.jump(3600);
     EXPECT_TRUE(fires());
     clock_.advance(600);
@@ -116,7 +118,7 @@ TEST_F(RuvoTSTimerTest, FiresOnceWhenTheClockIsSetForwards) {
 }
 
 TEST_F(RuvoTSTimerTest, WaitsLongerWhenTheClockIsSetBackwards) {
-    owner_->timer.startToTime(600);
+    owner_->timer.startToTime(600, now());
     clock_.jump(-3600);
     clock_.advance(600);
     EXPECT_TRUE(staysQuiet());
@@ -127,7 +129,7 @@ TEST_F(RuvoTSTimerTest, WaitsLongerWhenTheClockIsSetBackwards) {
 }
 
 TEST_F(RuvoTSTimerTest, DoesNotFireAgainWhenTheClockIsSetBackOverItsTime) {
-    owner_->timer.startToTime(600);
+    owner_->timer.startToTime(600, now());
     clock_.advance(600);
     EXPECT_TRUE(fires());
     clock_.jump(-3600);
@@ -148,11 +150,11 @@ TEST_F(RuvoTSTimerTest, MeasuresWaitsByTheTimeThatPasses) {
 }
 
 TEST_F(RuvoTSTimerTest, MayBeStartedAnew) {
-    owner_->timer.startToTime(10);
+    owner_->timer.startToTime(10, now());
     owner_->timer.startToWait(100);
     clock_.advance(50);
     EXPECT_TRUE(staysQuiet());
-    owner_->timer.startToTime(20);
+    owner_->timer.startToTime(20, now());
     clock_.advance(20);
     EXPECT_TRUE(fires());
     clock_.advance(100);
@@ -160,7 +162,7 @@ TEST_F(RuvoTSTimerTest, MayBeStartedAnew) {
 }
 
 TEST_F(RuvoTSTimerTest, CanBeDisarmed) {
-    owner_->timer.startToTime(10);
+    owner_->timer.startToTime(10, now());
     EXPECT_EQ(RuvoTSTimeKeeper::getInstance().waiting(), 1u);
     owner_->timer.disarm();
     owner_->timer.disarm();
@@ -174,7 +176,7 @@ TEST_F(RuvoTSTimerTest, HoldsItsOwnerWhileItWaits) {
     RuvoTSTimer* timer = nullptr;
     {
         const auto owner = VornSupport::makeCounted<Owner>();
-        owner->timer.startToTime(10);
+        owner->timer.startToTime(10, now());
         timer = &owner->timer;
     }
     EXPECT_EQ(liveOwners, before + 1);
@@ -184,14 +186,14 @@ TEST_F(RuvoTSTimerTest, HoldsItsOwnerWhileItWaits) {
 
 TEST_F(RuvoTSTimerTest, LetsGoOfItsOwnerAfterItHasFired) {
     const int before = liveOwners;
-    VornSupport::makeCounted<Owner>()->timer.startToTime(10);
+    VornSupport::makeCounted<Owner>()->timer.startToTime(10, now());
     EXPECT_EQ(liveOwners, before + 1);
     clock_.advance(10);
     EXPECT_TRUE(waitUntil([&] { return liveOwners == before; }));
 }
 
 TEST_F(RuvoTSTimerTest, SetsItsEventAfterwards) {
-    owner_->timer.startToTime(1);
+    owner_->timer.startToTime(1, now());
     EXPECT_EQ(owner_->timer.getEvent().wait(0), 0);
     clock_.advance(1);
     EXPECT_NE(owner_->timer.getEvent().wait(20'000), 0);
@@ -200,7 +202,7 @@ TEST_F(RuvoTSTimerTest, SetsItsEventAfterwards) {
 
 TEST_F(RuvoTSTimerTest, LogsWhatItDoes) {
     const TestSupport::LogCapture log(9);
-    owner_->timer.startToTime(0);
+    owner_->timer.startToTime(0, now());
     EXPECT_NE(owner_->timer.getEvent().wait(20'000), 0);
     EXPECT_TRUE(waitUntil([&] { return log.has(9, "RuvoTSTimer::set exit"); }));
     EXPECT_EQ(log.beginning("RuvoTSTimer::set enter NOTIF=0x").size(), 1u);
@@ -210,7 +212,7 @@ TEST_F(RuvoTSTimerTest, FiresInTheOrderOfTheTimes) {
     std::vector<OwnerPointer> owners;
     for (int i = 0; i < 100; ++i) {
         owners.push_back(VornSupport::makeCounted<Owner>());
-        owners.back()->timer.startToTime(100 - i);
+        owners.back()->timer.startToTime(100 - i, now());
     }
     for (int i = 99; i >= 0; --i) {
         clock_.advance(1);
@@ -227,7 +229,7 @@ TEST_F(RuvoTSTimerTest, MayBeDisarmedWhileItFires) {
     const int before = liveOwners;
     for (int i = 0; i < 500; ++i) {
         auto owner = VornSupport::makeCounted<Owner>();
-        owner->timer.startToTime(1);
+        owner->timer.startToTime(1, now());
         clock_.advance(1);
         owner->timer.disarm();
         EXPECT_LE(owner->fired, 1);
@@ -239,7 +241,7 @@ TEST_F(RuvoTSTimerTest, MayBeDisarmedWhileItFires) {
 TEST(RuvoTSTimeKeeper, WakesByItself) {
     const auto owner = VornSupport::makeCounted<Owner>();
     const auto begin = std::chrono::system_clock::now();
-    owner->timer.startToTime(2);
+    owner->timer.startToTime(2, now());
     EXPECT_NE(owner->timer.getEvent().wait(20'000), 0);
     const auto end = std::chrono::system_clock::now();
     EXPECT_EQ(std::chrono::floor<std::chrono::seconds>(begin) + std::chrono::seconds(2) <= end,
@@ -250,7 +252,7 @@ TEST(RuvoTSTimeKeeper, WakesByItself) {
 TEST(RuvoTSTimeKeeper, WakesForAnEarlierTimeThatComesLater) {
     const auto late = VornSupport::makeCounted<Owner>();
     const auto early = VornSupport::makeCounted<Owner>();
-    late->timer.startToTime(3600);
+    late->timer.startToTime(3600, now());
     early->timer.startToWait(1);
     EXPECT_NE(early->timer.getEvent().wait(20'000), 0);
     EXPECT_EQ(late->fired, 0);
@@ -274,7 +276,7 @@ public:
 TEST(RuvoTSTimeKeeper, FindsOutThatTheClockWasSet) {
     SilentClock clock;
     const auto owner = VornSupport::makeCounted<Owner>();
-    owner->timer.startToTime(3600);
+    owner->timer.startToTime(3600, now());
     clock.wall += 3600 * 1000;
     EXPECT_NE(owner->timer.getEvent().wait(static_cast<int>(RuvoTSTimeKeeper::kLookMs) + 20'000),
               0);

@@ -84,8 +84,11 @@ TEST_F(VornProxyDependentContainerTest, RemovesOneEntryByItself) {
     const auto second = makeCounted<TestProxy>(kName, 1);
     container().add(first);
     container().add(second);
+    EXPECT_TRUE(container().contains(*second));
     EXPECT_TRUE(container().remove(*second));
     EXPECT_FALSE(container().remove(*second));
+    EXPECT_FALSE(container().contains(*second));
+    EXPECT_TRUE(container().contains(*first));
     EXPECT_EQ(container().lookup(kName, 1).get(), first.get());
 }
 
