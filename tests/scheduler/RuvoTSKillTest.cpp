@@ -14,6 +14,7 @@
 #include "scheduler/RuvoTSRecord.h"
 #include "scheduler/RuvoTSStore.h"
 #include "scheduler/RuvoTSTaskSet.h"
+#include "tests/scheduler/SchedulerTestTools.h"
 #include "tests/scheduler/KillHard.h"
 #include "tests/support/FakeConnection.h"
 #include "tests/support/TestSupport.h"
@@ -160,11 +161,11 @@ protected:
         return names;
     }
 
-    TestSupport::TemporaryDirectory folder_;
+    // The children inherit where it is.
+    TestSupport::StoreFolder folder_;
 };
 
 TEST_F(RuvoTSKillTest, LosesNothingThatAClientWasTold) {
-    VornPlatform::setEnv("TEMP", folder_.text());
     const std::string notes = folder_.file("notes");
     std::mt19937 random(std::random_device{}());
     Expected expected;

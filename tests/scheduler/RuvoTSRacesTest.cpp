@@ -3,9 +3,11 @@
 #include "runtime/monitor/VornEventMonitorManager.h"
 #include "runtime/net/VornProxyDependentContainer.h"
 #include "runtime/support/VornException.h"
+#include "runtime/support/VornMutex.h"
 #include "scheduler/RuvoTSRuns.h"
 #include "scheduler/RuvoTSTimeKeeper.h"
 #include "tests/scheduler/SchedulerTestTools.h"
+#include "tests/support/TestListener.h"
 
 #include <gtest/gtest.h>
 
@@ -13,6 +15,7 @@
 #include <atomic>
 #include <chrono>
 #include <filesystem>
+#include <map>
 #include <random>
 #include <string>
 #include <thread>
@@ -230,6 +233,87 @@ TEST_F(RuvoTSRacesTest, ACancelAtAnyMomentOfARunIsTheLastWord) {
         const std::vector<int> after(end + 1, states.end());
         EXPECT_TRUE(after.empty() || after == std::vector<int>{1});
     }
+}
+
+// A client that reads what it is told, as `ruvoctl task watch` does.
+class Reader {
+public:
+    Reader() {
+        thread_ = std::jthread([this] {
+            const auto client = listener_.accept();
+            for (;;) {
+                const std::string bytes = TestSupport::readBytes(client, 16);
+                if (bytes.size() < 16) return;
+                VornSupport::VornMutexLock lock(mutex_);
+                states_[numberAt(bytes, 12)].push_back(numberAt(bytes, 8));
+            }
+        });
+    }
+    std::string remoteName() const { return listener_.remoteName(); }
+    std::vector<std::int32_t> statesOf(std::int32_t handle) const {
+        VornSupport::VornMutexLock lock(mutex_);
+        const auto found = states_.find(handle);
+        return found == states_.end() ? std::vector<std::int32_t>() : found->second;
+    }
+
+private:
+    static std::int32_t numberAt(const std::string& bytes, std::size_t at) {
+        std::uint32_t number = 0;
+        for (std::size_t i = at; i < at + 4; ++i) {
+            number = number << 8 | static_cast<unsigned char>(bytes[i]);
+        }
+        return static_cast<std::int32_t>(number);
+    }
+
+    TestSupport::TcpListener listener_;
+    mutable VornSupport::VornMutex mutex_;
+    std::map<std::int32_t, std::vector<std::int32_t>> states_ VORN_GUARDED_BY(mutex_);
+    std::jthread thread_;
+};
+
+// Deliveries that arrive, at each moment of a run that is cancelled, while others
+// follow and leave under the same name.
+TEST_F(RuvoTSRacesTest, AReadingFollowerHearsOfTheCancelLast) {
+    Reader reader;
+    const auto tell = [&](const char* command, std::int32_t dependent, std::int32_t task) {
+        FakeConnection connection;
+        connection.sendString(command).sendString(reader.remoteName());
+        connection.sendInt(dependent).sendInt(task);
+        return OpenScheduler::request(connection, "SchedulerFollow").at(0);
+    };
+    // Keeps the connection.
+    const std::int32_t steady = OpenScheduler::scheduleBlob("steady", "", kNoon + 9000, 0);
+    EXPECT_EQ(tell("RUVO_TS_FOLLOW", 1, steady), "int 0");
+    std::vector<std::int32_t> handles;
+    for (int round = 0; round < 40; ++round) {
+        const std::int32_t handle =
+            OpenScheduler::scheduleBlob("one", "", currentTime() + 1, 0);
+        EXPECT_EQ(tell("RUVO_TS_FOLLOW", 2, handle), "int 0");
+        std::atomic<bool> done{false};
+        std::jthread comesAndGoes([&] {
+            while (!done) {
+                tell("RUVO_TS_FOLLOW", 3, handle);
+                tell("RUVO_TS_UNFOLLOW", 3, handle);
+            }
+        });
+        clock_.advance(1);
+        const std::size_t seen = static_cast<std::size_t>(round) % 4;
+        waitUntil([&] { return scheduler_.events().statesOf(handle).size() > seen; });
+        EXPECT_EQ(OpenScheduler::ask("RUVO_TS_CANCEL", handle)[0],
+                  "int " + std::to_string(handle));
+        done = true;
+        comesAndGoes.join();
+        EXPECT_TRUE(waitUntil([] { return RuvoTSRuns::getInstance().count() == 0; }));
+        handles.push_back(handle);
+    }
+    for (const std::int32_t handle : handles) {
+        EXPECT_TRUE(waitUntil([&] {
+            const auto states = reader.statesOf(handle);
+            return !states.empty() && states.back() == -1;
+        })) << testing::PrintToString(reader.statesOf(handle));
+    }
+    EXPECT_EQ(tell("RUVO_TS_UNFOLLOW", 1, steady), "int 0");
+    // The connection is closed behind its last delivery.
 }
 
 TEST_F(RuvoTSRacesTest, StopsAndStartsUnderClients) {
