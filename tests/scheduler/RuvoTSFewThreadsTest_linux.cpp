@@ -1,5 +1,6 @@
 // A system that has hardly any threads and processes left for the service's user, or
-// descriptors for the service. A program of its own: it starts itself.
+// descriptors for the service, or that fails what it cannot do without. A program of
+// its own: it starts itself.
 
 #include "runtime/platform/Environment.h"
 #include "runtime/platform/Process.h"
@@ -15,10 +16,13 @@
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
+#include <pthread.h>
+#include <signal.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
@@ -27,9 +31,11 @@
 #include <sstream>
 #include <string>
 #include <string_view>
+#include <thread>
 #include <vector>
 
 using namespace RuvoService;
+using TestSupport::exists;
 
 namespace {
 
@@ -219,6 +225,80 @@ TEST(RuvoTSFewThreadsTest, EveryTaskRunsOnceHoweverFewThreadsThereAre) {
     EXPECT_LE(begun, 3);
     EXPECT_EQ(count("tasks run again without waiting for each other"), begun);
     EXPECT_LT(told.size(), 20u) << testing::PrintToString(told);
+}
+
+// ---- a wait that the system fails ------------------------------------------------
+
+// Has the wait for a command fail while it lives: a thread may wait for fewer
+// descriptors than it does, and is woken to find that out.
+class FailingWaits {
+public:
+    explicit FailingWaits(pthread_t waiter) {
+        ::getrlimit(RLIMIT_NOFILE, &limit_);
+        const rlimit none{1, limit_.rlim_max};
+        ::setrlimit(RLIMIT_NOFILE, &none);
+        struct sigaction wake {};
+        wake.sa_handler = [](int) {};
+        ::sigaction(SIGUSR1, &wake, nullptr);
+        ::pthread_kill(waiter, SIGUSR1);
+    }
+    ~FailingWaits() { ::setrlimit(RLIMIT_NOFILE, &limit_); }
+
+private:
+    rlimit limit_{};
+};
+
+class RuvoTSFailingWaitTest : public testing::Test {
+protected:
+    RuvoTSFailingWaitTest() {
+        TestSupport::provideCommandInterpreter();
+        task_ = RuvoTSTask::make<RuvoTSExecTask>(
+            "task", TestSupport::kNoon + 10, RuvoTSTask::Daily,
+            "touch began; while test -e began -a ! -e end; do sleep 0.02; done; exit 7", folder_.text(), "",
+            "");
+        run_ = std::thread([this] {
+            status_ = task_->runtaskonsystem().value_or(-12345);
+            done_ = true;
+        });
+        EXPECT_TRUE(TestSupport::waitUntil([&] { return exists(folder_.file("began")); }));
+    }
+    ~RuvoTSFailingWaitTest() override {
+        TestSupport::writeFile(folder_.file("end"), "");
+        if (run_.joinable()) run_.join();
+        task_->retire();
+    }
+
+    TestSupport::StoreFolder folder_;
+    TestSupport::TestClock clock_;
+    TestSupport::OpenTaskSet open_;
+    VornSupport::VornSmartPointer<RuvoTSExecTask> task_;
+    std::atomic<std::int32_t> status_{0};
+    std::atomic<bool> done_{false};
+    std::thread run_;
+};
+
+TEST_F(RuvoTSFailingWaitTest, GoesOnWhenTheSystemLetsItWaitAgain) {
+    {
+        const FailingWaits failing(run_.native_handle());
+        EXPECT_FALSE(TestSupport::waitUntil([&] { return done_.load(); },
+                                            std::chrono::milliseconds(500)));
+    }
+    TestSupport::writeFile(folder_.file("end"), "");
+    run_.join();
+    EXPECT_EQ(status_, 7);
+}
+
+// Not the end of the service, which gives no status.
+TEST_F(RuvoTSFailingWaitTest, EndsTheRunWithAStatusWhenItStaysSo) {
+    const TestSupport::LogCapture log(2);
+    VORN_LOG(2, "begins");  // and opens its file
+    {
+        const FailingWaits failing(run_.native_handle());
+        EXPECT_TRUE(TestSupport::waitUntil([&] { return done_.load(); }));
+    }
+    EXPECT_EQ(status_, -1);
+    EXPECT_TRUE(log.has(2, "RuvoTSExecTask::runtaskonsystem: cannot wait for the end of the "
+                           "command of task"));
 }
 
 }  // namespace
