@@ -47,7 +47,7 @@ bool RuvoTSRuns::takePlace(RuvoTSTask& task) {
         return false;
     }
     ++places_;
-    task.place_ = {.taken = true, .inLine = false, .epoch = epoch_};
+    task.place_ = {.epoch = epoch_, .taken = true, .inLine = false};
     return true;
 }
 

@@ -299,11 +299,12 @@ bool RuvoTSTask::follow(const VornSmartPointer<RuvoTSTaskDependent>& follower) {
 bool RuvoTSTask::addFollower(const Follower& follower) {
     VornCriticalSection lock(lock_);
     if (finished_) return false;
-    const auto place = followers_.insert(follower);
+    if (!followers_) followers_ = std::make_unique<Followers>();
+    const auto place = followers_->insert(follower);
     try {
         addDependent(*follower);
     } catch (...) {
-        followers_.erase(place);
+        followers_->erase(place);
         throw;
     }
     return true;
@@ -313,13 +314,14 @@ bool RuvoTSTask::unfollow(const std::string& remoteName, std::int32_t dependentH
     VornSmartPointer<RuvoTSTaskDependent> follower;
     {
         VornCriticalSection lock(lock_);
-        const auto found = followers_.lower_bound(FollowerKey{remoteName, dependentHandle});
-        if (found == followers_.end() || (*found)->getHandle() != dependentHandle ||
+        if (!followers_) return false;
+        const auto found = followers_->lower_bound(FollowerKey{remoteName, dependentHandle});
+        if (found == followers_->end() || (*found)->getHandle() != dependentHandle ||
             (*found)->getRemoteName() != remoteName) {
             return false;
         }
         follower = *found;
-        followers_.erase(found);
+        followers_->erase(found);
     }
     removeDependent(*follower);
     VornNet::VornProxyDependentContainer::getInstance().remove(*follower);
@@ -327,13 +329,15 @@ bool RuvoTSTask::unfollow(const std::string& remoteName, std::int32_t dependentH
 }
 
 void RuvoTSTask::removeMyProxyDependents() noexcept {
-    Followers mine;
+    std::unique_ptr<Followers> mine;
     {
         VornCriticalSection lock(lock_);
         mine.swap(followers_);
     }
     // Without a lock: this waits for who is being told at this moment.
-    for (const auto& follower : mine) detach(follower);
+    if (mine) {
+        for (const auto& follower : *mine) detach(follower);
+    }
     // A walk over everybody's registrations: only when there is a reason.
     while (RuvoTSTaskDependent::madeByHand() > 0) {
         const Follower follower = firstByHand();

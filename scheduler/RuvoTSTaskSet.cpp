@@ -19,6 +19,10 @@ namespace {
 // waits for no more than that.
 constexpr std::size_t kAtOnce = 512;
 
+// What an index has for a task.
+RuvoTSTask* taskOf(const std::pair<const std::int32_t, RuvoTSTask*>& entry) { return entry.second; }
+RuvoTSTask* taskOf(RuvoTSTask* entry) { return entry; }
+
 std::atomic<void (*)()> whileWriting{nullptr};
 std::atomic<long> retryMs{RuvoTSTaskSet::kRetryMs};
 
@@ -95,7 +99,7 @@ std::size_t RuvoTSTaskSet::insertLocked(const Task& task) {
     try {
         tasks_.push_back(task);
         byHandle_.emplace(task->getHandle(), task.get());
-        byName_.emplace(task->getName(), task.get());
+        byName_.insert(task.get());
     } catch (...) {
         eraseFrom(byHandle_, task->getHandle(), *task);
         tasks_.resize(before);
@@ -148,7 +152,8 @@ template <class Index, class Key>
 RuvoTSTask* RuvoTSTaskSet::firstOf(const Index& index, const Key& key) {
     RuvoTSTask* first = nullptr;
     for (auto [it, end] = index.equal_range(key); it != end; ++it) {
-        if (first == nullptr || it->second->order_ < first->order_) first = it->second;
+        RuvoTSTask* const task = taskOf(*it);
+        if (first == nullptr || task->order_ < first->order_) first = task;
     }
     return first;
 }
@@ -157,7 +162,7 @@ template <class Index, class Key>
 void RuvoTSTaskSet::eraseFrom(Index& index, const Key& key, const RuvoTSTask& task) {
     const auto [begin, end] = index.equal_range(key);
     const auto found =
-        std::find_if(begin, end, [&](const auto& entry) { return entry.second == &task; });
+        std::find_if(begin, end, [&](const auto& entry) { return taskOf(entry) == &task; });
     if (found != end) index.erase(found);
 }
 

@@ -15,6 +15,7 @@
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
 namespace RuvoService {
@@ -100,11 +101,29 @@ private:
     template <class Index, class Key>
     static void eraseFrom(Index& index, const Key& key, const RuvoTSTask& task);
 
+    // The names are the tasks' own.
+    static std::string_view nameOf(std::string_view name) { return name; }
+    static std::string_view nameOf(const RuvoTSTask* task) { return task->getName(); }
+    struct NameHash {
+        using is_transparent = void;
+        template <class Key>
+        std::size_t operator()(const Key& key) const {
+            return std::hash<std::string_view>()(nameOf(key));
+        }
+    };
+    struct NameEqual {
+        using is_transparent = void;
+        template <class A, class B>
+        bool operator()(const A& a, const B& b) const {
+            return nameOf(a) == nameOf(b);
+        }
+    };
+
     mutable VornSupport::VornCriticalSectionObject setLock_;
     std::vector<Task> tasks_ VORN_GUARDED_BY(setLock_);  // by order_, which grows
     // Several tasks may have one key: a store can be edited.
     std::unordered_multimap<std::int32_t, RuvoTSTask*> byHandle_ VORN_GUARDED_BY(setLock_);
-    std::unordered_multimap<std::string_view, RuvoTSTask*> byName_ VORN_GUARDED_BY(setLock_);
+    std::unordered_multiset<RuvoTSTask*, NameHash, NameEqual> byName_ VORN_GUARDED_BY(setLock_);
     struct Removed {
         std::int32_t handle;
         std::int32_t status;
