@@ -254,8 +254,8 @@ protected:
         TestSupport::provideCommandInterpreter();
         task_ = RuvoTSTask::make<RuvoTSExecTask>(
             "task", TestSupport::kNoon + 10, RuvoTSTask::Daily,
-            "touch began; while test -e began -a ! -e end; do sleep 0.02; done; exit 7", folder_.text(), "",
-            "");
+            "touch began; while test -e began -a ! -e end; do sleep 0.02; done; exit 7",
+            folder_.text(), "", "");
         run_ = std::thread([this] {
             status_ = task_->runtaskonsystem().value_or(-12345);
             done_ = true;
