@@ -80,8 +80,8 @@ public:
     // that a read can go on without the system.
     virtual bool hasBufferedInput() const = 0;
     // Looks whether the peer has closed or reset the channel. Does not wait and
-    // consumes nothing. The end behind a MiB and more that nobody has read may
-    // stay unseen.
+    // consumes nothing: what stands before the end is kept to be read, as much as
+    // "ruvod.limits.block-bytes" allows; an end behind more may stay unseen.
     virtual bool isPeerGone() = 0;
     // Breaks the channel from another thread: what is under way in read or
     // write fails with VornException, and so does everything after it.

@@ -20,7 +20,7 @@ using VornSupport::VornException;
 constexpr std::size_t kSmall = 512;                      // what a quiet connection may keep
 constexpr std::size_t kLarge = std::size_t{16} * 1024;   // what traffic makes of it
 constexpr std::size_t kHold = std::size_t{16} * 1024;    // written bytes that are held at most
-constexpr std::size_t kReadAhead = std::size_t{1024} * 1024;  // to find the end of the stream
+constexpr std::size_t kReadAhead = std::size_t{1024} * 1024;  // at least, to find the end
 constexpr std::size_t kGrowth = std::size_t{64} * 1024;  // steps in which a string grows
 
 }  // namespace
@@ -76,12 +76,15 @@ void VornStreamConnection::setAbortEvent(VornSupport::VornEvent* event) {
 }
 
 // The peer's end stands behind what it has sent, and may not even have arrived
-// while that fills the system's buffer; hence it is taken in, within bounds.
+// while that fills the system's buffer; hence it is taken in. Not more than a peer
+// can have us hold anyway.
 bool VornStreamConnection::isPeerGone() {
+    const std::size_t most =
+        std::max<std::size_t>(VornNetLimits::getInstance().blockBytes, kReadAhead);
     while (!closed_ && !broken_ && !ended_ && !isAborted()) {
         const Look found = lookAtChannel();
         if (found == Look::Gone) break;
-        if (found == Look::Quiet || input_.size() >= kReadAhead) return false;
+        if (found == Look::Quiet || input_.size() >= most) return false;
         try {
             if (!fill(false) && !ended_) return false;
         } catch (const VornException&) {

@@ -525,6 +525,8 @@ TEST(VornStreamConnection, LooksForThePeersEndBehindWhatItHasSent) {
 }
 
 TEST(VornStreamConnection, TakesInABoundedAmountToFindThePeersEnd) {
+    auto& limit = VornNet::VornNetLimits::getInstance().blockBytes;
+    const std::uint32_t before = limit.exchange(1000);  // less than is always taken in
     ScriptedConnection c({std::string(5'000'000, 'x')});
     EXPECT_FALSE(c.isPeerGone());
     EXPECT_FALSE(c.isPeerGone());
@@ -532,6 +534,12 @@ TEST(VornStreamConnection, TakesInABoundedAmountToFindThePeersEnd) {
     EXPECT_FALSE(c.arrivals.empty());
     EXPECT_EQ(raw(c, 5'000'000, true), std::string(5'000'000, 'x'));
     EXPECT_LE(c.bufferBytesForTest(), 512U) << "and does not keep it";
+
+    limit = 3'000'000;
+    ScriptedConnection more({std::string(5'000'000, 'x')});
+    EXPECT_FALSE(more.isPeerGone());
+    EXPECT_LT(more.arrivals.front().size(), 2'000'000U);
+    limit = before;
 }
 
 TEST(VornStreamConnection, FindsThatItWasAbortedOrLostByLooking) {
