@@ -125,9 +125,11 @@ bool RuvoTSEngine::recover() {
 }
 
 void RuvoTSEngine::letGo() {
+    // While the set is still there: what the end of a run changes is in the store.
+    const bool ended = RuvoTSRuns::getInstance().stop(kRunsMs);
     const auto tasks = RuvoTSTaskSet::getInstance().release();
     for (const auto& task : tasks) task->retire();
-    if (!RuvoTSRuns::getInstance().stop(kRunsMs)) {
+    if (!ended) {
         VORN_LOG(2, "RuvoTSEngine::cleanup: runs under way are left behind: "
                         << RuvoTSRuns::getInstance().count());
     }

@@ -117,7 +117,7 @@ std::optional<std::int32_t> RuvoTSExecTask::runtaskonsystem() {
                     << " tempfile=" << file << " cmdline=" << VornPlatform::batchCommand(file));
     std::optional<std::int32_t> status = kNoBatchFile;
     if (const auto error = writeBatchFile(file, batchText())) {
-        if (isShortage(error)) throw RuvoTSRefused(error.text());
+        if (isShortage(error)) throw RuvoTSRefused(error);
         VORN_LOG(2, "RuvoTSExecTask::runtaskonsystem: cannot write " << file << ": "
                                                                      << error.text());
     } else {
@@ -137,15 +137,16 @@ std::optional<std::int32_t> RuvoTSExecTask::runtaskonsystem() {
     return status;
 }
 
-std::optional<std::int32_t> RuvoTSExecTask::runBatchFile(const std::string& file) const {
+std::optional<std::int32_t> RuvoTSExecTask::runBatchFile(const std::string& file) {
     VornPlatform::ProcessHandle process;
     if (const auto error = VornPlatform::startBatch(file, process)) {
-        if (isShortage(error)) throw RuvoTSRefused(error.text());
+        if (isShortage(error)) throw RuvoTSRefused(error);
         VORN_LOG(2, "RuvoTSExecTask::runtaskonsystem: cannot start the command interpreter for "
                         << getName() << ": " << error.text());
         const bool missing = error.condition() == VornPlatform::OsCondition::NotFound;
         return missing ? kNoInterpreter : kNoProcess;
     }
+    leavePlace(true);
     // A wait ends early when the service stops, or when the system fails it.
     RuvoTSRuns& runs = RuvoTSRuns::getInstance();
     for (int failures = 0; failures <= kMostWaitFailures; ++failures) {

@@ -38,7 +38,7 @@ public:
 
 private:
     std::string commandLine() const;
-    std::optional<std::int32_t> runBatchFile(const std::string& file) const;
+    std::optional<std::int32_t> runBatchFile(const std::string& file);
 
     const std::string appName_;
     const std::string path_;

@@ -18,8 +18,11 @@ constexpr int kShortageMs = 100;
 // A run takes a timer's thread, a thread of its own, the interpreter's process and
 // what that starts.
 constexpr int kMeansOfARun = 4;
+constexpr int kMostAtOnce = 1 << 20;  // a number that does not overflow
 
 }  // namespace
+
+RuvoTSRefused::~RuvoTSRefused() = default;
 
 RuvoTSRuns& RuvoTSRuns::getInstance() {
     static RuvoTSRuns* const instance = new RuvoTSRuns;
@@ -47,30 +50,31 @@ bool RuvoTSRuns::takePlace(RuvoTSTask& task) {
         return false;
     }
     ++places_;
-    task.place_ = {.epoch = epoch_, .taken = true, .inLine = false};
+    task.place_.epoch = epoch_;
+    task.place_.taken = true;
     return true;
 }
 
-void RuvoTSRuns::leavePlace(RuvoTSTask& task, bool ran) noexcept {
+void RuvoTSRuns::leavePlace(RuvoTSTask& task, bool got) noexcept {
     {
         VornMutexLock lock(mutex_);
-        if (!std::exchange(task.place_.taken, false)) return;
-        --places_;
+        const bool had = std::exchange(task.place_.taken, false);
+        if (had) --places_;
         // After a refusal the next one would be refused as well.
-        if (limit_ == 0 || !ran) return;
-        if (++fulfilled_ >= limit_) {
-            ++limit_;
+        if (limit_ == 0 || !got) return;
+        if (had && ++fulfilled_ >= limit_) {
+            limit_ = std::min(2 * limit_, kMostAtOnce);
             fulfilled_ = 0;
         }
     }
     callNext();
 }
 
-// Has the first in line try now. Asks tasks, and lets go of them, without the lock.
+// Has the first in line that still waits try now. Asks tasks, and lets go of them,
+// without the lock.
 void RuvoTSRuns::callNext() noexcept {
     for (;;) {
         Task next;
-        bool waits = false;
         {
             VornMutexLock lock(mutex_);
             if (line_.empty()) {
@@ -80,14 +84,16 @@ void RuvoTSRuns::callNext() noexcept {
             }
             next = std::move(line_.front());
             line_.pop_front();
-            waits = std::exchange(next->place_.inLine, false);
+            next->place_.inLine = false;
+            if (next->place_.taken) continue;
+            next->place_.called = true;
         }
-        if (waits && !next->isFinished()) return next->hasten();
+        if (!next->isFinished() && next->hasten()) return;
     }
-    VORN_LOG(2, "RuvoTSRuns: tasks run again without waiting for each other");
+    reportEnd();
 }
 
-void RuvoTSRuns::noteShortage(RuvoTSTask& task, const std::string& reason) noexcept {
+void RuvoTSRuns::noteShortage(RuvoTSTask& task, VornPlatform::OsError reason) noexcept {
     bool begins = false;
     int limit = 0;
     {
@@ -107,8 +113,35 @@ void RuvoTSRuns::noteShortage(RuvoTSTask& task, const std::string& reason) noexc
     }
     if (!begins) return;
     VORN_LOG(2, "RuvoTSRuns: the system is short of means to run tasks ("
-                    << reason << "): tasks wait for each other from here on, " << limit
+                    << (reason ? reason.text() : "no thread")
+                    << "): tasks wait for each other from here on, " << limit
                     << " run at once");
+}
+
+void RuvoTSRuns::leaveLine(RuvoTSTask& task) noexcept {
+    Task self;  // released after the lock
+    bool over = false;
+    {
+        VornMutexLock lock(mutex_);
+        if (!std::exchange(task.place_.inLine, false)) return;
+        const auto found = std::find(line_.begin(), line_.end(), &task);
+        if (found != line_.end()) {
+            self = std::move(*found);
+            line_.erase(found);
+        }
+        over = limit_ != 0 && places_ == 0 && line_.empty();
+        if (over) limit_ = 0;
+    }
+    if (over) reportEnd();
+}
+
+void RuvoTSRuns::reportEnd() {
+    VORN_LOG(2, "RuvoTSRuns: tasks run again without waiting for each other");
+}
+
+bool RuvoTSRuns::wasCalled(RuvoTSTask& task) noexcept {
+    VornMutexLock lock(mutex_);
+    return std::exchange(task.place_.called, false);
 }
 
 bool RuvoTSRuns::isCrowded() const {
@@ -121,6 +154,7 @@ void RuvoTSRuns::standInLineLocked(RuvoTSTask& task) noexcept {
     try {
         line_.emplace_back(&task);
         task.place_.inLine = true;
+        task.place_.called = false;
     } catch (const std::exception&) {
         // Its timer is all that it has.
     }
@@ -156,6 +190,11 @@ bool RuvoTSRuns::stop(int ms) {
         if (!ended_.waitUntil(mutex_, deadline)) return count_ == 0;
     }
     return true;
+}
+
+std::size_t RuvoTSRuns::lineForTest() const {
+    VornMutexLock lock(mutex_);
+    return line_.size();
 }
 
 int RuvoTSRuns::count() const {

@@ -2,14 +2,15 @@
 
 #include "runtime/platform/Export.h"
 #include "runtime/platform/NativeSignal.h"
+#include "runtime/platform/OsError.h"
 #include "runtime/support/VornEvent.h"
-#include "runtime/support/VornException.h"
 #include "runtime/support/VornMutex.h"
 #include "runtime/support/VornSmartPointer.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <deque>
-#include <string>
+#include <exception>
 #include <utility>
 
 namespace RuvoService {
@@ -18,9 +19,15 @@ class RuvoTSTask;
 
 // What a run that has begun throws when the system refuses it a process, for want
 // of means that others give back when they end.
-class VORN_EXPORT RuvoTSRefused : public VornSupport::VornException {
+class VORN_EXPORT RuvoTSRefused : public std::exception {
 public:
-    using VornException::VornException;
+    explicit RuvoTSRefused(VornPlatform::OsError error) : error_(error) {}
+    ~RuvoTSRefused() override;
+    const char* what() const noexcept override { return "refused"; }
+    VornPlatform::OsError error() const { return error_; }
+
+private:
+    VornPlatform::OsError error_;  // no text: memory may be what is missing
 };
 
 // The runs of tasks under way, each from the moment its time came to the end of
@@ -29,13 +36,15 @@ public:
 // goes on, its end is nobody's affair any more, and the thread ends. So a stop
 // does not wait for commands and ends none.
 //
-// Also says how many of them there may be at once when the system is short of
-// threads, processes or descriptors. Nobody knows that beforehand, and runs that take the last
-// threads for their pauses leave none to run with: so when one is refused, a
-// quarter of those under way may go on from there, half as many at each further
-// refusal, and one more each time that as many have come to their end. Others
-// stand in line, without a thread, and are tried when one has ended, after a
-// second at the latest. The shortage is over when nobody runs and nobody waits.
+// Also says how many of them may be on their way to their command at once when the
+// system is short of threads, processes or descriptors. Nobody knows that
+// beforehand, and runs that take the last threads for their pauses leave none to run
+// with: so when one is refused, a quarter of those on their way may go on from there,
+// half as many at each further refusal, and twice as many each time that as many have
+// got what they need. Others stand in line, without a thread, and are tried when a
+// command has begun or a run has ended, after a second at the latest. Commands that
+// work, however long, keep nobody from beginning. The shortage is over when nobody is
+// on the way and nobody waits.
 //
 // Any thread.
 class VORN_EXPORT RuvoTSRuns {
@@ -67,12 +76,19 @@ public:
     // A place for a run of this task. Without one the task stands in line, and its
     // timer, which the caller arms for a later try, is hastened in its turn.
     bool takePlace(RuvoTSTask& task) VORN_EXCLUDES(mutex_);
-    // Gives the task's place back, if it has one. `ran`: its run was not refused.
-    void leavePlace(RuvoTSTask& task, bool ran) noexcept VORN_EXCLUDES(mutex_);
+    // When the command has begun, and at the end of the run: gives the task's place
+    // back, if it still has it. `got`: it was not refused what it needs; the first in
+    // line is called then.
+    void leavePlace(RuvoTSTask& task, bool got) noexcept VORN_EXCLUDES(mutex_);
+    // Whether the task has been called since it stood in line: for who arms its timer
+    // afterwards. Once.
+    bool wasCalled(RuvoTSTask& task) noexcept VORN_EXCLUDES(mutex_);
     // The run that has a place was refused a thread or a process, for `reason`. It
     // stands in line. Logged at level 2 when the shortage begins and when it ends.
-    void noteShortage(RuvoTSTask& task, const std::string& reason) noexcept
+    void noteShortage(RuvoTSTask& task, VornPlatform::OsError reason) noexcept
         VORN_EXCLUDES(mutex_);
+    // The task is finished.
+    void leaveLine(RuvoTSTask& task) noexcept VORN_EXCLUDES(mutex_);
     // More than may be under way are. Who has not begun had better stand in line.
     bool isCrowded() const VORN_EXCLUDES(mutex_);
 
@@ -91,6 +107,8 @@ public:
     // at most; false when some are left.
     bool stop(int ms) VORN_EXCLUDES(mutex_);
     int count() const VORN_EXCLUDES(mutex_);
+    // Tasks that stand in line.
+    std::size_t lineForTest() const VORN_EXCLUDES(mutex_);
 
 private:
     using Task = VornSupport::VornSmartPointer<RuvoTSTask>;
@@ -99,6 +117,7 @@ private:
     void end() VORN_EXCLUDES(mutex_);
     void standInLineLocked(RuvoTSTask& task) noexcept VORN_REQUIRES(mutex_);
     void callNext() noexcept VORN_EXCLUDES(mutex_);
+    static void reportEnd();
 
     VornSupport::VornEvent stopping_{true};
     mutable VornSupport::VornMutex mutex_;

@@ -147,8 +147,8 @@ void RuvoTSTask::startRun() {
     if (!launched_) leavePlace(false);
 }
 
-void RuvoTSTask::leavePlace(bool ran) noexcept {
-    RuvoTSRuns::getInstance().leavePlace(*this, ran);
+void RuvoTSTask::leavePlace(bool got) noexcept {
+    RuvoTSRuns::getInstance().leavePlace(*this, got);
 }
 
 bool RuvoTSTask::beginRun() {
@@ -159,7 +159,7 @@ bool RuvoTSTask::beginRun() {
     return change(Running, 0);
 }
 
-void RuvoTSTask::postponeRun(const std::string& reason) noexcept {
+void RuvoTSTask::postponeRun(VornPlatform::OsError reason) noexcept {
     RuvoTSRuns::getInstance().noteShortage(*this, reason);
     leavePlace(false);
     VornSupport::endIdleTimerThreads();
@@ -167,7 +167,10 @@ void RuvoTSTask::postponeRun(const std::string& reason) noexcept {
 }
 
 void RuvoTSTask::retryRun() noexcept {
-    if (!isFinished()) timer_.startToRetry();
+    if (!isFinished()) {
+        timer_.startToRetry();
+        if (RuvoTSRuns::getInstance().wasCalled(*this)) hasten();
+    }
     // It may have been finished meanwhile, its timer disarmed before.
     if (isFinished()) timer_.disarm();
 }
@@ -233,6 +236,7 @@ void RuvoTSTask::startAgain(const char* word, RuvoTSSeconds next) {
 bool RuvoTSTask::finish() {
     if (!change(Finished, 0)) return false;
     timer_.disarm();
+    RuvoTSRuns::getInstance().leaveLine(*this);
     return true;
 }
 
@@ -267,7 +271,7 @@ void RuvoTSTask::launch(RuvoTSTaskThread& thread) {
     if (!runs.isCrowded()) {
         launched_ = thread.start();
         if (launched_) return;
-        runs.noteShortage(*this, "no thread");
+        runs.noteShortage(*this, {});
     }
     withdraw(thread);
     VornSupport::endIdleTimerThreads();

@@ -81,11 +81,11 @@ public:
     void retryRun() noexcept VORN_EXCLUDES(lock_);
     // The run that has begun was refused a process, for `reason`: it is the same
     // run, and nobody is told, when it is tried again.
-    void postponeRun(const std::string& reason) noexcept VORN_EXCLUDES(lock_);
-    // The run's thread ends. `ran`: the run was not refused anything.
-    void leavePlace(bool ran) noexcept;
-    // Has what retryRun() arranged come at once, if it has not come yet.
-    void hasten() noexcept { timer_.hasten(); }
+    void postponeRun(VornPlatform::OsError reason) noexcept VORN_EXCLUDES(lock_);
+    // The run has what it needs, or ends. `got`: it was not refused anything.
+    void leavePlace(bool got) noexcept;
+    // Has what retryRun() arranged come at once; false when nothing is to come.
+    bool hasten() noexcept { return timer_.hasten(); }
     // The timer's time has come, or a run's thread is done. A run that cannot
     // begin is tried again, and so is what follows a run: a shortage ends no task.
     void handleNotification(VornSupport::VornCollaborator& source,
@@ -186,7 +186,8 @@ private:
     struct Place {
         std::uint32_t epoch = 0;
         bool taken = false;
-        bool inLine = false;
+        bool inLine = false;  // an entry of the line is its own
+        bool called = false;
     };
     Place place_;  // RuvoTSRuns', under its lock
 

@@ -41,7 +41,9 @@ int RuvoTSTaskThread::run() {
     VORN_LOG(9, "RuvoTSTaskThread::run ");
     const RuvoTSRuns::Token underWay = std::exchange(underWay_, RuvoTSRuns::Token());
     const auto task = std::exchange(task_, nullptr);
-    if (underWay && runTask(*task)) {
+    if (!underWay) {
+        task->leavePlace(false);
+    } else if (runTask(*task)) {
         RuvoTSThreadDone done(task, exitCode_);
         try {
             notify(done);
@@ -82,7 +84,7 @@ bool RuvoTSTaskThread::runTask(RuvoTSTask& task) {
         ended = status.has_value();
         exitCode_ = status.value_or(exitCode_);
     } catch (const RuvoTSRefused& e) {
-        task.postponeRun(e.what());
+        task.postponeRun(e.error());
         return false;
     } catch (const std::exception& e) {
         // Out of memory, say. The task gets its next turn all the same.

@@ -55,9 +55,9 @@ void RuvoTSTimeKeeper::disarm(RuvoTSTimer& timer) {
     before = std::exchange(timer.held_, nullptr);
 }
 
-void RuvoTSTimeKeeper::hasten(RuvoTSTimer& timer) noexcept {
+bool RuvoTSTimeKeeper::hasten(RuvoTSTimer& timer) noexcept {
     VornMutexLock lock(mutex_);
-    if (timer.phase_ != Phase::ByElapsed) return;
+    if (timer.phase_ != Phase::ByElapsed) return false;
     auto entry = byElapsed_.extract(timer.place_);
     entry.key() = std::min(entry.key(), RuvoTSClock::current().elapsedMs());
     timer.place_ = byElapsed_.insert(std::move(entry));
@@ -66,6 +66,7 @@ void RuvoTSTimeKeeper::hasten(RuvoTSTimer& timer) noexcept {
     } catch (const std::exception&) {
         // The wake-up that is planned comes at its old time.
     }
+    return true;
 }
 
 RuvoTSTimeKeeper::Owner RuvoTSTimeKeeper::claim(RuvoTSTimer& timer) {

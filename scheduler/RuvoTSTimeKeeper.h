@@ -69,7 +69,7 @@ private:
         VORN_EXCLUDES(mutex_);
     void disarm(RuvoTSTimer& timer) VORN_EXCLUDES(mutex_);
     // Makes one that waits for a time to pass due; leaves others as they are.
-    void hasten(RuvoTSTimer& timer) noexcept VORN_EXCLUDES(mutex_);
+    bool hasten(RuvoTSTimer& timer) noexcept VORN_EXCLUDES(mutex_);
     // The owner of a timer that was fired; null when it was disarmed since.
     Owner claim(RuvoTSTimer& timer) VORN_EXCLUDES(mutex_);
 

@@ -38,7 +38,7 @@ void RuvoTSTimer::startToRetry() noexcept {
     } while (RuvoTSRuns::getInstance().pauseForShortage());
 }
 
-void RuvoTSTimer::hasten() noexcept { RuvoTSTimeKeeper::getInstance().hasten(*this); }
+bool RuvoTSTimer::hasten() noexcept { return RuvoTSTimeKeeper::getInstance().hasten(*this); }
 
 void RuvoTSTimer::disarm() { RuvoTSTimeKeeper::getInstance().disarm(*this); }
 

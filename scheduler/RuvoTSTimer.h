@@ -36,8 +36,8 @@ public:
     // Arms the timer for a second from now, as soon as there is memory for that;
     // not any more when the service stops.
     void startToRetry() noexcept;
-    // Has a wait of startToWait() or startToRetry() end now, if there is one.
-    void hasten() noexcept;
+    // Has a wait of startToWait() or startToRetry() end now; false when there is none.
+    bool hasten() noexcept;
     // Withdraws a time that has not come yet. Does not wait for a dependent
     // that is being told.
     void disarm();

@@ -48,6 +48,10 @@ OsCondition OsError::condition() const {
         case WSAENOBUFS:
         case ERROR_TOO_MANY_OPEN_FILES:
         case ERROR_NOT_ENOUGH_MEMORY:
+        case ERROR_NOT_ENOUGH_QUOTA:
+        case ERROR_COMMITMENT_LIMIT:
+        case ERROR_NO_SYSTEM_RESOURCES:
+        case ERROR_MAX_THRDS_REACHED:
         case ERROR_OUTOFMEMORY: return OsCondition::TooManyOpen;
         case WSAEINVAL:
         case ERROR_INVALID_PARAMETER: return OsCondition::InvalidArgument;

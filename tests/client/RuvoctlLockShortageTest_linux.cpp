@@ -31,10 +31,11 @@ void* allocate(std::size_t size) {
 
 void* operator new(std::size_t size) { return allocate(size); }
 void* operator new[](std::size_t size) { return allocate(size); }
-void operator delete(void* piece) noexcept { std::free(piece); }
-void operator delete[](void* piece) noexcept { std::free(piece); }
-void operator delete(void* piece, std::size_t) noexcept { std::free(piece); }
-void operator delete[](void* piece, std::size_t) noexcept { std::free(piece); }
+// Inlined, the compiler takes it for a mistake.
+[[gnu::noinline]] void operator delete(void* piece) noexcept { std::free(piece); }
+[[gnu::noinline]] void operator delete[](void* piece) noexcept { std::free(piece); }
+[[gnu::noinline]] void operator delete(void* piece, std::size_t) noexcept { std::free(piece); }
+[[gnu::noinline]] void operator delete[](void* piece, std::size_t) noexcept { std::free(piece); }
 
 using namespace ClientTest;
 

@@ -44,10 +44,11 @@ void deallocate(void* piece) {
 
 void* operator new(std::size_t size) { return allocate(size); }
 void* operator new[](std::size_t size) { return allocate(size); }
-void operator delete(void* piece) noexcept { deallocate(piece); }
-void operator delete[](void* piece) noexcept { deallocate(piece); }
-void operator delete(void* piece, std::size_t) noexcept { deallocate(piece); }
-void operator delete[](void* piece, std::size_t) noexcept { deallocate(piece); }
+// Inlined, the compiler takes it for a mistake.
+[[gnu::noinline]] void operator delete(void* piece) noexcept { deallocate(piece); }
+[[gnu::noinline]] void operator delete[](void* piece) noexcept { deallocate(piece); }
+[[gnu::noinline]] void operator delete(void* piece, std::size_t) noexcept { deallocate(piece); }
+[[gnu::noinline]] void operator delete[](void* piece, std::size_t) noexcept { deallocate(piece); }
 
 using namespace RuvoService;
 

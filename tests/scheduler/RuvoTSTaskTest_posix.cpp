@@ -1,5 +1,6 @@
 // Where the system can be asked for a thread that it does not have.
 
+#include "scheduler/RuvoTSExecTask.h"
 #include "scheduler/RuvoTSNotifications.h"
 #include "scheduler/RuvoTSRuns.h"
 #include "scheduler/RuvoTSTask.h"
@@ -116,6 +117,71 @@ TEST(RuvoTSTaskPosix, TakesTurnsWhileThreadsAreShort) {
     for (const auto& task : tasks) task->finish();
 }
 
+// Commands that work for hours have what they need.
+TEST(RuvoTSTaskPosix, LetsOthersBeginWhileCommandsWork) {
+    const TestSupport::StoreFolder folder;
+    const TestSupport::TemporaryDirectory directory;
+    TestSupport::TestClock clock;
+    TestSupport::OpenTaskSet open;
+    const std::string goOn = directory.file("go on");
+    const auto command = [&](const std::string& name, std::int32_t due,
+                             const std::string& script) {
+        return RuvoTSTask::make<RuvoTSExecTask>(name, kNoon + due, RuvoTSTask::Daily, "sh", "",
+                                                "-c '" + script + "'", directory.file(name));
+    };
+    std::vector<VornSupport::VornSmartPointer<RuvoTSExecTask>> long_;
+    for (int i = 0; i < 3; ++i) {
+        long_.push_back(command("long" + std::to_string(i), 10,
+                                "echo begun; until test -e \"" + goOn +
+                                    "\"; do sleep 0.05; done"));
+    }
+    clock.advance(10);
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_TRUE(waitUntil([&] {
+            return TestSupport::readFile(directory.file("long" + std::to_string(i))) == "begun\n";
+        }));
+    }
+    RuvoTSRuns& runs = RuvoTSRuns::getInstance();
+    const auto refused = command("refused", 100'000, "true");
+    ASSERT_TRUE(runs.takePlace(*refused));
+    runs.noteShortage(*refused, {});
+    runs.leavePlace(*refused, false);
+    const auto next = command("next", 20, "true");
+    clock.advance(10);
+    EXPECT_TRUE(waitUntil([&] { return next->getLastRunTime() != 0; }))
+        << "while " << runs.count() << " work";
+    EXPECT_EQ(next->getStatus(), 0);
+    TestSupport::writeFile(goOn, "");
+    for (const auto& task : long_) {
+        EXPECT_TRUE(waitUntil([&] { return task->getLastRunTime() != 0; }));
+        task->finish();
+    }
+    EXPECT_TRUE(waitUntil([&] { return runs.count() == 0; }));
+    refused->finish();
+    next->finish();
+}
+
+TEST(RuvoTSTaskPosix, EndsTheShortageWhenThoseInLineAreCancelled) {
+    const TestSupport::StoreFolder folder;
+    TestSupport::TestClock clock;
+    TestSupport::OpenTaskSet open;
+    const LogCapture log(2);
+    RuvoTSRuns& runs = RuvoTSRuns::getInstance();
+    std::vector<VornSupport::VornSmartPointer<CrowdTask>> tasks;
+    for (int i = 0; i < 3; ++i) tasks.push_back(RuvoTSTask::make<CrowdTask>());
+    ASSERT_TRUE(runs.takePlace(*tasks[0]));
+    runs.noteShortage(*tasks[0], {});
+    runs.leavePlace(*tasks[0], false);
+    ASSERT_TRUE(runs.takePlace(*tasks[1]));
+    EXPECT_FALSE(runs.takePlace(*tasks[2]));
+    EXPECT_FALSE(runs.takePlace(*tasks[2])) << "in line once, however often it tries";
+    EXPECT_EQ(runs.lineForTest(), 2u);
+    runs.leavePlace(*tasks[1], false);
+    for (const auto& task : tasks) task->finish();
+    EXPECT_EQ(runs.lineForTest(), 0u);
+    EXPECT_EQ(log.beginning("RuvoTSRuns: tasks run again").size(), 1u);
+}
+
 // One that waits in line and is cancelled leaves the others their turns.
 TEST(RuvoTSTaskPosix, PassesOverThoseThatAreCancelledInLine) {
     const TestSupport::StoreFolder folder;
@@ -125,7 +191,7 @@ TEST(RuvoTSTaskPosix, PassesOverThoseThatAreCancelledInLine) {
     std::vector<VornSupport::VornSmartPointer<CrowdTask>> tasks;
     for (int i = 0; i < 4; ++i) tasks.push_back(RuvoTSTask::make<CrowdTask>());
     ASSERT_TRUE(runs.takePlace(*tasks[0]));
-    runs.noteShortage(*tasks[0], "test");
+    runs.noteShortage(*tasks[0], {});
     EXPECT_FALSE(runs.isCrowded());
     for (int i = 1; i < 4; ++i) EXPECT_FALSE(runs.takePlace(*tasks[static_cast<size_t>(i)]));
     for (const auto& task : tasks) task->retryRun();
@@ -158,7 +224,7 @@ TEST(RuvoTSTaskPosix, TellsOfARunThatIsPostponedOnce) {
             return 0;
         }
         std::optional<std::int32_t> runtaskonsystem() override {
-            if (++tries < 3) throw RuvoTSRefused("no process");
+            if (++tries < 3) throw RuvoTSRefused(VornPlatform::OsError::timedOut());
             return 5;
         }
         std::string_view kind() const override { return "Refused"; }
