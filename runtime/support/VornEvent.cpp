@@ -5,6 +5,8 @@
 
 #include <algorithm>
 #include <chrono>
+#include <list>
+#include <utility>
 
 namespace VornSupport {
 namespace {
@@ -32,6 +34,10 @@ struct VornEvent::Waiter {
     bool picked = false;
     int outcome = kTimedOut;  // an index once it is picked
     Waiter* next = nullptr;   // picked by the same change
+    // Of a wait for one event, which is nearly every one: its place in the list, so
+    // that a thousand that give up at once are not looked through for each.
+    std::list<Waiter*>::iterator place{};
+    bool placed = false;
 
     VornMutex mutex;  // never together with the lock of all events
     VornCondition over;
@@ -95,6 +101,10 @@ VornEvent::Waiter* VornEvent::pick(bool pulsed) {
 }
 
 void VornEvent::withdraw(Waiter& waiter) {
+    if (waiter.count == 1) {
+        if (std::exchange(waiter.placed, false)) waiter.events[0]->waiters_.erase(waiter.place);
+        return;
+    }
     for (std::size_t i = 0; i < waiter.count; ++i) waiter.events[i]->waiters_.remove(&waiter);
 }
 
@@ -176,6 +186,12 @@ int VornEvent::waitSet(VornEvent* const* events, std::size_t count, bool all, in
 }
 
 void VornEvent::enlist(Waiter& waiter) {
+    if (waiter.count == 1) {
+        auto& waiters = waiter.events[0]->waiters_;
+        waiter.place = waiters.insert(waiters.end(), &waiter);
+        waiter.placed = true;
+        return;
+    }
     try {
         for (std::size_t i = 0; i < waiter.count; ++i) {
             waiter.events[i]->waiters_.push_back(&waiter);
