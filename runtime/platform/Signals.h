@@ -11,7 +11,8 @@ struct EndRequest {
     // terminal's other key for that (Windows: Ctrl-Break), else the signal that was
     // sent. 1 to 64.
     int signal = 0;
-    // The programs that share our terminal have been told by the system.
+    // The programs that share our terminal have been told by the system. Of a
+    // terminal that goes POSIX may have told us alone: false then.
     bool reachedOthers = false;
     // So long after the request the system ends the process; -1: it does not.
     int graceMs = -1;
@@ -41,7 +42,8 @@ struct SignalActions {
 VORN_EXPORT OsError watchSignals(const SignalActions& actions);
 
 // Returns when the action `end` has been called for every request that was made
-// before. Windows does not say what it is about to tell: returns at once there.
+// before, after two seconds at the latest. One thread at a time. Windows does not
+// say what it is about to tell: returns at once there.
 VORN_EXPORT void settleSignals();
 
 // The program has done what it had to. Windows ends a process whose console is

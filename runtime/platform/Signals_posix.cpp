@@ -6,9 +6,11 @@
 #include <pthread.h>
 #include <semaphore.h>
 #include <signal.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <iterator>
 
@@ -16,6 +18,14 @@ namespace VornPlatform {
 namespace {
 
 constexpr std::size_t kStack = 256 * 1024;
+
+// What settleSignals() wakes the watching thread by. Ends no process, and needs no
+// place in the user's queue of signals, which may be full.
+constexpr int kWake = SIGURG;
+// So often, and so long each time, it looks for the answer.
+constexpr int kLooks = 100;
+constexpr long kLookNs = 20'000'000;
+constexpr long kSecondNs = 1'000'000'000;
 
 // They end no process, or are none of ours to take: what can be done about those
 // two of writing is done elsewhere.
@@ -29,7 +39,9 @@ sigset_t ignoredWhenTyped;
 sigset_t maskBefore;
 bool isWatching = false;
 bool canSettle = false;
-sem_t settled;
+std::atomic<unsigned> askedToSettle{0};
+std::atomic<unsigned> settled{0};  // what of that has been done
+sem_t settledMore;
 
 void (*handlerOf(int signal))(int) {
     struct sigaction action {};
@@ -65,29 +77,19 @@ void chooseSignals() {
     }
     chooseForEnding();
     watched = handedOn;
-    ::sigaddset(&watched, SIGRTMAX);
+    ::sigaddset(&watched, kWake);
 }
 
-// What settleSignals() sends. Of all signals that wait the one of the highest
-// number is taken last.
-bool isMark(const siginfo_t& signal) {
-    return signal.si_signo == SIGRTMAX && signal.si_code == SI_USER && signal.si_pid == ::getpid();
-}
-
-// The kernel sends these by itself when somebody types or the terminal goes, and
-// then to all of its foreground.
+// The kernel sends these by itself when somebody types, and then to all of its
+// foreground. Not so SIGHUP: of a terminal that goes it tells the leader of the
+// session alone, which may be us, and the foreground only when that has ended.
 bool isTyped(const siginfo_t& signal) {
-    const int number = signal.si_signo;
     return signal.si_code == SI_KERNEL &&
-           (number == SIGINT || number == SIGQUIT || number == SIGHUP);
+           (signal.si_signo == SIGINT || signal.si_signo == SIGQUIT);
 }
 
 void handle(const siginfo_t& signal) {
     const int number = signal.si_signo;
-    if (isMark(signal)) {
-        ::sem_post(&settled);
-        return;
-    }
     if (::sigismember(&handedOn, number) != 1) return;
     if (actionsInForce.end != nullptr) {
         if (isTyped(signal) && ::sigismember(&ignoredWhenTyped, number) == 1) return;
@@ -98,10 +100,45 @@ void handle(const siginfo_t& signal) {
     if (action != nullptr) action();
 }
 
+// Whatever waits by now came before the wish that it be taken, or does no harm.
+void settle() {
+    unsigned asked = askedToSettle.load();
+    const timespec now{};
+    for (;;) {
+        siginfo_t signal{};
+        const int taken = ::sigtimedwait(&watched, &signal, &now);
+        if (taken < 0 && errno != EINTR) break;
+        if (taken == kWake) {
+            asked = askedToSettle.load();
+        } else if (taken > 0) {
+            handle(signal);
+        }
+    }
+    if (settled.exchange(asked) != asked) ::sem_post(&settledMore);
+}
+
 void watch(void*) {
     for (;;) {
         siginfo_t signal{};
-        if (::sigwaitinfo(&watched, &signal) > 0) handle(signal);
+        if (::sigwaitinfo(&watched, &signal) <= 0) continue;
+        if (signal.si_signo == kWake) {
+            settle();
+        } else {
+            handle(signal);
+        }
+    }
+}
+
+// Short, so that a process that has been stopped for long looks again.
+void awaitSettling() {
+    timespec end{};
+    ::clock_gettime(CLOCK_MONOTONIC, &end);
+    end.tv_nsec += kLookNs;
+    if (end.tv_nsec >= kSecondNs) {
+        end.tv_nsec -= kSecondNs;
+        ++end.tv_sec;
+    }
+    while (::sem_clockwait(&settledMore, CLOCK_MONOTONIC, &end) != 0 && errno == EINTR) {
     }
 }
 
@@ -126,7 +163,7 @@ OsError watchSignals(const SignalActions& actions) {
     actionsInForce = actions;
     if (const OsError error = failInsteadOfEnding()) return error;
     chooseSignals();
-    if (::sem_init(&settled, 0, 0) != 0) return OsError::last();
+    if (::sem_init(&settledMore, 0, 0) != 0) return OsError::last();
     if (const int failed = ::pthread_sigmask(SIG_BLOCK, &watched, &maskBefore); failed != 0) {
         return OsError(failed);
     }
@@ -138,9 +175,10 @@ OsError watchSignals(const SignalActions& actions) {
 }
 
 void settleSignals() {
-    if (!canSettle || ::kill(::getpid(), SIGRTMAX) != 0) return;
-    while (::sem_wait(&settled) != 0 && errno == EINTR) {
-    }
+    if (!canSettle) return;
+    const unsigned asked = ++askedToSettle;
+    if (::kill(::getpid(), kWake) != 0) return;
+    for (int left = kLooks; left > 0 && settled.load() != asked; --left) awaitSettling();
 }
 
 void tellStopped() {}

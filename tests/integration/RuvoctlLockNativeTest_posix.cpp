@@ -252,27 +252,44 @@ TEST_F(RuvoctlLockNative, SurvivesTheEndOfTheSessionWhenItIsToldSo) {
     EXPECT_TRUE(isFree("a"));
 }
 
+namespace {
+
+// For programs that start ruvoctl at a terminal of its own, whose session it leads,
+// with a command that makes the file "ready", and "runs" on SIGUSR1. A signal that
+// was handed on to the command shows that it has been begun, and a sleep after that
+// that ruvoctl is past all that belongs to the beginning.
+const std::string kTypist =
+    "import os, pty, signal, sys, time\n"
+    "def until(condition):\n"
+    "    end = time.monotonic() + 30\n"
+    "    while not condition():\n"
+    "        if time.monotonic() > end: sys.exit('waited in vain')\n"
+    "        time.sleep(0.01)\n"
+    "def appears(name): until(lambda: os.path.exists(sys.argv[1] + '/' + name))\n"
+    "def state(): return open('/proc/%d/stat' % child).read().rsplit(')', 1)[1].split()[0]\n"
+    "child, terminal = pty.fork()\n"
+    "if child == 0: os.execvp(sys.argv[2], sys.argv[2:])\n"
+    "appears('ready')\n"
+    "os.kill(child, signal.SIGUSR1)\n"
+    "appears('runs')\n"
+    "until(lambda: state() == 'S')\n";
+const std::string kAtTerminal = "trap ': > runs' USR1; ";
+
+}  // namespace
+
 // Somebody at a terminal presses Ctrl-C, which the system tells both programs of. A
 // signal that is handed on after it would come behind one that the command got twice.
-// One that is handed on before shows that the command's start is over for ruvoctl too.
 TEST_F(RuvoctlLockNative, DoesNotTellTheCommandTwiceWhatIsTyped) {
-    const std::string typist =
-        "import os, pty, signal, sys, time\n"
-        "directory = sys.argv[1]\n"
-        "child, terminal = pty.fork()\n"
-        "if child == 0: os.execvp(sys.argv[2], sys.argv[2:])\n"
-        "while not os.path.exists(directory + '/ready'): time.sleep(0.01)\n"
-        "os.kill(child, signal.SIGUSR1)\n"
-        "while not os.path.exists(directory + '/runs'): time.sleep(0.01)\n"
+    const std::string typist = kTypist +
         "os.write(terminal, b'\\x03')\n"
-        "while not os.path.exists(directory + '/told'): time.sleep(0.01)\n"
+        "appears('told')\n"
         "os.kill(child, signal.SIGTERM)\n"
         "try:\n"
         "    while os.read(terminal, 1000): pass\n"
         "except OSError: pass\n"
         "sys.exit(os.waitstatus_to_exitcode(os.waitpid(child, 0)[1]))\n";
-    const std::string script =
-        "trap 'echo told >> told' INT; trap 'exit 5' TERM; trap ': > runs' USR1; : > ready; "
+    const std::string script = kAtTerminal +
+        "trap 'echo told >> told' INT; trap 'exit 5' TERM; : > ready; "
         "while :; do sleep 0.01; done";
     Arguments all = {"python3", "-c", typist, directory_.text()};
     for (const std::string& word : locking("a", script)) all.push_back(word);
@@ -280,6 +297,39 @@ TEST_F(RuvoctlLockNative, DoesNotTellTheCommandTwiceWhatIsTyped) {
     EXPECT_EQ(done.status, 5) << done.errors;
     EXPECT_EQ(readFile(file("told")), "told\n");
     EXPECT_TRUE(isFree("a"));
+}
+
+// Of that the system tells the leader of the session alone. Here this is ruvoctl.
+TEST_F(RuvoctlLockNative, TellsTheCommandThatTheTerminalHasGone) {
+    const std::string typist = kTypist +
+        "os.close(terminal)\n"
+        "sys.exit(os.waitstatus_to_exitcode(os.waitpid(child, 0)[1]))\n";
+    const std::string script = kAtTerminal +
+        "trap ': > told; exit 9' HUP; : > ready; "
+        "for i in $(seq 1000); do sleep 0.01; done; exit 3";
+    Arguments all = {"python3", "-c", typist, directory_.text()};
+    for (const std::string& word : locking("a", script)) all.push_back(word);
+    const ClientRun done = runProgram(all);
+    EXPECT_EQ(done.status, 9) << done.errors;
+    EXPECT_TRUE(exists(file("told")));
+    EXPECT_TRUE(isFree("a"));
+}
+
+TEST_F(RuvoctlLockNative, WorksWhereTheQueueOfSignalsIsFull) {
+    const auto withoutQueue = [](const Arguments& words) {
+        Arguments all = {"bash", "-c", "ulimit -i 0 && exec \"$@\"", "bash"};
+        all.insert(all.end(), words.begin(), words.end());
+        return all;
+    };
+    ClientProcess running(withoutQueue(
+        locking("a", "trap 'exit 9' TERM; : > ready; while :; do sleep 0.01; done")));
+    ASSERT_TRUE(appears("ready")) << running.errors();
+    running.signal(SIGTERM);
+    EXPECT_EQ(running.waitForExit(), 9) << running.errors();
+    EXPECT_TRUE(isFree("a"));
+    const ClientRun printed = runProgram(withoutQueue(line({"lock", "b"})));
+    EXPECT_EQ(printed.status, 0) << printed.errors;
+    EXPECT_NE(printed.output, "");
 }
 
 TEST_F(RuvoctlLockNative, LetsOneCommandInAtATime) {

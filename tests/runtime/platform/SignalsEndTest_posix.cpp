@@ -6,9 +6,11 @@
 #include <gtest/gtest.h>
 
 #include <signal.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <atomic>
+#include <chrono>
 #include <string>
 
 namespace VornPlatform {
@@ -76,6 +78,23 @@ TEST(SignalsEnd, TellsWhatWasAskedAndLeavesIgnoredSignalsAlone) {
         settleSignals();
         ASSERT_EQ(lastSignal, signal) << round;
     }
+    // Also not where the user's queue of signals is full.
+    rlimit before{};
+    ASSERT_EQ(::getrlimit(RLIMIT_SIGPENDING, &before), 0);
+    rlimit none = before;
+    none.rlim_cur = 0;
+    ASSERT_EQ(::setrlimit(RLIMIT_SIGPENDING, &none), 0);
+    const auto begun = std::chrono::steady_clock::now();
+    for (const int signal : {SIGTERM, SIGRTMAX, SIGUSR1, SIGRTMIN, SIGHUP, SIGTERM}) {
+        lastSignal = 0;
+        ::kill(::getpid(), signal);
+        settleSignals();
+        EXPECT_EQ(lastSignal, signal == SIGHUP ? 0 : signal);
+    }
+    settleSignals();
+    EXPECT_EQ(lastSignal, SIGTERM);  // and is none itself
+    EXPECT_LT(std::chrono::steady_clock::now() - begun, std::chrono::seconds(2));
+    EXPECT_EQ(::setrlimit(RLIMIT_SIGPENDING, &before), 0);
     tellStopped();
 
     // A program in the foreground begins as this one did, not as it is now.
