@@ -2,6 +2,7 @@
 
 #include "runtime/platform/Environment.h"
 #include "runtime/platform/Signals_posix.h"
+#include "runtime/platform/SpareDescriptor_posix.h"
 
 #include <signal.h>
 #include <spawn.h>
@@ -82,10 +83,13 @@ OsError startInForeground(const std::vector<std::string>& words, ProcessHandle& 
     standard.sa_handler = SIG_DFL;
     if (::sigaction(SIGCHLD, &standard, nullptr) != 0) return OsError::last();
 
+    SpareDescriptor spare;
+    if (spare.error()) return spare.error();
     pid_t id = 0;
     const bool isPath = words[0].find('/') != std::string::npos;
     const int failed = isPath ? spawnFile(words[0], words, id) : spawnAlongPath(words, id);
     if (failed != 0) return OsError(failed);
+    spare.release();
     return process.adopt(id, ProcessHandle::kNone);
 }
 

@@ -6,9 +6,11 @@
 #include <gtest/gtest.h>
 
 #include <signal.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <filesystem>
 #include <optional>
 #include <string>
@@ -121,6 +123,26 @@ TEST_F(ForegroundPosixTest, InheritsTheStandardStreamsAndOtherDescriptors) {
     EXPECT_EQ(std::string(text, static_cast<std::size_t>(::read(pipe[0], text, sizeof text))),
               "out\nother\n");
     for (const int descriptor : {saved, pipe[0], pipe[1], std::stoi(other)}) ::close(descriptor);
+}
+
+TEST_F(ForegroundPosixTest, StartsNothingThatItCouldNotWatch) {
+    rlimit before{};
+    ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &before), 0);
+    rlimit low = before;
+    low.rlim_cur = 100;
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &low), 0);
+    std::vector<int> taken;
+    for (int each = ::dup(0); each >= 0; each = ::dup(0)) taken.push_back(each);
+    ProcessHandle process;
+    // Refused before anybody sees that there is no such program.
+    const OsError refused = startInForeground({file("none")}, process);
+    ::close(taken.back());
+    taken.pop_back();
+    const int status = run({"/bin/sh", "-c", "exit 5"});
+    for (const int each : taken) ::close(each);
+    ::setrlimit(RLIMIT_NOFILE, &before);
+    EXPECT_EQ(refused.code(), EMFILE);
+    EXPECT_EQ(status, 5);
 }
 
 TEST_F(ForegroundPosixTest, KnowsTheStatusWhereEndsOfChildrenWereIgnored) {
