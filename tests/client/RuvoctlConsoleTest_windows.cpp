@@ -9,6 +9,7 @@
 #include "tests/support/ChildMain.h"
 #include "tests/support/TestSupport.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <windows.h>
@@ -68,6 +69,13 @@ protected:
 }  // namespace
 
 TEST_F(RuvoctlConsole, EndsTheCommandAndGivesTheLockBack) {
+    // Tells what status the system gives a program that Ctrl-C ends.
+    VornPlatform::ProcessHandle other;
+    ASSERT_FALSE(VornPlatform::startInForeground(
+        {VornPlatform::executablePath(), "--child", "tell", file("other"), file("go"),
+         file("done")},
+        other));
+    ASSERT_TRUE(waitUntil([&] { return exists(file("other")); }));
     ScriptedDaemon daemon([&](ScriptedPeer& peer) {
         peer.open();
         peer.serve(lockRequest(0), i32(5));
@@ -78,6 +86,9 @@ TEST_F(RuvoctlConsole, EndsTheCommandAndGivesTheLockBack) {
     });
     start(daemon);
     EXPECT_TRUE(process_.wait(kPatienceMs));
+    EXPECT_TRUE(other.wait(kPatienceMs));
+    // 130 where ruvoctl had not seen yet that the command had begun, and ended it.
+    EXPECT_THAT(process_.exitCode(), testing::AnyOf(other.exitCode(), 130));
     daemon.join();
     EXPECT_FALSE(exists(file("done")));
 }
