@@ -97,8 +97,9 @@ void HeldLock::complain(std::int32_t handle, const Ruvo::RuvoClientError& error)
     switch (error.problem()) {
         case RuvoProblem::TimedOut:
             text += "the daemon at " + client_.address() +
-                    " does not answer. It has been asked, and may do it yet; " + again +
-                    " asks once more";
+                    " does not answer. It has been asked, and may do it yet. Unless it has been "
+                    "restarted since, " +
+                    again + " asks once more; after a restart that may be somebody else's lock";
             break;
         case RuvoProblem::Closed:
         case RuvoProblem::Unreachable:

@@ -40,13 +40,13 @@ std::vector<std::string> commandOf(const Session& session, const LockOptions& op
         "only the command's own words stand behind \"--\", and none of them before it");
 }
 
-// The status of a program that was asked to end.
+// The status of a program that was asked to end: of the first request's signal.
 int interruptedStatus(Session& session) {
     const auto request = session.surroundings.nextRequest();
     return kSignalBase + (request ? request->signal : kInterrupt);
 }
 
-bool obtain(Session& session, HeldLock& held, const LockOptions& options) {
+bool tryToObtain(Session& session, HeldLock& held, const LockOptions& options) {
     if (held.obtain(milliseconds(0))) return true;
     if (session.surroundings.isInterrupted()) return false;
     if (!held.isConversationOpen()) throw Failure(kUnreachable, "the daemon does not answer");
@@ -54,6 +54,19 @@ bool obtain(Session& session, HeldLock& held, const LockOptions& options) {
     session.surroundings.err << "ruvoctl: waiting for the lock of \"" << shown(options.path) << '"'
                              << std::endl;
     return held.obtain(options.wait);
+}
+
+// What goes wrong with the daemon after somebody has asked for our end is told, but
+// is not why we end.
+bool obtain(Session& session, HeldLock& held, const LockOptions& options) {
+    try {
+        return tryToObtain(session, held, options);
+    } catch (const Ruvo::RuvoClientError& error) {
+        session.surroundings.settleRequests();
+        if (!session.surroundings.isInterrupted()) throw;
+        session.surroundings.err << "ruvoctl: " << error.what() << std::endl;
+        return false;
+    }
 }
 
 // Gives the lock to whoever reads the handle.

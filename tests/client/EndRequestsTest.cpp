@@ -26,9 +26,9 @@ TEST(EndRequests, GivesEachOnce) {
     requests.add({.signal = 2});
     requests.add({.signal = 15});
     EXPECT_TRUE(requests.any());
-    expectNext(requests, 2, false);
-    expectNext(requests, 2, true);
     expectNext(requests, 15, false);
+    expectNext(requests, 2, true);
+    expectNext(requests, 2, false);
     EXPECT_FALSE(requests.next());
     EXPECT_TRUE(requests.any());  // there was one
     requests.add({.signal = 15});
@@ -39,6 +39,17 @@ TEST(EndRequests, KnowsEverySignal) {
     EndRequests requests;
     for (int signal = 1; signal <= 64; ++signal) requests.add({.signal = signal});
     for (int signal = 1; signal <= 64; ++signal) expectNext(requests, signal, false);
+    EXPECT_FALSE(requests.next());
+}
+
+TEST(EndRequests, GivesThemInTheOrderInWhichTheyCame) {
+    EndRequests requests;
+    for (int signal = 64; signal >= 1; --signal) requests.add({.signal = signal});
+    expectNext(requests, 64, false);
+    requests.add({.signal = 64});
+    requests.add({.signal = 63});  // still the first one
+    for (int signal = 63; signal >= 1; --signal) expectNext(requests, signal, false);
+    expectNext(requests, 64, false);
     EXPECT_FALSE(requests.next());
 }
 

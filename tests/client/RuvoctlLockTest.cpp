@@ -197,6 +197,33 @@ TEST_F(RuvoctlLock, EndsTheWaitWhenItIsAskedToEnd) {
     }
 }
 
+// Why it ended is one thing, what it could not do then another.
+TEST_F(RuvoctlLock, TellsWhatGoesWrongWhenTheWaitIsEndedAndKeepsTheStatus) {
+    const std::vector<Script> scripts = {
+        [&](ScriptedPeer& peer) {
+            peer.open();
+            peer.serve(lockRequest("a", 0), i32(0));
+            peer.expect(u16(1) + lockRequest("a", -1));
+            ruvoctl_.requests.add({.signal = 15});
+            ruvoctl_.requests.add({.signal = 1});
+            peer.awaitClose();
+            peer.send(i32(7));
+        },
+        [](ScriptedPeer& peer) {
+            peer.open();
+            peer.expect(u16(1) + unlockRequest(7));
+            peer.close();
+        }};
+    ScriptedDaemon daemon(scripts);
+    Arguments arguments = locking({}, writingTheHandle(file("out")));
+    arguments.insert(arguments.begin(), {"--port", std::to_string(daemon.port())});
+    EXPECT_EQ(ruvoctl_.run(arguments), 143) << err();
+    EXPECT_TRUE(has(err(), "\nruvoctl: the lock was granted while the wait for it ended, and "
+                           "stays: handle 7 could not be unlocked: "))
+        << err();
+    EXPECT_FALSE(exists(file("out")));
+}
+
 TEST_F(RuvoctlLock, DoesNotBeginTheCommandWhenItIsAskedToEndBefore) {
     for (const bool withCommand : {true, false}) {
         RuvoctlRun ruvoctl;
@@ -313,8 +340,9 @@ TEST_F(RuvoctlLock, TellsThatTheDaemonDoesNotAnswerAndKeepsTheStatus) {
     EXPECT_TRUE(has(err(), "ruvoctl: the command ended with status 0, but the lock of \"a\" could "
                            "not be given back: the daemon at tcp:127.0.0.1:"))
         << err();
-    EXPECT_TRUE(has(err(), " does not answer. It has been asked, and may do it yet; 'ruvoctl "
-                           "unlock 5' asks once more\n"))
+    EXPECT_TRUE(has(err(), " does not answer. It has been asked, and may do it yet. Unless it has "
+                           "been restarted since, 'ruvoctl unlock 5' asks once more; after a "
+                           "restart that may be somebody else's lock\n"))
         << err();
 }
 
