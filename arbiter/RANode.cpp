@@ -172,16 +172,13 @@ bool RuvoRAEngine::RANode::awaitUnlock(int waitMs, VornNet::VornConnection* clie
 }
 
 bool RuvoRAEngine::RANode::unlock() {
-    const Event event = makeUnlockEvent();
-    {
-        VornCriticalSection section(engine_.lock_);
-        if (!setFree(event)) return false;
-    }
+    if (!setFree(makeUnlockEvent())) return false;
     tellUnlocked();
     return true;
 }
 
 bool RuvoRAEngine::RANode::setFree(const Event& event) {
+    VornCriticalSection section(engine_.lock_);
     if (locked_ == kFree) return false;
     locked_ = kFree;
     ++unlocks_;

@@ -104,10 +104,10 @@ public:
         bool tryLock(int waitMs) VORN_EXCLUDES(engine_.lock_);
         bool awaitUnlock(int waitMs, VornNet::VornConnection* client);
         // The parts of unlock(): the event is made and the waiting told under no
-        // lock. False: it was free.
+        // lock. The caller of setFree() may hold the engine's; false: it was free.
         Event makeEvent(std::int32_t state) const;  // null: nobody wants one
         Event makeUnlockEvent() const noexcept;
-        bool setFree(const Event& event) VORN_REQUIRES(engine_.lock_);
+        bool setFree(const Event& event);
         void tellUnlocked();
         void announce(const char* operation, const Event& event) VORN_REQUIRES(engine_.lock_);
         template <class Notification>

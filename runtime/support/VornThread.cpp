@@ -18,7 +18,7 @@ std::chrono::steady_clock::time_point after(int ms) {
     return std::chrono::steady_clock::now() + std::chrono::milliseconds(ms);
 }
 
-std::atomic<bool> refused{false};  // the last thread that was asked for
+std::atomic<bool> lastWasRefused{false};  // the last thread that was asked for
 
 // A thread goes on without the line when there is no memory for it.
 void reportRefusedPriority(const std::string& name, VornPlatform::OsError error) {
@@ -110,7 +110,7 @@ bool VornThread::start() {
     if (marked) addRef();
     const auto error =
         VornPlatform::startThread({.name = name_.c_str(), .stackBytes = stackBytes_}, &enter, this);
-    const bool refusedBefore = refused.exchange(static_cast<bool>(error));
+    const bool refusedBefore = lastWasRefused.exchange(static_cast<bool>(error));
     if (!error) return true;
 
     // Who tries again and again fills no log.
