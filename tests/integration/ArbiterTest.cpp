@@ -43,12 +43,17 @@ protected:
 
     void TearDown() override { EXPECT_TRUE(daemon().serves()); }
 
+    // The path's lock. A waiter that has gone may have it for the moment in which
+    // the daemon finds that out.
+    static std::int32_t lockAmongWaiters(WireClient& client, const std::string& path) {
+        const std::int32_t handle = lockOver(client, path, kPatienceMs);
+        EXPECT_GT(handle, 0) << path;
+        return handle;
+    }
     // Locked by nobody, which may take the daemon a moment to find out.
     static void expectFree(const std::string& path) {
         auto client = opened();
-        const std::int32_t handle = lockOver(client, path, kPatienceMs);
-        EXPECT_GT(handle, 0) << path;
-        EXPECT_EQ(unlockOver(client, handle), 0);
+        EXPECT_EQ(unlockOver(client, lockAmongWaiters(client, path)), 0) << path;
     }
     // A client that waits for the path, which somebody has locked.
     static WireClient waiting(const std::string& path, int waitMs = kForever) {
@@ -256,8 +261,7 @@ TEST_F(Arbiter, TellsWhoHasEndedItsSideThatItHasNoLock) {
 TEST_F(Arbiter, KeepsNothingForAClientThatGoesWhileItWaits) {
     auto holder = opened();
     for (int i = 0; i < 30; ++i) {
-        const auto handle = lockOver(holder, "waits");
-        ASSERT_GT(handle, 0);
+        const auto handle = lockAmongWaiters(holder, "waits");
         auto client = waiting("waits", i % 2 == 0 ? kForever : kPatienceMs);
         end(client, kEnds[i % 3]);
         unlockOver(holder, handle);
@@ -276,8 +280,7 @@ TEST_F(Arbiter, KeepsNothingForAClientThatHasSentMuchAndGoesWhileItWaits) {
     for (int i = 0; i < 50; ++i) batch.bytes(lookUp);
     auto holder = opened();
     for (const End how : kEnds) {
-        const auto handle = lockOver(holder, "much");
-        ASSERT_GT(handle, 0);
+        const auto handle = lockAmongWaiters(holder, "much");
         auto client = opened();
         client.send(batch);
         EXPECT_EQ(client.readNumber(), 0);
@@ -308,7 +311,7 @@ TEST_F(Arbiter, NoticesThatAClientHasGoneWhileItWaits) {
 TEST_F(Arbiter, GivesTheLockToTheNextWhenAWaiterHasGone) {
     auto holder = opened();
     for (int i = 0; i < 20; ++i) {
-        const auto handle = lockOver(holder, "next");
+        const auto handle = lockAmongWaiters(holder, "next");
         auto gone = waiting("next");
         auto waiter = waiting("next");
         auto alsoGone = waiting("next");
@@ -358,8 +361,7 @@ private:
 TEST_F(Arbiter, KeepsNothingForAClientThatIsKilledWhileItWaits) {
     auto holder = opened();
     for (int i = 0; i < 5; ++i) {
-        const auto handle = lockOver(holder, "killed");
-        ASSERT_GT(handle, 0);
+        const auto handle = lockAmongWaiters(holder, "killed");
         ClientProcess client(daemon().tcpPort(), WireText()
                                                      .line("RUVO")
                                                      .shortNumber(2)
