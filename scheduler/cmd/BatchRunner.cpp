@@ -1,44 +1,75 @@
 #include "scheduler/cmd/BatchRunner.h"
 
-#include "runtime/platform/Environment.h"
 #include "runtime/platform/ShellCommand_posix.h"
-#include "runtime/platform/StandardError.h"
+#include "scheduler/cmd/BatchScript.h"
 
-#include <cstdio>
+#include <errno.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
 
 namespace RuvoCmd {
+namespace {
 
-bool readBatchFile(const std::string& file, std::string& text, std::string& reason) {
-    std::FILE* const stream = std::fopen(file.c_str(), "rb");
-    if (stream == nullptr) {
-        reason = VornPlatform::OsError::last().text();
-        return false;
+constexpr size_t kFirstRoom = 4096;
+
+// All that is left of the stream, and a zero byte.
+char* readAll(FILE* stream, size_t& size) {
+    char* text = nullptr;
+    size_t count = 1;
+    for (size_t room = kFirstRoom; count > 0; room *= 2) {
+        auto* const larger = static_cast<char*>(realloc(text, room));
+        if (larger == nullptr) break;
+        text = larger;
+        while ((count = fread(text + size, 1, room - 1 - size, stream)) > 0) {
+            size += count;
+            if (size == room - 1) break;
+        }
     }
-    char piece[4096];
-    std::size_t count = 0;
-    while ((count = std::fread(piece, 1, sizeof piece, stream)) > 0) text.append(piece, count);
-    const bool failed = std::ferror(stream) != 0;
-    if (failed) reason = VornPlatform::OsError::last().text();
-    std::fclose(stream);
-    return !failed;
+    if (count == 0 && ferror(stream) == 0) {
+        text[size] = '\0';
+        return text;
+    }
+    const int error = errno;
+    free(text);
+    errno = error;
+    return nullptr;
 }
 
-int runBatch(const std::vector<BatchStep>& steps) {
+int change(const char* directory) {
+    if (*directory == '\0') return 0;
+    const int error = VornPlatform::enterDirectory(directory);
+    if (error == 0) return 0;
+    fprintf(stderr, "cmd: cd: %s: %s\n", directory, strerror(error));
+    return kFailed;
+}
+
+}  // namespace
+
+char* readBatchFile(const char* file, size_t& size) {
+    FILE* const stream = fopen(file, "rb");
+    if (stream == nullptr) return nullptr;
+    size = 0;
+    char* const text = readAll(stream, size);
+    const int error = errno;
+    fclose(stream);
+    errno = error;
+    return text;
+}
+
+int runBatch(char* text, size_t size) {
+    BatchScript script(text, size);
     int status = 0;
-    for (std::size_t i = 0; i < steps.size(); ++i) {
-        const BatchStep& step = steps[i];
-        if (step.kind == BatchStep::Kind::ChangeDirectory) {
-            status = 0;
-            if (step.text.empty()) continue;
-            if (const auto error = VornPlatform::changeDirectory(step.text)) {
-                VornPlatform::writeStandardError("cmd: cd: " + step.text + ": " + error.text() +
-                                                 "\n");
-                status = kFailed;
-            }
-        } else if (i + 1 < steps.size()) {
-            status = VornPlatform::runShellLine(step.text);
+    BatchStep step;
+    for (bool more = script.next(step); more;) {
+        const BatchStep current = step;
+        more = script.next(step);
+        if (current.kind == BatchStep::Kind::ChangeDirectory) {
+            status = change(current.text);
+        } else if (more) {
+            status = VornPlatform::runShellLine(current.text);
         } else {
-            status = VornPlatform::becomeShellLine(step.text);
+            status = VornPlatform::becomeShellLine(current.text);
         }
     }
     return status;

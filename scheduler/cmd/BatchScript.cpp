@@ -1,57 +1,68 @@
 #include "scheduler/cmd/BatchScript.h"
 
+#include <string.h>
+
 namespace RuvoCmd {
 namespace {
 
-constexpr std::string_view kBlanks = " \t\r\v\f";
+bool isBlank(char c) { return c != '\0' && strchr(" \t\r\v\f", c) != nullptr; }
 
-std::string_view trimmed(std::string_view text) {
-    const auto begin = text.find_first_not_of(kBlanks);
-    if (begin == text.npos) return {};
-    return text.substr(begin, text.find_last_not_of(kBlanks) - begin + 1);
+// Both cut the blanks at an end of a text that a zero byte ends.
+char* withoutBlanksBefore(char* text) {
+    while (isBlank(*text)) ++text;
+    return text;
+}
+void cutBlanksBehind(char* text) {
+    size_t size = strlen(text);
+    while (size > 0 && isBlank(text[size - 1])) --size;
+    text[size] = '\0';
 }
 
-// Takes the first word off `text`; true when it is `word`, which is lower case.
-bool takeWord(std::string_view& text, std::string_view word) {
-    const auto end = text.find_first_of(kBlanks);
-    const std::string_view first = text.substr(0, end);
-    if (first.size() != word.size()) return false;
-    for (std::size_t i = 0; i < word.size(); ++i) {
-        const char c = first[i];
-        if ((c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c) != word[i]) return false;
+// What is behind the first word of `text`; null unless that is `word`, which is in
+// lower case.
+char* behindWord(char* text, const char* word) {
+    for (; *word != '\0'; ++text, ++word) {
+        const char c = *text;
+        if ((c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c) != *word) return nullptr;
     }
-    text = trimmed(text.substr(first.size()));
-    return true;
+    return *text == '\0' || isBlank(*text) ? withoutBlanksBefore(text) : nullptr;
 }
 
-bool isChangeOfDirectory(std::string_view line, std::string_view& directory) {
-    directory = trimmed(line);
-    if (!takeWord(directory, "cd") || !takeWord(directory, "/d")) return false;
-    if (directory.size() >= 2 && directory.front() == '"' && directory.back() == '"') {
-        directory = directory.substr(1, directory.size() - 2);
+// The directory that the line changes to; null when it is another line.
+char* directoryOf(char* line) {
+    char* directory = behindWord(withoutBlanksBefore(line), "cd");
+    if (directory != nullptr) directory = behindWord(directory, "/d");
+    if (directory == nullptr) return nullptr;
+    cutBlanksBehind(directory);
+    const size_t size = strlen(directory);
+    if (size >= 2 && directory[0] == '"' && directory[size - 1] == '"') {
+        directory[size - 1] = '\0';
+        ++directory;
     }
-    return true;
+    return directory;
 }
 
 }  // namespace
 
-std::vector<BatchStep> readBatch(std::string_view text) {
-    std::vector<BatchStep> steps;
-    while (!text.empty()) {
-        const auto end = text.find('\n');
-        std::string_view line = text.substr(0, end);
-        text.remove_prefix(end == text.npos ? text.size() : end + 1);
-        line = line.substr(0, line.find('\0'));
-        if (line.ends_with('\r')) line.remove_suffix(1);
-        if (trimmed(line).empty()) continue;
-        std::string_view directory;
-        if (isChangeOfDirectory(line, directory)) {
-            steps.push_back({BatchStep::Kind::ChangeDirectory, std::string(directory)});
+bool BatchScript::next(BatchStep& step) {
+    while (at_ < end_) {
+        char* const line = at_;
+        auto* lineEnd = static_cast<char*>(memchr(line, '\n', static_cast<size_t>(end_ - line)));
+        at_ = lineEnd != nullptr ? lineEnd + 1 : end_;
+        if (lineEnd == nullptr) lineEnd = end_;
+        *lineEnd = '\0';
+        const size_t size = strlen(line);
+        if (size > 0 && line[size - 1] == '\r') line[size - 1] = '\0';
+        if (*withoutBlanksBefore(line) == '\0') continue;
+        char* const directory = directoryOf(line);
+        if (directory != nullptr) {
+            step = {BatchStep::Kind::ChangeDirectory, directory};
         } else {
-            steps.push_back({BatchStep::Kind::Command, std::string(line)});
+            step = {BatchStep::Kind::Command, line};
         }
+        return true;
     }
-    return steps;
+    return false;
 }
 
 }  // namespace RuvoCmd

@@ -1,8 +1,6 @@
 #pragma once
 
-#include <string>
-#include <string_view>
-#include <vector>
+#include <stddef.h>
 
 namespace RuvoCmd {
 
@@ -11,15 +9,26 @@ struct BatchStep {
     enum class Kind { ChangeDirectory, Command };
 
     Kind kind = Kind::Command;
-    std::string text;  // the directory, or the whole line
-
-    bool operator==(const BatchStep&) const = default;
+    const char* text = "";  // the directory, or the whole line, where the file was read to
 };
 
-// Takes a batch file apart. Lines end in LF or CR LF, the last one with or
-// without; what follows a zero byte in a line does not count. "cd /d DIRECTORY",
-// in any case, with or without quotes around the directory, changes it; lines of
-// blanks do nothing; every other line is a command, as it stands.
-std::vector<BatchStep> readBatch(std::string_view text);
+// Takes a batch file apart, a step at a time. Lines end in LF or CR LF, the last
+// one with or without; what follows a zero byte in a line does not count. "cd /d
+// DIRECTORY", in any case, with or without quotes around the directory, changes
+// it; lines of blanks do nothing; every other line is a command, as it stands.
+// Allocates nothing, throws nothing. One thread.
+class BatchScript {
+public:
+    // Changes the text, in which the steps' ends are marked; text[size] is there
+    // to be written to. It outlives the steps.
+    BatchScript(char* text, size_t size) : at_(text), end_(text + size) {}
+
+    // False, and `step` stays as it is, when there are no more.
+    bool next(BatchStep& step);
+
+private:
+    char* at_;
+    char* const end_;
+};
 
 }  // namespace RuvoCmd

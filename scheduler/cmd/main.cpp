@@ -1,20 +1,24 @@
-#include "runtime/platform/StandardError.h"
 #include "scheduler/cmd/BatchRunner.h"
 
-#include <string>
+#include <errno.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
 
 // cmd /c FILE
 int main(int argc, char** argv) {
-    const std::string option = argc > 1 ? argv[1] : "";
-    if (argc != 3 || (option != "/c" && option != "/C")) {
-        VornPlatform::writeStandardError("usage: cmd /c FILE\n");
+    const char* const option = argc > 1 ? argv[1] : "";
+    if (argc != 3 || (strcmp(option, "/c") != 0 && strcmp(option, "/C") != 0)) {
+        fputs("usage: cmd /c FILE\n", stderr);
         return RuvoCmd::kBadUsage;
     }
-    std::string text;
-    std::string reason;
-    if (!RuvoCmd::readBatchFile(argv[2], text, reason)) {
-        VornPlatform::writeStandardError(std::string("cmd: ") + argv[2] + ": " + reason + "\n");
+    size_t size = 0;
+    char* const text = RuvoCmd::readBatchFile(argv[2], size);
+    if (text == nullptr) {
+        fprintf(stderr, "cmd: %s: %s\n", argv[2], strerror(errno));
         return RuvoCmd::kFailed;
     }
-    return RuvoCmd::runBatch(RuvoCmd::readBatch(text));
+    const int status = RuvoCmd::runBatch(text, size);
+    free(text);
+    return status;
 }
