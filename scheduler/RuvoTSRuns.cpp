@@ -162,7 +162,9 @@ void RuvoTSRuns::standInLineLocked(RuvoTSTask& task) noexcept {
 
 // ---- pauses, and the end ---------------------------------------------------------
 
-bool RuvoTSRuns::pause(int ms) { return stopping_.wait(ms) == 0; }
+// Not a wait for the event itself: a thousand runs that pause at once would meet at
+// the lock of all events.
+bool RuvoTSRuns::pause(int ms) { return !VornPlatform::awaitSignal(stopSignal(), ms); }
 
 bool RuvoTSRuns::pauseForShortage() {
     std::this_thread::sleep_for(std::chrono::milliseconds(kShortageMs));

@@ -3,6 +3,8 @@
 #include "benchmarks/harness/BlockingSocket.h"
 #include "benchmarks/harness/Placement.h"
 
+#include <unistd.h>
+
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
@@ -13,6 +15,8 @@ namespace RuvoBench {
 namespace {
 
 using Clock = std::chrono::steady_clock;
+
+constexpr const char* kMemory = "/dev/shm";
 
 double msSince(Clock::time_point begin) {
     return std::chrono::duration<double, std::milli>(Clock::now() - begin).count();
@@ -45,8 +49,10 @@ std::vector<std::string> bareCommand(const Settings& settings,
 
 }  // namespace
 
-TemporaryFolder::TemporaryFolder() {
-    std::string name = (std::filesystem::temp_directory_path() / "ruvobench-XXXXXX").string();
+TemporaryFolder::TemporaryFolder(Place place) {
+    std::filesystem::path parent = std::filesystem::temp_directory_path();
+    if (place == Place::Memory && ::access(kMemory, W_OK) == 0) parent = kMemory;
+    std::string name = (parent / "ruvobench-XXXXXX").string();
     if (::mkdtemp(name.data()) == nullptr) throwErrno("mkdtemp");
     folder_ = name;
 }

@@ -16,7 +16,11 @@ namespace RuvoBench {
 // A folder of its own below the system's folder for such, gone with the object.
 class TemporaryFolder {
 public:
-    TemporaryFolder();
+    // In memory, where the system has a place for that: for what a measurement itself
+    // leaves behind, whose making is not to be measured.
+    enum class Place { Usual, Memory };
+
+    explicit TemporaryFolder(Place place = Place::Usual);
     ~TemporaryFolder();
     TemporaryFolder(const TemporaryFolder&) = delete;
     TemporaryFolder& operator=(const TemporaryFolder&) = delete;

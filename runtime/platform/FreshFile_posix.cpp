@@ -39,8 +39,13 @@ void copyFile(const std::string& from, const std::string& to) {
 
 OsError FreshFile::create(const std::string& path) {
     close();
-    const OsError removal = ::unlink(path.c_str()) == 0 ? OsError{} : OsError::last();
-    const int descriptor = ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, kMode);
+    constexpr int kFlags = O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC;
+    int descriptor = ::open(path.c_str(), kFlags, kMode);
+    OsError removal;
+    if (descriptor < 0 && errno == EEXIST) {
+        removal = ::unlink(path.c_str()) == 0 ? OsError{} : OsError::last();
+        descriptor = ::open(path.c_str(), kFlags, kMode);
+    }
     if (descriptor < 0) {
         const OsError error = OsError::last();
         // Why it is still there says more.

@@ -31,4 +31,8 @@ private:
     bool on_ = false;
 };
 
+// True when what the handle stands for, a signal or the end of a process, is there
+// within `ms` milliseconds; negative waits for ever. Any thread.
+VORN_EXPORT bool awaitSignal(NativeSignal::Handle handle, int ms);
+
 }  // namespace VornPlatform

@@ -1,8 +1,11 @@
 #include "runtime/platform/NativeSignal.h"
 
+#include <poll.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <chrono>
 #include <cstdint>
 
 namespace VornPlatform {
@@ -29,6 +32,19 @@ void NativeSignal::off() {
     if (!on_) return;
     std::uint64_t count = 0;
     on_ = ::read(static_cast<int>(handle_), &count, sizeof count) != sizeof count;
+}
+
+bool awaitSignal(NativeSignal::Handle handle, int ms) {
+    using Clock = std::chrono::steady_clock;
+    const auto deadline = Clock::now() + std::chrono::milliseconds(ms);
+    pollfd entry{static_cast<int>(handle), POLLIN, 0};
+    for (int left = ms;;) {
+        const int ready = ::poll(&entry, 1, left);
+        if (ready >= 0 || errno != EINTR) return ready > 0;
+        if (ms < 0) continue;
+        const auto rest = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
+        left = rest.count() > 0 ? static_cast<int>(rest.count()) : 0;
+    }
 }
 
 }  // namespace VornPlatform

@@ -29,4 +29,9 @@ void NativeSignal::off() {
     if (on_) on_ = ::ResetEvent(native(handle_)) == 0;
 }
 
+bool awaitSignal(NativeSignal::Handle handle, int ms) {
+    return ::WaitForSingleObject(native(handle), ms < 0 ? INFINITE : static_cast<DWORD>(ms)) ==
+           WAIT_OBJECT_0;
+}
+
 }  // namespace VornPlatform

@@ -14,7 +14,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <chrono>
 #include <new>
 #include <utility>
 #include <vector>
@@ -33,20 +32,6 @@ int native(std::intptr_t handle) { return static_cast<int>(handle); }
 int openProcess(pid_t process) { return static_cast<int>(::syscall(SYS_pidfd_open, process, 0)); }
 int sendSignal(int descriptor, int signal) {
     return static_cast<int>(::syscall(SYS_pidfd_send_signal, descriptor, signal, nullptr, 0));
-}
-
-// poll(2) on one descriptor, whatever signals come meanwhile.
-bool isReadableWithin(int descriptor, int ms) {
-    using Clock = std::chrono::steady_clock;
-    const auto deadline = Clock::now() + std::chrono::milliseconds(ms);
-    pollfd entry{descriptor, POLLIN, 0};
-    for (int left = ms;;) {
-        const int ready = ::poll(&entry, 1, left);
-        if (ready >= 0 || errno != EINTR) return ready > 0;
-        if (ms < 0) continue;
-        const auto rest = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
-        left = rest.count() > 0 ? static_cast<int>(rest.count()) : 0;
-    }
 }
 
 int statusToCode(int status) {
@@ -221,7 +206,7 @@ void ProcessHandle::close() {
 
 bool ProcessHandle::wait(int ms) {
     if (ended_) return true;
-    if (!isOpen() || !isReadableWithin(native(handle_), ms)) return false;
+    if (!isOpen() || !awaitSignal(handle_, ms)) return false;
     collect();
     return true;
 }
@@ -251,7 +236,7 @@ OsError ProcessHandle::terminate(int) {
         if (sendSignal(native(handle_), signal) != 0) {
             return errno == ESRCH ? OsError{} : OsError::last();
         }
-        if (signal == SIGTERM && isReadableWithin(native(handle_), kGraceMs)) break;
+        if (signal == SIGTERM && awaitSignal(handle_, kGraceMs)) break;
     }
     return {};
 }

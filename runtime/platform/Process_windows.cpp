@@ -96,8 +96,7 @@ void ProcessHandle::close() {
 
 bool ProcessHandle::wait(int ms) {
     if (ended_) return true;
-    const DWORD limit = ms < 0 ? INFINITE : static_cast<DWORD>(ms);
-    if (!isOpen() || ::WaitForSingleObject(native(handle_), limit) != WAIT_OBJECT_0) return false;
+    if (!isOpen() || !awaitSignal(handle_, ms)) return false;
     collect();
     return true;
 }
@@ -119,11 +118,11 @@ void ProcessHandle::collect() {
 }
 
 OsError ProcessHandle::terminate(int exitCode) {
-    if (!isOpen() || ::WaitForSingleObject(native(handle_), 0) == WAIT_OBJECT_0) return {};
+    if (!isOpen() || awaitSignal(handle_, 0)) return {};
     if (::TerminateProcess(native(handle_), static_cast<UINT>(exitCode))) return {};
     const OsError error = OsError::last();
     // It may have ended by itself in between.
-    return ::WaitForSingleObject(native(handle_), 0) == WAIT_OBJECT_0 ? OsError{} : error;
+    return awaitSignal(handle_, 0) ? OsError{} : error;
 }
 
 }  // namespace VornPlatform

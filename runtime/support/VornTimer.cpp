@@ -41,6 +41,7 @@ void VornTimer::stop() { VornTimerService::getInstance().stop(state_); }
 void VornTimer::reset() { VornTimerService::getInstance().rearm(state_); }
 bool VornTimer::isOneShot() const { return VornTimerService::getInstance().isOneShot(*state_); }
 bool VornTimer::isArmed() const { return VornTimerService::getInstance().isArmed(*state_); }
+std::uint64_t VornTimer::additionsForTest() { return VornTimerService::getInstance().additions(); }
 int VornTimer::armedCount() { return VornTimerService::getInstance().armedCount(); }
 
 void VornTimer::timerFired() { event_.set(); }

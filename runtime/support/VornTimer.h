@@ -4,6 +4,7 @@
 #include "runtime/support/VornEvent.h"
 #include "runtime/support/VornThread.h"
 
+#include <cstdint>
 #include <memory>
 #include <string>
 
@@ -45,6 +46,8 @@ public:
 
     // Timers armed in the whole process.
     static int armedCount();
+    // How often threads for receivers were added.
+    static std::uint64_t additionsForTest();
 
 protected:
     // The time is up. On a worker thread; exceptions are caught and logged.

@@ -74,6 +74,11 @@ bool VornTimerService::isArmed(const VornTimer::State& state) {
     return state.armed;
 }
 
+std::uint64_t VornTimerService::additions() {
+    VornMutexLock lock(mutex_);
+    return additions_;
+}
+
 int VornTimerService::armedCount() {
     VornMutexLock lock(mutex_);
     return static_cast<int>(armed_.size());
@@ -148,6 +153,7 @@ std::size_t VornTimerService::addWorkersLocked(TimerClock::time_point now) {
     progress_ = false;
     workers_ += count;
     starting_ += count;
+    ++additions_;
     return count;
 }
 
@@ -220,7 +226,9 @@ void VornTimerService::work() noexcept {
     Worker self;
     VornMutexLock lock(mutex_);
     --starting_;
-    while (const StatePtr state = nextReceiverLocked(self)) {
+    for (bool isNew = true;; isNew = false) {
+        const StatePtr state = nextReceiverLocked(self, isNew);
+        if (!state) break;
         lock.unlock();
         runReceiver(state);
         lock.lock();
@@ -229,11 +237,11 @@ void VornTimerService::work() noexcept {
 }
 
 // Null when the worker is no longer needed.
-VornTimerService::StatePtr VornTimerService::nextReceiverLocked(Worker& worker) {
+VornTimerService::StatePtr VornTimerService::nextReceiverLocked(Worker& worker, bool isNew) {
     if (!ready_.empty()) {
         StatePtr state = std::move(ready_.front());
         ready_.pop_front();
-        progress_ = true;
+        if (!isNew) progress_ = true;  // what a new one takes says nothing of the others
         return state;
     }
     idle_.push_back(&worker);

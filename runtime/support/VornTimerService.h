@@ -6,6 +6,7 @@
 #include "runtime/support/VornTimer.h"
 
 #include <chrono>
+#include <cstdint>
 #include <deque>
 #include <map>
 #include <memory>
@@ -44,6 +45,7 @@ public:
     bool isOneShot(const VornTimer::State& state) VORN_EXCLUDES(mutex_);
     bool isArmed(const VornTimer::State& state) VORN_EXCLUDES(mutex_);
     int armedCount() VORN_EXCLUDES(mutex_);
+    std::uint64_t additions() VORN_EXCLUDES(mutex_);
     // Workers that have nothing to do end.
     void endIdle() noexcept VORN_EXCLUDES(mutex_);
 
@@ -60,7 +62,7 @@ private:
     std::size_t unservedLocked() const VORN_REQUIRES(mutex_);
     std::size_t addWorkersLocked(TimerClock::time_point now) VORN_REQUIRES(mutex_);
     void waitForWorkLocked() VORN_REQUIRES(mutex_);
-    StatePtr nextReceiverLocked(Worker& worker) VORN_REQUIRES(mutex_);
+    StatePtr nextReceiverLocked(Worker& worker, bool isNew) VORN_REQUIRES(mutex_);
     void startWorkers(std::size_t count) VORN_EXCLUDES(mutex_);
     void runReceiver(const StatePtr& state) VORN_EXCLUDES(mutex_);
     void dispatch();
@@ -83,7 +85,9 @@ private:
     std::size_t workers_ VORN_GUARDED_BY(mutex_) = 0;       // all of them
     std::size_t starting_ VORN_GUARDED_BY(mutex_) = 0;      // of these not yet at work
     bool refused_ VORN_GUARDED_BY(mutex_) = false;          // the last one that was started
-    bool progress_ VORN_GUARDED_BY(mutex_) = false;         // one was taken since the last look
+    // Since the last look one was taken by a worker that has finished another.
+    bool progress_ VORN_GUARDED_BY(mutex_) = false;
+    std::uint64_t additions_ VORN_GUARDED_BY(mutex_) = 0;  // times that workers were added
     TimerClock::time_point nextLook_ VORN_GUARDED_BY(mutex_);  // when to look for more workers
 };
 

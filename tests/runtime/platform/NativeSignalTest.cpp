@@ -4,12 +4,14 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <memory>
 #include <thread>
 #include <type_traits>
 #include <vector>
 
 using NativeProbe::waitsReady;
+using VornPlatform::awaitSignal;
 using VornPlatform::NativeSignal;
 
 namespace {
@@ -36,6 +38,24 @@ TEST(NativeSignal, IsReadyWhileItIsOn) {
     EXPECT_TRUE(waitsReady(signal.handle(), 0)) << "looking at it consumes nothing";
     signal.off();
     EXPECT_FALSE(waitsReady(signal.handle(), 0));
+}
+
+TEST(NativeSignal, IsWaitedForUntilItIsOn) {
+    NativeSignal signal;
+    ASSERT_FALSE(signal.open());
+    EXPECT_FALSE(awaitSignal(signal.handle(), 0));
+    const auto begun = std::chrono::steady_clock::now();
+    EXPECT_FALSE(awaitSignal(signal.handle(), 20));
+    EXPECT_GE(std::chrono::steady_clock::now() - begun, std::chrono::milliseconds(19));
+    for (const int ms : {kLong, -1}) {
+        bool on = false;
+        std::thread waiter([&] { on = awaitSignal(signal.handle(), ms); });
+        signal.on();
+        waiter.join();
+        EXPECT_TRUE(on);
+        EXPECT_TRUE(awaitSignal(signal.handle(), 0)) << "looking at it consumes nothing";
+        signal.off();
+    }
 }
 
 TEST(NativeSignal, IsOffAfterOneOffHoweverOftenItWasSwitchedOn) {

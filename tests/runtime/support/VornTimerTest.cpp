@@ -493,6 +493,27 @@ TEST(VornTimer, DelaysNoOtherByAReceiverThatPauses) {
     EXPECT_EQ(alone, 0);
 }
 
+// Each time as many as there are: a few steps. One at a time would be hundreds, and
+// half a second for a thousand receivers.
+TEST(VornTimer, HasThreadsForHundredsThatPauseInAFewSteps) {
+    constexpr int kTimers = 500;
+    std::atomic<int> inside{0};
+    Gate gate;
+    std::vector<std::unique_ptr<TestTimer>> timers;
+    for (int i = 0; i < kTimers; ++i) {
+        timers.push_back(std::make_unique<TestTimer>([&] {
+            ++inside;
+            gate.wait();
+        }));
+    }
+    const auto before = VornTimer::additionsForTest();
+    for (auto& timer : timers) timer->start(1, true);
+    EXPECT_TRUE(TestSupport::waitUntil([&] { return inside == kTimers; }));
+    EXPECT_LE(VornTimer::additionsForTest(), before + 20);
+    gate.open();
+    timers.clear();
+}
+
 TEST(VornTimer, ServesThousandsThatComeDueTogetherWithFewThreads) {
     constexpr int kTimers = 4000;
     const int before = NativeProbe::countThreads();
