@@ -1,6 +1,7 @@
 #include "runtime/support/VornTimer.h"
 
 #include "runtime/support/VornCollaborator.h"
+#include "runtime/support/VornIdleThreads.h"
 #include "runtime/support/VornThreadName.h"
 #include "runtime/support/VornTimerService.h"
 #include "tests/runtime/platform/NativeProbe.h"
@@ -539,6 +540,8 @@ TEST(VornTimer, FiresLateRatherThanNeverWhenThereIsNoMemory) {
     TestTimer tick;
     tick.start(1, false);
     ASSERT_TRUE(tick.hasFired());
+    // Those that are left of other tests would serve all of them as they are.
+    endIdleTimerThreads();
     {
         const AllocationFailure noMemory("VornTimers");
         for (auto& timer : timers) timer->start(1, true);
