@@ -30,21 +30,27 @@ public:
         bytes_ = std::move(larger);
         capacity_ = capacity;
     }
-    // The free space behind the bytes held; grew() says how much was filled.
+    // The free space behind the bytes held; grew() says how much was filled. What
+    // has gone out at the start counts as free once it is a quarter of what is held,
+    // which is moved then: so every byte is moved a few times at most, however
+    // little is asked for at a time.
     char* room() {
-        if (begin_ != 0 && !empty()) std::memmove(bytes_.get(), data(), size());
-        end_ = size();
-        begin_ = 0;
+        if (begin_ != 0 && mayMove()) {
+            std::memmove(bytes_.get(), data(), size());
+            end_ = size();
+            begin_ = 0;
+        }
         return bytes_.get() + end_;
     }
-    std::size_t roomSize() const { return capacity_ - size(); }
+    std::size_t roomSize() const { return capacity_ - (mayMove() ? size() : end_); }
     void grew(std::size_t count) { end_ += count; }
 
     void append(std::string_view bytes) {
         if (bytes.empty()) return;
         if (capacity_ - end_ < bytes.size()) {
-            const std::size_t needed = size() + bytes.size();
-            if (needed > capacity_) reserve(std::max({needed, capacity_ * 2, kLeast}));
+            if (roomSize() < bytes.size()) {
+                reserve(std::max({size() + bytes.size(), capacity_ * 2, kLeast}));
+            }
             room();
         }
         std::memcpy(bytes_.get() + end_, bytes.data(), bytes.size());
@@ -62,6 +68,8 @@ public:
 
 private:
     static constexpr std::size_t kLeast = 128;  // what the first appended byte takes
+
+    bool mayMove() const { return begin_ >= size() / 4; }
 
     std::unique_ptr<char[]> bytes_;
     std::size_t capacity_ = 0;

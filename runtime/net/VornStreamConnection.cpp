@@ -77,7 +77,8 @@ void VornStreamConnection::setAbortEvent(VornSupport::VornEvent* event) {
 
 // The peer's end stands behind what it has sent, and may not even have arrived
 // while that fills the system's buffer; hence it is taken in. Not more than a peer
-// can have us hold anyway.
+// can have us hold anyway, and a quarter for the buffer to move in: who looks after
+// every few bytes that were read must not move all of them each time.
 bool VornStreamConnection::isPeerGone() {
     const std::size_t most =
         std::max<std::size_t>(VornNetLimits::getInstance().blockBytes, kReadAhead);
@@ -86,6 +87,10 @@ bool VornStreamConnection::isPeerGone() {
         if (found == Look::Gone) break;
         if (found == Look::Quiet || input_.size() >= most) return false;
         try {
+            if (input_.roomSize() == 0) {
+                input_.reserve(
+                    std::min(std::max(kLarge, input_.capacity() * 2), most + most / 4));
+            }
             if (!fill(false) && !ended_) return false;
         } catch (const VornException&) {
             break;  // aborted meanwhile

@@ -542,6 +542,20 @@ TEST(VornStreamConnection, TakesInABoundedAmountToFindThePeersEnd) {
     limit = before;
 }
 
+TEST(VornStreamConnection, TakesInNoMoreWhenItIsReadBetweenManyLooks) {
+    auto& limit = VornNet::VornNetLimits::getInstance().blockBytes;
+    const std::uint32_t before = limit.exchange(1000);
+    ScriptedConnection c({std::string(5'000'000, 'x')});
+    std::string taken;
+    while (taken.size() < 5'000'000) {
+        EXPECT_FALSE(c.isPeerGone());
+        ASSERT_LE(c.bufferBytesForTest(), 5U << 18U);
+        taken += raw(c, 1000, true);
+    }
+    EXPECT_EQ(taken, std::string(5'000'000, 'x'));
+    limit = before;
+}
+
 TEST(VornStreamConnection, FindsThatItWasAbortedOrLostByLooking) {
     ScriptedConnection aborted({"x"});
     aborted.abort();
