@@ -27,6 +27,7 @@ void* allocate(std::size_t size) noexcept {
     }
     ++count.calls;
     count.bytes += size;
+    if (size > count.largest) count.largest = size;
     return std::malloc(size == 0 ? 1 : size);
 }
 

@@ -9,6 +9,7 @@
 struct AllocationCount {
     std::size_t calls = 0;
     std::size_t bytes = 0;
+    std::size_t largest = 0;  // bytes of one call
 
     static AllocationCount ofThisThread();
 };
