@@ -59,7 +59,7 @@ void Mutations::change(std::string& text) {
             break;
         }
         default: {
-            constexpr std::string_view kSigns("\0\n\r\t %=:$-+.*()[]{}|\\\"\x7F\x80\xFF", 26);
+            constexpr std::string_view kSigns("\0\n\r\t %=:$-+.*()[]{}|\\\"\x7F\x80\xFF", 25);
             text.insert(at, 1, kSigns[below(kSigns.size())]);
         }
     }

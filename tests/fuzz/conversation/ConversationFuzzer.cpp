@@ -35,7 +35,7 @@ constexpr std::string_view kTaskKinds[] = {"Exec", "Blob"};
 
 // What stays from input to input.
 struct Surroundings {
-    const TestSupport::StoreFolder store;
+    const TestSupport::StoreFolder store{};
     TestSupport::TestClock clock;
     const ServiceTests::Place place{"logging.level=0\nlogging.target=0\n"};
 };
