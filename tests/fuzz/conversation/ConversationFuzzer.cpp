@@ -134,6 +134,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 
     VornPlatform::removeFile(surroundings.store.store());
     Daemon daemon(surroundings.place.properties());
+    AllocationCount::forgetLargest();
     daemon.serve(input);
     check(AllocationCount::ofThisThread().largest <= kMostAtOnce,
           "memory is taken for what arrives, not for what is announced");

@@ -34,6 +34,7 @@ void* allocate(std::size_t size) noexcept {
 }  // namespace
 
 AllocationCount AllocationCount::ofThisThread() { return count; }
+void AllocationCount::forgetLargest() { count.largest = 0; }
 
 AllocationFailure::AllocationFailure(std::string_view threadName) {
     refusals = 0;
