@@ -59,10 +59,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     static const TestSupport::TimeZoneScope zone(kZone);
     const std::string input(reinterpret_cast<const char*>(data), size);
     if (const auto moment = momentOf(input)) checkMoment(input, *moment);
-    // Any eight bytes more are a moment.
-    std::int64_t moment = 0;
-    for (const char c : input.substr(0, 8)) moment = moment * 256 + static_cast<unsigned char>(c);
-    moment %= 8000 * kYear;
+    // The first eight bytes as a moment.
+    std::uint64_t bits = 0;
+    for (const char c : input.substr(0, 8)) bits = bits * 256 + static_cast<unsigned char>(c);
+    // The years -6030 to 9970, about.
+    const std::int64_t moment = static_cast<std::int64_t>(bits) % (8000 * kYear);
     check(Ruvoctl::momentOf(Ruvoctl::utcOf(moment)) == moment,
           "a moment is taken apart and put together again");
     return 0;
