@@ -247,8 +247,8 @@ function(vorn_add_fuzzer)
 
   # Each replay is a program of its own, so that a crash hides none of the others.
   set(name_source ${CMAKE_CURRENT_BINARY_DIR}/${arg_NAME}_name.cpp)
-  file(GENERATE OUTPUT ${name_source} CONTENT
-    "#include \"tests/fuzz/Replay.h\"\nconst char* FuzzTests::fuzzerName() { return \"${arg_NAME}\"; }\n")
+  file(GENERATE OUTPUT ${name_source} CONTENT "#include \"tests/fuzz/Replay.h\"
+const char* FuzzTests::fuzzerName() { return \"${arg_NAME}\"; }\n")
   vorn_add_test(NAME fuzz_${arg_NAME}_tests
     SOURCES ${name_source} $<TARGET_OBJECTS:fuzz_replay>
     LIBS fuzz_${arg_NAME} fuzz_mutations test_support

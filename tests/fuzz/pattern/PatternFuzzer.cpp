@@ -55,7 +55,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const auto begun = std::chrono::steady_clock::now();
     Expression expression;
     const bool good = expression.setPattern(pattern);
-    check(good == expression.getErrorText().empty(), "a refused pattern, and no other, has a reason");
+    check(good == expression.getErrorText().empty(),
+          "a refused pattern, and no other, has a reason");
     check(good || !expression.isFoundIn(text), "a refused pattern is found nowhere");
     if (!good) return 0;
 

@@ -82,7 +82,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     properties.loadProperties(file);
     check(properties.size() == table.size(), "the file holds as many keys as its text");
     for (const auto& [key, value] : table) {
-        check(properties.getPropertyOr(key, value + "?") == value, "a value is loaded as it stands");
+        check(properties.getPropertyOr(key, value + "?") == value,
+              "a value is loaded as it stands");
     }
     checkExpansion(properties, table);
 

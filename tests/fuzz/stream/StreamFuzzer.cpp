@@ -138,9 +138,8 @@ void checkValues(std::string_view reads, std::string_view bytes,
     std::size_t at = 0;
     for (const char letter : reads) {
         std::string expected;
-        if (at == results.size() || std::string_view("suhi").find(letter) == std::string_view::npos) {
-            return;
-        }
+        if (at == results.size()) return;
+        if (std::string_view("suhi").find(letter) == std::string_view::npos) return;
         const std::size_t width = letter == 'h' ? 2 : 4;
         if (bytes.size() < width) {
             check(results[at] == "failed", "a value that is not all there is none");
