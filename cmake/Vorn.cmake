@@ -26,6 +26,11 @@
 #       As vorn_add_module, in tests/.
 #   vorn_add_test_static(NAME vorn_test_support SOURCES ... [LIBS ...] [DEFINES ...])
 #       Fakes and helpers that several test programs link.
+#   vorn_add_fuzzer(NAME task_store SOURCES ... [LIBS ...])
+#       What a folder of tests/fuzz/ holds: sources with a LLVMFuzzerTestOneInput()
+#       and, in corpus/, inputs. In every build a unit suite fuzz_NAME_tests that
+#       runs it over these and over changes of them (tests/fuzz/ReplayTest.cpp);
+#       with VORN_FUZZERS also the fuzzer itself, fuzz/NAME.
 #   vorn_add_benchmark(NAME support_benchmarks SOURCES ... [LIBS ...] [DEFINES ...])
 #       A program in benchmarks/ that ./bench runs. Native builds only. One that
 #       uses Google Benchmark lists vorn::benchmark among its LIBS.
@@ -46,6 +51,7 @@ include_guard(GLOBAL)
 
 set(VORN_BIN_DIR ${CMAKE_BINARY_DIR}/bin)
 set(VORN_TEST_DIR ${CMAKE_BINARY_DIR}/tests)
+set(VORN_FUZZ_DIR ${CMAKE_BINARY_DIR}/fuzz)
 set(VORN_BENCHMARK_DIR ${CMAKE_BINARY_DIR}/benchmarks)
 
 # ---- flags of our own code ---------------------------------------------------
@@ -103,7 +109,10 @@ function(_vorn_common target folder)
       BUILD_RPATH_USE_ORIGIN ON
       BUILD_WITH_INSTALL_RPATH ON
       INSTALL_RPATH "$ORIGIN;$ORIGIN/../bin")
-    target_link_options(${target} PRIVATE -Wl,--no-undefined)
+    # clang's sanitizers are in the programs alone.
+    if(NOT VORN_FUZZERS)
+      target_link_options(${target} PRIVATE -Wl,--no-undefined)
+    endif()
   endif()
 endfunction()
 
@@ -232,6 +241,35 @@ function(vorn_add_test_static)
   target_link_libraries(${arg_NAME} PUBLIC ${arg_LIBS} PRIVATE vorn_test_flags)
 endfunction()
 
+function(vorn_add_fuzzer)
+  _vorn_parse("")
+  vorn_add_test_static(NAME fuzz_${arg_NAME} SOURCES ${arg_SOURCES} LIBS ${arg_LIBS})
+
+  # Each replay is a program of its own, so that a crash hides none of the others.
+  set(name_source ${CMAKE_CURRENT_BINARY_DIR}/${arg_NAME}_name.cpp)
+  file(GENERATE OUTPUT ${name_source} CONTENT "#include \"tests/fuzz/Replay.h\"
+const char* FuzzTests::fuzzerName() { return \"${arg_NAME}\"; }\n")
+  vorn_add_test(NAME fuzz_${arg_NAME}_tests
+    SOURCES ${name_source} $<TARGET_OBJECTS:fuzz_replay>
+    LIBS fuzz_${arg_NAME} fuzz_mutations test_support
+    NO_PCH)
+
+  if(VORN_FUZZERS)
+    # The fuzzing library brings a main().
+    set(empty ${CMAKE_CURRENT_BINARY_DIR}/${arg_NAME}_empty.cpp)
+    file(GENERATE OUTPUT ${empty} CONTENT "")
+    add_executable(fuzzer_${arg_NAME} ${empty})
+    _vorn_common(fuzzer_${arg_NAME} ${VORN_FUZZ_DIR})
+    target_link_libraries(fuzzer_${arg_NAME} PRIVATE fuzz_${arg_NAME})
+    target_link_options(fuzzer_${arg_NAME} PRIVATE -fsanitize=fuzzer)
+    set_target_properties(fuzzer_${arg_NAME} PROPERTIES
+      OUTPUT_NAME ${arg_NAME}
+      INSTALL_RPATH "$ORIGIN/../bin;$ORIGIN/../tests")
+    set_property(GLOBAL APPEND PROPERTY VORN_FUZZER_TARGETS fuzzer_${arg_NAME})
+    set_property(GLOBAL APPEND PROPERTY VORN_FUZZER_NAMES ${arg_NAME})
+  endif()
+endfunction()
+
 function(vorn_add_benchmark)
   _vorn_parse("")
   if(WIN32)
@@ -334,6 +372,13 @@ function(vorn_finish)
   add_dependencies(vorn_benchmarks vorn_programs)
   list(JOIN benchmarks "\n" names)
   file(GENERATE OUTPUT ${VORN_BENCHMARK_DIR}/benchmarks.txt CONTENT "${names}\n")
+  if(VORN_FUZZERS)
+    get_property(fuzzers GLOBAL PROPERTY VORN_FUZZER_TARGETS)
+    add_custom_target(vorn_fuzzers DEPENDS ${fuzzers})
+    get_property(names GLOBAL PROPERTY VORN_FUZZER_NAMES)
+    list(JOIN names "\n" names)
+    file(GENERATE OUTPUT ${VORN_FUZZ_DIR}/fuzzers.txt CONTENT "${names}\n")
+  endif()
   if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
     _vorn_add_tidy_target()
   endif()

@@ -4,6 +4,7 @@
 packages_native="g++ make cmake ninja-build python3 libre2-dev libcli11-dev
   nlohmann-json3-dev musl-tools libgtest-dev libgmock-dev libbenchmark-dev"
 packages_clang="$packages_native clang clang-tidy clang-tools"
+packages_fuzz="$packages_native clang-14 libclang-rt-14-dev llvm-14"
 packages_windows="$packages_native g++-mingw-w64-x86-64-posix wine wine64 googletest
   dpkg-dev perl unicode-data python3-six"
 

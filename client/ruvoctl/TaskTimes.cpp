@@ -109,8 +109,7 @@ std::time_t converted(const RuvoTaskTime& time, int summerTime) {
 
 // Whether the clocks show that time of day then. The day may be out of range.
 bool showsClock(std::time_t moment, const RuvoTaskTime& time) {
-    const auto at =
-        VornPlatform::toLocalTime(std::chrono::system_clock::from_time_t(moment));
+    const auto at = VornPlatform::toLocalTime(std::int64_t{moment});
     return at.hour == time.hour && at.minute == time.minute && at.second == time.second;
 }
 
@@ -155,9 +154,7 @@ std::optional<std::int64_t> fromNow(const std::string& text, std::int64_t now) {
 // The next moment at which the clock shows what is in `time`.
 std::int64_t nextMoment(RuvoTaskTime time, bool inUtc, const std::string& text,
                         std::int64_t now) {
-    const VornPlatform::LocalTime here =
-        VornPlatform::toLocalTime(std::chrono::system_clock::from_time_t(
-            static_cast<std::time_t>(now)));
+    const VornPlatform::LocalTime here = VornPlatform::toLocalTime(now);
     const RuvoTaskTime there = utcOf(now);
     time.year = inUtc ? there.year : here.year;
     time.month = inUtc ? there.month : here.month;
@@ -227,8 +224,7 @@ RuvoTaskTime utcOf(std::int64_t moment) {
 std::string utcText(std::int64_t moment) { return isoText(utcOf(moment)) + 'Z'; }
 
 std::string localText(std::int64_t moment) {
-    const VornPlatform::LocalTime at = VornPlatform::toLocalTime(
-        std::chrono::system_clock::from_time_t(static_cast<std::time_t>(moment)));
+    const VornPlatform::LocalTime at = VornPlatform::toLocalTime(moment);
     const int minutes = at.offsetMinutes < 0 ? -at.offsetMinutes : at.offsetMinutes;
     char offset[32];
     std::snprintf(offset, sizeof offset, "%c%02d:%02d", at.offsetMinutes < 0 ? '-' : '+',

@@ -2,6 +2,14 @@
 
 namespace VornPlatform {
 
+LocalTime toLocalTime(std::chrono::system_clock::time_point moment) {
+    using namespace std::chrono;
+    const auto whole = floor<seconds>(moment);
+    LocalTime local = toLocalTime(std::int64_t{whole.time_since_epoch().count()});
+    local.microsecond = static_cast<int>(duration_cast<microseconds>(moment - whole).count());
+    return local;
+}
+
 CalendarTime toUtc(std::int64_t seconds) {
     using namespace std::chrono;
     const sys_seconds moment{std::chrono::seconds(seconds)};

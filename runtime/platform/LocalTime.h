@@ -21,6 +21,8 @@ struct LocalTime {
 
 // Any thread. A moment that the system cannot convert is given in UTC.
 VORN_EXPORT LocalTime toLocalTime(std::chrono::system_clock::time_point moment);
+// The same for seconds since 1970, which are not limited to the years 1677 to 2262.
+VORN_EXPORT LocalTime toLocalTime(std::int64_t seconds);
 
 // A date and a time of day, with no zone of its own.
 struct CalendarTime {

@@ -8,12 +8,10 @@
 
 namespace VornPlatform {
 
-LocalTime toLocalTime(std::chrono::system_clock::time_point moment) {
-    using namespace std::chrono;
-    const auto whole = floor<seconds>(moment);
-    const std::time_t seconds = system_clock::to_time_t(whole);
+LocalTime toLocalTime(std::int64_t seconds) {
+    const std::time_t moment{seconds};
     std::tm fields{};
-    if (::localtime_r(&seconds, &fields) == nullptr) ::gmtime_r(&seconds, &fields);
+    if (::localtime_r(&moment, &fields) == nullptr) ::gmtime_r(&moment, &fields);
     LocalTime local;
     local.year = fields.tm_year + 1900;
     local.month = fields.tm_mon + 1;
@@ -21,7 +19,6 @@ LocalTime toLocalTime(std::chrono::system_clock::time_point moment) {
     local.hour = fields.tm_hour;
     local.minute = fields.tm_min;
     local.second = fields.tm_sec;
-    local.microsecond = static_cast<int>(duration_cast<microseconds>(moment - whole).count());
     local.offsetMinutes = static_cast<int>(fields.tm_gmtoff / 60);
     return local;
 }

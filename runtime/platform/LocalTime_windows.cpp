@@ -24,10 +24,8 @@ std::int64_t stepsOf(const SYSTEMTIME& time) {
 
 }  // namespace
 
-LocalTime toLocalTime(std::chrono::system_clock::time_point moment) {
-    using namespace std::chrono;
-    const auto whole = floor<seconds>(moment);
-    const std::int64_t steps = whole.time_since_epoch().count() * kStepsASecond + kUnixEpoch;
+LocalTime toLocalTime(std::int64_t seconds) {
+    const std::int64_t steps = seconds * kStepsASecond + kUnixEpoch;
     const FILETIME fileTime{static_cast<DWORD>(steps & 0xFFFFFFFF),
                             static_cast<DWORD>(steps >> 32)};
     SYSTEMTIME utc{};
@@ -42,7 +40,6 @@ LocalTime toLocalTime(std::chrono::system_clock::time_point moment) {
     local.hour = fields.wHour;
     local.minute = fields.wMinute;
     local.second = fields.wSecond;
-    local.microsecond = static_cast<int>(duration_cast<microseconds>(moment - whole).count());
     local.offsetMinutes = static_cast<int>((stepsOf(fields) - stepsOf(utc)) / kStepsASecond / 60);
     return local;
 }

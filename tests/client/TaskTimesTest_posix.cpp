@@ -56,6 +56,19 @@ TEST(TaskTimes, MovesATimeThatIsLeapedOverByTheLeap) {
     EXPECT_EQ(localText(at("2024-03-10T02:15")), "2024-03-10T03:15:00-04:00");
 }
 
+// A clock of nanoseconds ends in 2262 and begins in 1677.
+TEST(TaskTimes, TakesLocalTimesOfEveryYear) {
+    const TestSupport::TimeZoneScope berlin("CET-1CEST,M3.5.0,M10.5.0/3");
+    for (const std::string year : {"0000", "1500", "2300", "9999"}) {
+        EXPECT_EQ(at(year + "-01-15T12:00"), at(year + "-01-15T11:00Z")) << year;
+    }
+    // Summer time is a thing of late.
+    EXPECT_EQ(at("1500-07-15T12:00"), at("1500-07-15T11:00Z"));
+    EXPECT_EQ(at("2300-07-15T12:00"), at("2300-07-15T10:00Z"));
+    EXPECT_EQ(at("9999-07-15T12:00"), at("9999-07-15T10:00Z"));
+    EXPECT_EQ(localText(at("2300-07-15T12:00")), "2300-07-15T12:00:00+02:00");
+}
+
 TEST(TaskTimes, ShowsZonesWestOfGreenwich) {
     const TestSupport::TimeZoneScope zone("NST3:30");
     EXPECT_EQ(localText(kNoon), "2024-06-15T08:30:00-03:30");

@@ -37,6 +37,19 @@ TEST(LocalTime, ShowsMicrosecondsBeforeTheYear1970Too) {
     EXPECT_EQ(back(local), moment);
 }
 
+// A clock of nanoseconds ends in 2262.
+TEST(LocalTime, ShowsSecondsOfLaterYears) {
+    for (const int late : {2261, 2300, 9999}) {
+        const sys_seconds moment = sys_days(year(late) / 7 / 15) + hours(12);
+        const LocalTime local = toLocalTime(std::int64_t{moment.time_since_epoch().count()});
+        EXPECT_EQ(local.year, late);
+        const sys_seconds shown = sys_days(year(local.year) / local.month / local.day) +
+                                  hours(local.hour) + seconds(local.second);
+        EXPECT_EQ(shown + minutes(local.minute - local.offsetMinutes), moment) << late;
+        EXPECT_EQ(local.microsecond, 0);
+    }
+}
+
 TEST(LocalTime, CountsMonthsAndDaysFromOne) {
     const LocalTime local = toLocalTime(sys_days(year(2026) / 7 / 15) + hours(12));
     EXPECT_EQ(local.year, 2026);

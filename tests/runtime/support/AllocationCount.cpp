@@ -27,12 +27,14 @@ void* allocate(std::size_t size) noexcept {
     }
     ++count.calls;
     count.bytes += size;
+    if (size > count.largest) count.largest = size;
     return std::malloc(size == 0 ? 1 : size);
 }
 
 }  // namespace
 
 AllocationCount AllocationCount::ofThisThread() { return count; }
+void AllocationCount::forgetLargest() { count.largest = 0; }
 
 AllocationFailure::AllocationFailure(std::string_view threadName) {
     refusals = 0;

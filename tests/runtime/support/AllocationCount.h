@@ -9,8 +9,10 @@
 struct AllocationCount {
     std::size_t calls = 0;
     std::size_t bytes = 0;
+    std::size_t largest = 0;  // bytes of one call, since forgetLargest()
 
     static AllocationCount ofThisThread();
+    static void forgetLargest();  // of this thread
 };
 
 // While it lives, operator new has no memory for the threads that the log knows

@@ -1,4 +1,4 @@
-#include "scheduler/cmd/BatchScript.h"
+#include "tests/scheduler/cmd/BatchSteps.h"
 
 #include <gtest/gtest.h>
 
@@ -7,38 +7,19 @@
 #include <string>
 #include <vector>
 
-namespace RuvoCmd {
+namespace CmdTests {
 
-namespace {
-
-struct Step {
-    BatchStep::Kind kind;
-    std::string text;
-
-    bool operator==(const Step&) const = default;
-};
-using Steps = std::vector<Step>;
+using RuvoCmd::BatchScript;
+using RuvoCmd::BatchStep;
 
 void PrintTo(const Step& step, std::ostream* out) {
     *out << (step.kind == BatchStep::Kind::Command ? "run " : "cd ") << step.text;
 }
 
+namespace {
+
 Step cd(const std::string& directory) { return {BatchStep::Kind::ChangeDirectory, directory}; }
 Step run(const std::string& line) { return {BatchStep::Kind::Command, line}; }
-
-// The room is that of the text and the byte behind it, no more: the sanitizers
-// look.
-Steps readBatch(const std::string& text) {
-    std::vector<char> room(text.begin(), text.end());
-    room.push_back('x');
-    room.shrink_to_fit();
-    BatchScript script(room.data(), text.size());
-    Steps steps;
-    for (BatchStep step; script.next(step);) steps.push_back({step.kind, step.text});
-    BatchStep none;
-    EXPECT_FALSE(script.next(none)) << "at the end it stays";
-    return steps;
-}
 
 TEST(BatchScript, ReadsWhatTheSchedulerWrites) {
     EXPECT_EQ(readBatch("\nprog -x \n"), Steps{run("prog -x ")});
@@ -85,6 +66,15 @@ TEST(BatchScript, EndsALineAtAZeroByte) {
     EXPECT_EQ(readBatch(zero + "b\n"), Steps{});
 }
 
+TEST(BatchScript, HasNoMoreStepsOnceItHadNone) {
+    char text[] = "a\n";
+    BatchScript script(text, 2);
+    BatchStep step;
+    EXPECT_TRUE(script.next(step));
+    for (int i = 0; i < 2; ++i) EXPECT_FALSE(script.next(step));
+    EXPECT_STREQ(step.text, "a");
+}
+
 TEST(BatchScript, TakesAnyBytes) {
     std::mt19937 random(5);
     for (int round = 0; round < 2000; ++round) {
@@ -98,4 +88,4 @@ TEST(BatchScript, TakesAnyBytes) {
 }
 
 }  // namespace
-}  // namespace RuvoCmd
+}  // namespace CmdTests
