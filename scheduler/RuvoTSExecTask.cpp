@@ -3,12 +3,14 @@
 #include "runtime/platform/AppendFile.h"
 #include "runtime/platform/BatchCommand.h"
 #include "runtime/platform/FreshFile.h"
-#include "runtime/platform/Process.h"
 #include "runtime/support/VornLogging.h"
 #include "scheduler/RuvoTSEscape.h"
 #include "scheduler/RuvoTSRuns.h"
 #include "scheduler/RuvoTSStore.h"
 #include "scheduler/RuvoTSTaskThread.h"
+
+#include <atomic>
+#include <new>
 
 namespace RuvoService {
 namespace {
@@ -17,6 +19,8 @@ constexpr int kPauseMs = 100;
 constexpr std::int32_t kNoInterpreter = 127;  // as shells say it
 constexpr std::int32_t kNoProcess = -1;       // as system(3) says it
 constexpr int kMostWaitFailures = 50;
+
+std::atomic<int> momentMs{200};
 
 // A text as the batch file has it: a zero byte ends it, as it does in the store, so
 // that the file is the same after a restart.
@@ -53,6 +57,15 @@ VornPlatform::OsError writeBatchFile(const std::string& file, const std::string&
     batch.close();
     if (created) VornPlatform::removeFile(file);
     return error;
+}
+
+// A file that stays is no reason to lose the status of its run, or to begin none.
+void removeBatchFile(const std::string& file) noexcept {
+    try {
+        VornPlatform::removeFile(file);
+    } catch (const std::bad_alloc&) {
+        VORN_LOG(3, "RuvoTSExecTask::runtaskonsystem: no memory to remove " << file);
+    }
 }
 
 }  // namespace
@@ -112,43 +125,58 @@ std::string RuvoTSExecTask::batchText() const {
 
 std::optional<std::int32_t> RuvoTSExecTask::runtaskonsystem() {
     VORN_LOG(9, "RuvoTSTExecTask::runtaskonsystem enter");
-    const std::string file = RuvoTSStore::inTemporaryFolder(identity() + ".bat");
-    VORN_LOG(9, "RuvoTSTaskThread::runtaskonsystem ready "
-                    << " tempfile=" << file << " cmdline=" << VornPlatform::batchCommand(file));
-    std::optional<std::int32_t> status = kNoBatchFile;
-    if (const auto error = writeBatchFile(file, batchText())) {
-        if (isShortage(error)) throw RuvoTSRefused(error);
-        VORN_LOG(2, "RuvoTSExecTask::runtaskonsystem: cannot write " << file << ": "
-                                                                     << error.text());
-    } else {
-        VORN_LOG(9, "RuvoTSTaskThread::runtaskonsystem script "
-                        << " cmdline=" << commandLine());
-        try {
-            status = runBatchFile(file);
-        } catch (...) {
-            VornPlatform::removeFile(file);
-            throw;
-        }
+    std::string file;
+    VornPlatform::ProcessHandle process;
+    std::optional<std::int32_t> status;
+    try {
+        file = RuvoTSStore::inTemporaryFolder(identity() + ".bat");
+        status = startCommand(file, process);
+    } catch (const std::bad_alloc&) {
+        throw RuvoTSRefused(VornPlatform::OsError::noMemory());
+    }
+    if (process.isOpen()) {
+        status = awaitEnd(process);
         if (!status) return {};  // the interpreter may still read the file
-        VornPlatform::removeFile(file);
+        removeBatchFile(file);
     }
     VORN_LOG(9, "RuvoTSExecTask::runtaskonsystem exit "
                     << " STATUS=" << *status);
     return status;
 }
 
-std::optional<std::int32_t> RuvoTSExecTask::runBatchFile(const std::string& file) {
-    VornPlatform::ProcessHandle process;
-    if (const auto error = VornPlatform::startBatch(file, process)) {
+// The status of a command that cannot be started; else the process is open.
+std::int32_t RuvoTSExecTask::startCommand(const std::string& file,
+                                          VornPlatform::ProcessHandle& process) {
+    VORN_LOG(9, "RuvoTSTaskThread::runtaskonsystem ready "
+                    << " tempfile=" << file << " cmdline=" << VornPlatform::batchCommand(file));
+    if (const auto error = writeBatchFile(file, batchText())) {
         if (isShortage(error)) throw RuvoTSRefused(error);
-        VORN_LOG(2, "RuvoTSExecTask::runtaskonsystem: cannot start the command interpreter for "
-                        << getName() << ": " << error.text());
-        const bool missing = error.condition() == VornPlatform::OsCondition::NotFound;
-        return missing ? kNoInterpreter : kNoProcess;
+        VORN_LOG(2, "RuvoTSExecTask::runtaskonsystem: cannot write " << file << ": " << error);
+        return kNoBatchFile;
     }
+    VORN_LOG(9, "RuvoTSTaskThread::runtaskonsystem script "
+                    << " cmdline=" << commandLine());
+    VornPlatform::OsError error;
+    try {
+        error = VornPlatform::startBatch(file, process);
+    } catch (...) {
+        removeBatchFile(file);
+        throw;
+    }
+    if (!error) return 0;
+    removeBatchFile(file);
+    if (isShortage(error)) throw RuvoTSRefused(error);
+    VORN_LOG(2, "RuvoTSExecTask::runtaskonsystem: cannot start the command interpreter for "
+                    << getName() << ": " << error);
+    const bool missing = error.condition() == VornPlatform::OsCondition::NotFound;
+    return missing ? kNoInterpreter : kNoProcess;
+}
+
+std::optional<std::int32_t> RuvoTSExecTask::awaitEnd(VornPlatform::ProcessHandle& process) {
+    RuvoTSRuns& runs = RuvoTSRuns::getInstance();
+    if (runs.isShort()) process.wait(momentMs);
     leavePlace(true);
     // A wait ends early when the service stops, or when the system fails it.
-    RuvoTSRuns& runs = RuvoTSRuns::getInstance();
     for (int failures = 0; failures <= kMostWaitFailures; ++failures) {
         if (process.waitUnless(runs.stopSignal())) return process.exitCode();
         if (runs.pause(kPauseMs)) continue;
@@ -160,5 +188,7 @@ std::optional<std::int32_t> RuvoTSExecTask::runBatchFile(const std::string& file
                     << getName());
     return kNoProcess;
 }
+
+void RuvoTSExecTask::setMomentForTest(int ms) { momentMs = ms; }
 
 }  // namespace RuvoService

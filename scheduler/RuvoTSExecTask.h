@@ -1,6 +1,7 @@
 #pragma once
 
 #include "runtime/platform/Export.h"
+#include "runtime/platform/Process.h"
 #include "scheduler/RuvoTSTask.h"
 
 #include <cstdint>
@@ -29,16 +30,22 @@ public:
     std::string serialize() const override;
     // Pauses four times for 100 ms, on purpose, on the timer's thread.
     int performTask() override;
-    // Waits for the end of the command, or of the service.
+    // Waits for the end of the command, or of the service. Throws RuvoTSRefused, and
+    // nothing has begun, when memory, processes or descriptors are short.
     std::optional<std::int32_t> runtaskonsystem() override;
     std::string_view kind() const override { return "RuvoTSExecTask"; }
 
     // The text of the batch file, line ends of the system included.
     std::string batchText() const;
 
+    // How long a command keeps the place of its run while the system is short of means:
+    // 200 ms. Commands that begin need processes of their own.
+    static void setMomentForTest(int ms);
+
 private:
     std::string commandLine() const;
-    std::optional<std::int32_t> runBatchFile(const std::string& file);
+    std::int32_t startCommand(const std::string& file, VornPlatform::ProcessHandle& process);
+    std::optional<std::int32_t> awaitEnd(VornPlatform::ProcessHandle& process);
 
     const std::string appName_;
     const std::string path_;

@@ -20,6 +20,14 @@ constexpr int kShortageMs = 100;
 constexpr int kMeansOfARun = 4;
 constexpr int kMostAtOnce = 1 << 20;  // a number that does not overflow
 
+struct Reason {
+    VornPlatform::OsError error;
+};
+
+VornSupport::VornLogging& operator<<(VornSupport::VornLogging& log, Reason reason) {
+    return reason.error ? log << reason.error : log << "no thread";
+}
+
 }  // namespace
 
 RuvoTSRefused::~RuvoTSRefused() = default;
@@ -43,12 +51,15 @@ void RuvoTSRuns::end() {
 // ---- places ----------------------------------------------------------------------
 
 bool RuvoTSRuns::takePlace(RuvoTSTask& task) {
+    Task self;  // released after the lock
     VornMutexLock lock(mutex_);
     if (!open_) return false;
     if (limit_ != 0 && places_ >= limit_) {
         standInLineLocked(task);
         return false;
     }
+    self = takeOutOfLineLocked(task);
+    noteComesLocked(task);
     ++places_;
     task.place_.epoch = epoch_;
     task.place_.taken = true;
@@ -56,18 +67,22 @@ bool RuvoTSRuns::takePlace(RuvoTSTask& task) {
 }
 
 void RuvoTSRuns::leavePlace(RuvoTSTask& task, bool got) noexcept {
+    bool over = false;
     {
         VornMutexLock lock(mutex_);
         const bool had = std::exchange(task.place_.taken, false);
         if (had) --places_;
-        // After a refusal the next one would be refused as well.
-        if (limit_ == 0 || !got) return;
-        if (had && ++fulfilled_ >= limit_) {
+        if (limit_ == 0) return;
+        if (!got) {
+            // The next one would be refused as well.
+            over = endShortageLocked();
+        } else if (had && ++fulfilled_ >= limit_) {
             limit_ = std::min(2 * limit_, kMostAtOnce);
             fulfilled_ = 0;
         }
     }
-    callNext();
+    if (got) callNext();
+    if (over) reportEnd();
 }
 
 // Has the first in line that still waits try now. Asks tasks, and lets go of them,
@@ -78,17 +93,20 @@ void RuvoTSRuns::callNext() noexcept {
         {
             VornMutexLock lock(mutex_);
             if (line_.empty()) {
-                if (limit_ == 0 || places_ != 0) return;
-                limit_ = 0;
+                if (!endShortageLocked()) return;
                 break;
             }
-            next = std::move(line_.front());
-            line_.pop_front();
-            next->place_.inLine = false;
-            if (next->place_.taken) continue;
+            next = takeOutOfLineLocked(*line_.front());
             next->place_.called = true;
+            ++called_;
         }
-        if (!next->isFinished() && next->hasten()) return;
+        if (next->isFinished()) {
+            VornMutexLock lock(mutex_);
+            noteComesLocked(*next);
+        } else if (next->hasten()) {
+            return;
+        }
+        // Its time has come by itself, or its timer is just being armed.
     }
     reportEnd();
 }
@@ -113,8 +131,7 @@ void RuvoTSRuns::noteShortage(RuvoTSTask& task, VornPlatform::OsError reason) no
     }
     if (!begins) return;
     VORN_LOG(2, "RuvoTSRuns: the system is short of means to run tasks ("
-                    << (reason ? reason.text() : "no thread")
-                    << "): tasks wait for each other from here on, " << limit
+                    << Reason{reason} << "): tasks wait for each other from here on, " << limit
                     << " run at once");
 }
 
@@ -123,25 +140,31 @@ void RuvoTSRuns::leaveLine(RuvoTSTask& task) noexcept {
     bool over = false;
     {
         VornMutexLock lock(mutex_);
-        if (!std::exchange(task.place_.inLine, false)) return;
-        const auto found = std::find(line_.begin(), line_.end(), &task);
-        if (found != line_.end()) {
-            self = std::move(*found);
-            line_.erase(found);
-        }
-        over = limit_ != 0 && places_ == 0 && line_.empty();
-        if (over) limit_ = 0;
+        self = takeOutOfLineLocked(task);
+        noteComesLocked(task);
+        over = endShortageLocked();
     }
     if (over) reportEnd();
 }
 
-void RuvoTSRuns::reportEnd() {
+bool RuvoTSRuns::endShortageLocked() noexcept {
+    if (limit_ == 0 || places_ != 0 || called_ != 0 || !line_.empty()) return false;
+    limit_ = 0;
+    return true;
+}
+
+void RuvoTSRuns::reportEnd() noexcept {
     VORN_LOG(2, "RuvoTSRuns: tasks run again without waiting for each other");
 }
 
-bool RuvoTSRuns::wasCalled(RuvoTSTask& task) noexcept {
+bool RuvoTSRuns::isCalled(const RuvoTSTask& task) const noexcept {
     VornMutexLock lock(mutex_);
-    return std::exchange(task.place_.called, false);
+    return task.place_.called;
+}
+
+bool RuvoTSRuns::isShort() const {
+    VornMutexLock lock(mutex_);
+    return limit_ != 0;
 }
 
 bool RuvoTSRuns::isCrowded() const {
@@ -150,14 +173,28 @@ bool RuvoTSRuns::isCrowded() const {
 }
 
 void RuvoTSRuns::standInLineLocked(RuvoTSTask& task) noexcept {
+    noteComesLocked(task);
     if (task.place_.inLine || !open_) return;
     try {
         line_.emplace_back(&task);
         task.place_.inLine = true;
-        task.place_.called = false;
     } catch (const std::exception&) {
         // Its timer is all that it has.
     }
+}
+
+RuvoTSRuns::Task RuvoTSRuns::takeOutOfLineLocked(RuvoTSTask& task) noexcept {
+    if (!std::exchange(task.place_.inLine, false)) return nullptr;
+    const auto found = std::find(line_.begin(), line_.end(), &task);
+    if (found == line_.end()) return nullptr;  // the line of an earlier life
+    Task self = std::move(*found);
+    line_.erase(found);
+    return self;
+}
+
+// A task of an earlier life may come late, when none is expected.
+void RuvoTSRuns::noteComesLocked(RuvoTSTask& task) noexcept {
+    if (std::exchange(task.place_.called, false) && called_ > 0) --called_;
 }
 
 // ---- pauses, and the end ---------------------------------------------------------
@@ -178,6 +215,7 @@ void RuvoTSRuns::open() {
     VornMutexLock lock(mutex_);
     open_ = true;
     limit_ = 0;
+    called_ = 0;
     stopping_.reset();
 }
 
@@ -197,6 +235,11 @@ bool RuvoTSRuns::stop(int ms) {
 std::size_t RuvoTSRuns::lineForTest() const {
     VornMutexLock lock(mutex_);
     return line_.size();
+}
+
+int RuvoTSRuns::placesForTest() const {
+    VornMutexLock lock(mutex_);
+    return places_;
 }
 
 int RuvoTSRuns::count() const {

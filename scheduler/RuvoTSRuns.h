@@ -42,9 +42,9 @@ private:
 // with: so when one is refused, a quarter of those on their way may go on from there,
 // half as many at each further refusal, and twice as many each time that as many have
 // got what they need. Others stand in line, without a thread, and are tried when a
-// command has begun or a run has ended, after a second at the latest. Commands that
-// work, however long, keep nobody from beginning. The shortage is over when nobody is
-// on the way and nobody waits.
+// command has begun and lived for a moment, or a run has ended, after a second at the
+// latest. Commands that work, however long, keep nobody from beginning. The shortage
+// is over when nobody is on the way and nobody waits.
 //
 // Any thread.
 class VORN_EXPORT RuvoTSRuns {
@@ -76,21 +76,23 @@ public:
     // A place for a run of this task. Without one the task stands in line, and its
     // timer, which the caller arms for a later try, is hastened in its turn.
     bool takePlace(RuvoTSTask& task) VORN_EXCLUDES(mutex_);
-    // When the command has begun, and at the end of the run: gives the task's place
+    // When the command needs no more, and at the end of the run: gives the task's place
     // back, if it still has it. `got`: it was not refused what it needs; the first in
     // line is called then.
     void leavePlace(RuvoTSTask& task, bool got) noexcept VORN_EXCLUDES(mutex_);
-    // Whether the task has been called since it stood in line: for who arms its timer
-    // afterwards. Once.
-    bool wasCalled(RuvoTSTask& task) noexcept VORN_EXCLUDES(mutex_);
+    // Whether the task has been called since it stood in line, and has not come yet: for
+    // who arms its timer afterwards.
+    bool isCalled(const RuvoTSTask& task) const noexcept VORN_EXCLUDES(mutex_);
     // The run that has a place was refused a thread or a process, for `reason`. It
     // stands in line. Logged at level 2 when the shortage begins and when it ends.
     void noteShortage(RuvoTSTask& task, VornPlatform::OsError reason) noexcept
         VORN_EXCLUDES(mutex_);
-    // The task is finished.
+    // The task is finished, and comes no more.
     void leaveLine(RuvoTSTask& task) noexcept VORN_EXCLUDES(mutex_);
     // More than may be under way are. Who has not begun had better stand in line.
     bool isCrowded() const VORN_EXCLUDES(mutex_);
+    // Whether there is a shortage.
+    bool isShort() const VORN_EXCLUDES(mutex_);
 
     // One of the pauses that a run makes. False, at once, when the service stops.
     bool pause(int ms);
@@ -109,6 +111,7 @@ public:
     int count() const VORN_EXCLUDES(mutex_);
     // Tasks that stand in line.
     std::size_t lineForTest() const VORN_EXCLUDES(mutex_);
+    int placesForTest() const VORN_EXCLUDES(mutex_);
 
 private:
     using Task = VornSupport::VornSmartPointer<RuvoTSTask>;
@@ -116,8 +119,13 @@ private:
     RuvoTSRuns() = default;
     void end() VORN_EXCLUDES(mutex_);
     void standInLineLocked(RuvoTSTask& task) noexcept VORN_REQUIRES(mutex_);
+    // What held the task in line; null when it does not stand there.
+    Task takeOutOfLineLocked(RuvoTSTask& task) noexcept VORN_REQUIRES(mutex_);
+    void noteComesLocked(RuvoTSTask& task) noexcept VORN_REQUIRES(mutex_);
+    // True when the shortage was to be ended: reportEnd() then, without the lock.
+    bool endShortageLocked() noexcept VORN_REQUIRES(mutex_);
     void callNext() noexcept VORN_EXCLUDES(mutex_);
-    static void reportEnd();
+    static void reportEnd() noexcept;
 
     VornSupport::VornEvent stopping_{true};
     mutable VornSupport::VornMutex mutex_;
@@ -128,7 +136,7 @@ private:
     int limit_ VORN_GUARDED_BY(mutex_) = 0;       // of places; 0: there is no shortage
     int fulfilled_ VORN_GUARDED_BY(mutex_) = 0;   // runs since the limit was raised
     std::uint32_t epoch_ VORN_GUARDED_BY(mutex_) = 0;  // of the limit; not while it grows
-    // With entries of tasks that have taken a place since.
+    int called_ VORN_GUARDED_BY(mutex_) = 0;      // out of the line, and not come yet
     std::deque<Task> line_ VORN_GUARDED_BY(mutex_);
 };
 

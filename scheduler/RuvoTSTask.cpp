@@ -169,10 +169,11 @@ void RuvoTSTask::postponeRun(VornPlatform::OsError reason) noexcept {
 void RuvoTSTask::retryRun() noexcept {
     if (!isFinished()) {
         timer_.startToRetry();
-        if (RuvoTSRuns::getInstance().wasCalled(*this)) hasten();
+        if (RuvoTSRuns::getInstance().isCalled(*this)) hasten();
     }
-    // It may have been finished meanwhile, its timer disarmed before.
-    if (isFinished()) timer_.disarm();
+    // It may have been finished meanwhile, before its timer was armed, and before it
+    // stood in line.
+    if (isFinished()) letGo();
 }
 
 void RuvoTSTask::endRun() {
@@ -235,9 +236,13 @@ void RuvoTSTask::startAgain(const char* word, RuvoTSSeconds next) {
 
 bool RuvoTSTask::finish() {
     if (!change(Finished, 0)) return false;
+    letGo();
+    return true;
+}
+
+void RuvoTSTask::letGo() noexcept {
     timer_.disarm();
     RuvoTSRuns::getInstance().leaveLine(*this);
-    return true;
 }
 
 void RuvoTSTask::retire() {
@@ -245,7 +250,7 @@ void RuvoTSTask::retire() {
         VornCriticalSection lock(lock_);
         finished_ = true;
     }
-    timer_.disarm();
+    letGo();
 }
 
 bool RuvoTSTask::isFinished() const {

@@ -163,6 +163,7 @@ private:
     void begin() VORN_EXCLUDES(lock_);
     void startRun();
     void endRun();
+    void letGo() noexcept;  // of timer and line, when it is finished
     // setState(); false when the task had been finished before.
     // Whatever cannot be told for want of memory is lost; the change holds.
     bool change(State state, std::int32_t status) noexcept VORN_EXCLUDES(lock_);
@@ -186,8 +187,8 @@ private:
     struct Place {
         std::uint32_t epoch = 0;
         bool taken = false;
-        bool inLine = false;  // an entry of the line is its own
-        bool called = false;
+        bool inLine = false;
+        bool called = false;  // out of the line, and has not come since
     };
     Place place_;  // RuvoTSRuns', under its lock
 

@@ -39,7 +39,7 @@ void VornDeliveryPump::take(std::vector<VornDeliveryChannel::Pointer> channels) 
     if (running_) return;
     given_.clear();
     lock.unlock();
-    VORN_LOG(3, "VornDeliveryPump::take: no thread: " << error.text());
+    VORN_LOG(3, "VornDeliveryPump::take: no thread: " << error);
     VornDeliveryChannel::waitFor(channels, 0);
 }
 

@@ -90,7 +90,8 @@ OsError startInForeground(const std::vector<std::string>& words, ProcessHandle& 
     const int failed = isPath ? spawnFile(words[0], words, id) : spawnAlongPath(words, id);
     if (failed != 0) return OsError(failed);
     spare.release();
-    return process.adopt(id, ProcessHandle::kNone);
+    process.adopt(id, ProcessHandle::kNone);
+    return {};
 }
 
 void handOn(const EndRequest& request, ProcessHandle& process) {

@@ -175,7 +175,8 @@ OsError startInForeground(const std::vector<std::string>& words, ProcessHandle& 
     PROCESS_INFORMATION started{};
     if (const OsError error = create(file, line, started)) return error;
     ::CloseHandle(started.hThread);
-    return process.adopt(started.dwProcessId, reinterpret_cast<std::intptr_t>(started.hProcess));
+    process.adopt(started.dwProcessId, reinterpret_cast<std::intptr_t>(started.hProcess));
+    return {};
 }
 
 void handOn(const EndRequest& request, ProcessHandle& process) {

@@ -42,6 +42,8 @@ public:
 
     // The error of what we ourselves have waited for too long.
     static OsError timedOut();
+    // The error of memory that we ourselves found missing; a TooManyOpen.
+    static OsError noMemory();
     // The calling thread's last error of a file, process or thread call.
     static OsError last();
     // The calling thread's last error of a socket call.

@@ -40,6 +40,7 @@ OsCondition OsError::condition() const {
 std::string OsError::text() const { return std::generic_category().message(code_); }
 
 OsError OsError::timedOut() { return OsError(ETIMEDOUT); }
+OsError OsError::noMemory() { return OsError(ENOMEM); }
 OsError OsError::last() { return OsError(errno); }
 OsError OsError::lastSocket() { return OsError(errno); }
 

@@ -6,6 +6,8 @@
 
 #include <windows.h>
 
+#include <memory>
+
 namespace VornPlatform {
 
 OsCondition OsError::condition() const {
@@ -65,8 +67,8 @@ std::string OsError::text() const {
         FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS,
         nullptr, static_cast<DWORD>(code_), 0, reinterpret_cast<wchar_t*>(&buffer), 0, nullptr);
     if (length == 0) return "error " + std::to_string(code_);
+    const std::unique_ptr<wchar_t, decltype(&::LocalFree)> owner(buffer, &::LocalFree);
     std::string text = toUtf8({buffer, length});
-    ::LocalFree(buffer);
     while (!text.empty() && (text.back() == '\n' || text.back() == '\r' || text.back() == ' ')) {
         text.pop_back();
     }
@@ -74,6 +76,7 @@ std::string OsError::text() const {
 }
 
 OsError OsError::timedOut() { return OsError(WSAETIMEDOUT); }
+OsError OsError::noMemory() { return OsError(ERROR_NOT_ENOUGH_MEMORY); }
 OsError OsError::last() { return OsError(static_cast<int>(::GetLastError())); }
 OsError OsError::lastSocket() { return OsError(::WSAGetLastError()); }
 

@@ -26,7 +26,7 @@ public:
         return *this;
     }
 
-    bool isOpen() const { return handle_ != kNone; }
+    bool isOpen() const { return processId_ != 0; }
     // The system's number of the process; 0 when nothing is open.
     std::int64_t processId() const { return processId_; }
     void close();
@@ -54,12 +54,15 @@ private:
                                 ProcessHandle& process);
     static constexpr std::intptr_t kNone = -1;
 
-    // Becomes the handle of a child that has just been started. Linux: `handle`
-    // is of no account; a child that cannot be watched is ended.
-    OsError adopt(std::int64_t processId, std::intptr_t handle);
+    // Becomes the handle of a child that has just been started. Linux: `handle` is
+    // of no account.
+    void adopt(std::int64_t processId, std::intptr_t handle);
     void swap(ProcessHandle& other) noexcept;
-    void collect();
+    bool await(int ms, NativeSignal::Handle other);  // Linux
+    bool collect(int options);                       // 0 on Windows
 
+    // Linux: kNone also while the system has no descriptor for the child, which has
+    // begun all the same; until there is one it is looked at again and again.
     std::intptr_t handle_ = kNone;
     std::int64_t processId_ = 0;
     int exitCode_ = -1;

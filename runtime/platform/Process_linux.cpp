@@ -13,7 +13,9 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <new>
 #include <utility>
 #include <vector>
@@ -24,6 +26,8 @@ namespace {
 constexpr int kGraceMs = 1000;
 constexpr int kSignalBase = 128;
 constexpr int kNoMemoryPauseMs = 100;
+constexpr int kLookMs = 20;      // at a child that there is no descriptor for
+constexpr int kReapLookMs = 1000;  // the same for one that nobody waits for
 
 int native(std::intptr_t handle) { return static_cast<int>(handle); }
 
@@ -42,9 +46,15 @@ int statusToCode(int status) {
 // ---- children that nobody waits for any more ----
 
 struct Abandoned {
-    int descriptor;  // of the process; -1 in no entry
+    int descriptor;  // of the process; -1: none
     pid_t process;
 };
+
+// Whether the child has ended; it is collected then.
+bool hasEnded(const pollfd& watched, pid_t process) {
+    if (watched.fd >= 0 && watched.revents == 0) return false;
+    return ::waitpid(process, nullptr, watched.fd >= 0 ? 0 : WNOHANG) != 0;
+}
 
 // Adds to `list` as soon as there is memory for that.
 template <class Entry>
@@ -68,11 +78,12 @@ void reap(void* argument) {
     add(watched, {incoming, POLLIN, 0});
     add(processes, 0);
     for (;;) {
-        if (::poll(watched.data(), watched.size(), -1) < 0) continue;
+        const bool looks = std::any_of(watched.begin(), watched.end(),
+                                       [](const pollfd& each) { return each.fd < 0; });
+        if (::poll(watched.data(), watched.size(), looks ? kReapLookMs : -1) < 0) continue;
         for (std::size_t i = watched.size(); --i > 0;) {
-            if (watched[i].revents == 0) continue;
-            ::waitpid(processes[i], nullptr, 0);
-            ::close(watched[i].fd);
+            if (!hasEnded(watched[i], processes[i])) continue;
+            if (watched[i].fd >= 0) ::close(watched[i].fd);
             watched.erase(watched.begin() + static_cast<std::ptrdiff_t>(i));
             processes.erase(processes.begin() + static_cast<std::ptrdiff_t>(i));
         }
@@ -166,23 +177,16 @@ OsError startProcess(const std::string& program, const std::string& commandLine,
     pid_t id = 0;
     if (const OsError error = spawn(found, arguments, id)) return error;
     spare.release();
-    return process.adopt(id, ProcessHandle::kNone);
+    process.adopt(id, ProcessHandle::kNone);
+    return {};
 }
 
-OsError ProcessHandle::adopt(std::int64_t processId, std::intptr_t) {
-    const auto id = static_cast<pid_t>(processId);
-    const int descriptor = openProcess(id);
-    if (descriptor < 0) {
-        // A child that cannot be watched is no use to anybody.
-        const OsError error = OsError::last();
-        ::kill(id, SIGKILL);
-        ::waitpid(id, nullptr, 0);
-        return error;
-    }
+// Another thread may have taken the spare descriptor meanwhile. The child has begun
+// by then: to end it, or to call that a failure, would have it begun once more.
+void ProcessHandle::adopt(std::int64_t processId, std::intptr_t) {
     close();
-    handle_ = descriptor;
     processId_ = processId;
-    return {};
+    handle_ = openProcess(static_cast<pid_t>(processId));
 }
 
 void ProcessHandle::swap(ProcessHandle& other) noexcept {
@@ -197,46 +201,59 @@ void ProcessHandle::close() {
     ProcessHandle going;
     going.swap(*this);
     const Abandoned entry{native(going.handle_), static_cast<pid_t>(going.processId_)};
-    going.handle_ = kNone;
+    going.processId_ = 0;
     const bool collected = going.ended_ || ::waitpid(entry.process, nullptr, WNOHANG) != 0;
-    if (collected || ::write(reaperPipe(), &entry, sizeof entry) != sizeof entry) {
-        ::close(entry.descriptor);
-    }
+    const bool given =
+        !collected && ::write(reaperPipe(), &entry, sizeof entry) == sizeof entry;
+    if (!given && entry.descriptor >= 0) ::close(entry.descriptor);
 }
 
-bool ProcessHandle::wait(int ms) {
-    if (ended_) return true;
-    if (!isOpen() || !awaitSignal(handle_, ms)) return false;
-    collect();
-    return true;
-}
+bool ProcessHandle::wait(int ms) { return await(ms, NativeSignal::kNone); }
 
-bool ProcessHandle::waitUnless(NativeSignal::Handle other) {
-    if (ended_) return true;
+bool ProcessHandle::waitUnless(NativeSignal::Handle other) { return await(kForever, other); }
+
+// Until the process has ended: true; or until `other` is on, `ms` have passed or the
+// system fails it.
+bool ProcessHandle::await(int ms, NativeSignal::Handle other) {
+    using Clock = std::chrono::steady_clock;
     if (!isOpen()) return false;
-    pollfd entries[] = {{native(handle_), POLLIN, 0}, {native(other), POLLIN, 0}};
-    while (::poll(entries, 2, -1) < 0) {
-        if (errno != EINTR) return false;
+    const auto deadline = Clock::now() + std::chrono::milliseconds(ms);
+    while (!ended_) {
+        if (handle_ == kNone) handle_ = openProcess(static_cast<pid_t>(processId_));
+        if (handle_ == kNone && collect(WNOHANG)) break;
+        const auto rest = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
+        const int left = ms < 0 ? kForever : static_cast<int>(std::max<long>(rest.count(), 0));
+        const bool looks = handle_ == kNone && (ms < 0 || left > kLookMs);
+        pollfd entries[] = {{native(handle_), POLLIN, 0}, {native(other), POLLIN, 0}};
+        const int ready = ::poll(entries, other == NativeSignal::kNone ? 1 : 2,
+                                 looks ? kLookMs : left);
+        if (ready < 0 && errno != EINTR) return false;
+        if (ready > 0) return entries[0].revents != 0 && collect(0);
+        if (ready == 0 && !looks) return handle_ == kNone && collect(WNOHANG);
     }
-    if (entries[0].revents == 0) return false;
-    collect();
     return true;
 }
 
-void ProcessHandle::collect() {
+// False when it has not ended yet.
+bool ProcessHandle::collect(int options) {
     int status = 0;
     const auto id = static_cast<pid_t>(processId_);
-    exitCode_ = ::waitpid(id, &status, 0) == id ? statusToCode(status) : -1;
+    const pid_t found = ::waitpid(id, &status, options);
+    if (found == 0) return false;
+    exitCode_ = found == id ? statusToCode(status) : -1;
     ended_ = true;
+    return true;
 }
 
 OsError ProcessHandle::terminate(int) {
     if (!isOpen() || ended_) return {};
+    const auto id = static_cast<pid_t>(processId_);
     for (const int signal : {SIGTERM, SIGKILL}) {
-        if (sendSignal(native(handle_), signal) != 0) {
-            return errno == ESRCH ? OsError{} : OsError::last();
-        }
-        if (signal == SIGTERM && awaitSignal(handle_, kGraceMs)) break;
+        // Nobody else gets its number until its end has been collected.
+        const int failed = handle_ == kNone ? ::kill(id, signal)
+                                            : sendSignal(native(handle_), signal);
+        if (failed != 0) return errno == ESRCH ? OsError{} : OsError::last();
+        if (signal == SIGTERM && wait(kGraceMs)) break;
     }
     return {};
 }

@@ -70,14 +70,14 @@ OsError startProcess(const std::string& program, const std::string& commandLine,
         return OsError::last();
     }
     ::CloseHandle(started.hThread);
-    return process.adopt(started.dwProcessId, reinterpret_cast<std::intptr_t>(started.hProcess));
+    process.adopt(started.dwProcessId, reinterpret_cast<std::intptr_t>(started.hProcess));
+    return {};
 }
 
-OsError ProcessHandle::adopt(std::int64_t processId, std::intptr_t handle) {
+void ProcessHandle::adopt(std::int64_t processId, std::intptr_t handle) {
     close();
     handle_ = handle;
     processId_ = processId;
-    return {};
 }
 
 void ProcessHandle::swap(ProcessHandle& other) noexcept {
@@ -89,16 +89,16 @@ void ProcessHandle::swap(ProcessHandle& other) noexcept {
 
 void ProcessHandle::close() {
     if (!isOpen()) return;
-    ::CloseHandle(native(handle_));
-    handle_ = kNone;
-    *this = ProcessHandle();
+    ProcessHandle going;
+    going.swap(*this);
+    ::CloseHandle(native(going.handle_));
+    going.processId_ = 0;
 }
 
 bool ProcessHandle::wait(int ms) {
     if (ended_) return true;
     if (!isOpen() || !awaitSignal(handle_, ms)) return false;
-    collect();
-    return true;
+    return collect(0);
 }
 
 bool ProcessHandle::waitUnless(NativeSignal::Handle other) {
@@ -107,14 +107,14 @@ bool ProcessHandle::waitUnless(NativeSignal::Handle other) {
     // Of both at once the first counts.
     const HANDLE handles[] = {native(handle_), native(other)};
     if (::WaitForMultipleObjects(2, handles, FALSE, INFINITE) != WAIT_OBJECT_0) return false;
-    collect();
-    return true;
+    return collect(0);
 }
 
-void ProcessHandle::collect() {
+bool ProcessHandle::collect(int) {
     DWORD code = 0;
     exitCode_ = ::GetExitCodeProcess(native(handle_), &code) ? static_cast<int>(code) : -1;
     ended_ = true;
+    return true;
 }
 
 OsError ProcessHandle::terminate(int exitCode) {

@@ -308,4 +308,17 @@ VornLogging& VornLogging::operator<<(const void* pointer) {
     return *this << std::string_view(digits, end);
 }
 
+VornLogging& VornLogging::operator<<(VornPlatform::OsError error) {
+    const ErrorStateKeeper keeper;
+    std::string text;
+    try {
+        text = error.text();
+    } catch (...) {
+        return *this << "error " << error.code();
+    }
+    return *this << text;
+}
+
+void VornLogging::breakOff() { getInstance() << "... (no memory for the rest)" << endrecord; }
+
 }  // namespace VornSupport

@@ -1,11 +1,13 @@
 #pragma once
 
 #include "runtime/platform/Export.h"
+#include "runtime/platform/OsError.h"
 #include "runtime/platform/SystemLog.h"
 
 #include <atomic>
 #include <cstdint>
 #include <memory>
+#include <new>
 #include <string>
 #include <string_view>
 
@@ -84,6 +86,12 @@ public:
     VornLogging& operator<<(long long value);
     VornLogging& operator<<(unsigned long long value);
     VornLogging& operator<<(const void* pointer);
+    // Its text; "error 12" when there is no memory for that.
+    VornLogging& operator<<(VornPlatform::OsError error);
+
+    // Ends the innermost record for want of memory for its next piece: what there is
+    // of it is written, and that the rest is missing.
+    static void breakOff();
 
 private:
     VornLogging();
@@ -97,11 +105,18 @@ private:
 }  // namespace VornSupport
 
 // VORN_LOG(5, "RuvoService::go: " << name): the pieces are evaluated only when
-// the level is on.
+// the level is on. Memory that is short when a piece is made up leaves the record
+// broken off and throws nothing: a line of the log ends no function that must not
+// throw, and comes between no two steps that belong together.
 #define VORN_LOG(level, pieces)                                                       \
     do {                                                                              \
         if (::VornSupport::VornLogging::isOn(level)) {                                \
-            ::VornSupport::VornLogging::getInstance()                                 \
-                << ::VornSupport::setloglevel(level) << pieces << ::VornSupport::endrecord; \
+            try {                                                                     \
+                ::VornSupport::VornLogging::getInstance()                             \
+                    << ::VornSupport::setloglevel(level) << pieces                    \
+                    << ::VornSupport::endrecord;                                      \
+            } catch (const std::bad_alloc&) {                                         \
+                ::VornSupport::VornLogging::breakOff();                               \
+            }                                                                         \
         }                                                                             \
     } while (false)

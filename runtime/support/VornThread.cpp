@@ -20,13 +20,8 @@ std::chrono::steady_clock::time_point after(int ms) {
 
 std::atomic<bool> lastWasRefused{false};  // the last thread that was asked for
 
-// A thread goes on without the line when there is no memory for it.
 void reportRefusedPriority(const std::string& name, VornPlatform::OsError error) {
-    if (!error) return;
-    try {
-        VORN_LOG(4, "VornThread::setPriority: " << name << ": " << error.text());
-    } catch (const std::bad_alloc&) {
-    }
+    if (error) VORN_LOG(4, "VornThread::setPriority: " << name << ": " << error);
 }
 
 // Counts the threads under way. Never destroyed: the last thread of the process
@@ -113,15 +108,15 @@ bool VornThread::start() {
     const bool refusedBefore = lastWasRefused.exchange(static_cast<bool>(error));
     if (!error) return true;
 
-    // Who tries again and again fills no log.
-    VORN_LOG(refusedBefore ? 4 : 2,
-             "VornThread::start: no thread for " << name_ << ": " << error.text());
     {
         VornMutexLock lock(state_->mutex);
         state_->running = false;
         state_->changed.notifyAll();
     }
     LiveThreads::getInstance().add(-1);
+    // Who tries again and again fills no log.
+    VORN_LOG(refusedBefore ? 4 : 2,
+             "VornThread::start: no thread for " << name_ << ": " << error);
     if (marked) release();
     return false;
 }

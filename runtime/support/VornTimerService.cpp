@@ -89,7 +89,7 @@ void VornTimerService::insertLocked(const StatePtr& state, TimerClock::time_poin
         const auto error = VornPlatform::startThread(
             {.name = "VornTimers", .stackBytes = VornThread::kClientStack}, &enterDispatcher, this);
         dispatching_ = !error;
-        if (error) VORN_LOG(0, "VornTimer::start: no thread for the timers: " << error.text());
+        if (error) VORN_LOG(0, "VornTimer::start: no thread for the timers: " << error);
     }
     state->place = armed_.emplace(due, state);
     state->armed = true;
@@ -171,7 +171,7 @@ void VornTimerService::startWorkers(std::size_t count) {
             nextLook_ = TimerClock::now() + kNoThreadDelay;
         }
         if (!isNews) return;
-        VORN_LOG(2, "VornTimer::start: no thread for a receiver, trying again: " << error.text());
+        VORN_LOG(2, "VornTimer::start: no thread for a receiver, trying again: " << error);
         return;
     }
 }

@@ -1,41 +1,16 @@
-// Memory that runs out at each moment after which a lock might be left behind. A
-// program of its own: it decides what is allocated.
+// Memory that runs out at each moment after which a lock might be left behind.
 
 #include "client/ruvoctl/EndRequests.h"
 #include "client/ruvoctl/Ruvoctl.h"
 #include "tests/client/ScriptedDaemon.h"
+#include "tests/support/FailingMemory.h"
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-#include <new>
 #include <sstream>
 #include <stdexcept>
 #include <string>
 #include <vector>
-
-namespace {
-
-// How many allocations of this thread succeed before one fails; none fails when
-// it is negative.
-thread_local int left = -1;
-
-void* allocate(std::size_t size) {
-    if (left >= 0 && left-- == 0) throw std::bad_alloc();
-    void* const piece = std::malloc(size);
-    if (piece == nullptr) throw std::bad_alloc();
-    return piece;
-}
-
-}  // namespace
-
-void* operator new(std::size_t size) { return allocate(size); }
-void* operator new[](std::size_t size) { return allocate(size); }
-// Inlined, the compiler takes it for a mistake.
-[[gnu::noinline]] void operator delete(void* piece) noexcept { std::free(piece); }
-[[gnu::noinline]] void operator delete[](void* piece) noexcept { std::free(piece); }
-[[gnu::noinline]] void operator delete(void* piece, std::size_t) noexcept { std::free(piece); }
-[[gnu::noinline]] void operator delete[](void* piece, std::size_t) noexcept { std::free(piece); }
 
 using namespace ClientTest;
 
@@ -85,12 +60,11 @@ Outcome runWithFailure(int n, const std::vector<std::string>& words) {
         arguments.insert(arguments.end(), words.begin(), words.end());
         Ruvoctl::Surroundings surroundings{
             out, err, [](const char*) { return std::optional<std::string>(); },
-            [n] { left = n; }, [&] { return requests.any(); }};
+            [n] { FailingMemory::begin(n); }, [&] { return requests.any(); }};
         surroundings.nextRequest = [&] { return requests.next(); };
         surroundings.settleRequests = [] {};
         outcome.status = Ruvoctl::run(arguments, surroundings);
-        outcome.failed = left < 0;
-        left = -1;
+        outcome.failed = FailingMemory::end();
     }
     outcome.output = out.str();
     outcome.errors = err.str();

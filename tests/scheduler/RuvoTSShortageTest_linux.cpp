@@ -1,5 +1,4 @@
-// Memory that runs out at each moment. A program of its own: it decides what is
-// allocated.
+// Memory that runs out at each moment.
 
 #include "runtime/net/VornProxyDependentContainer.h"
 #include "runtime/support/VornException.h"
@@ -11,38 +10,13 @@
 #include "scheduler/RuvoTSTimeKeeper.h"
 #include "tests/runtime/platform/NativeProbe.h"
 #include "tests/scheduler/SchedulerTestTools.h"
-#include "tests/support/LogCapture.h"
+#include "tests/support/FailingMemory.h"
 #include "tests/support/TestListener.h"
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <functional>
-#include <new>
 #include <string>
-
-namespace {
-
-// How many allocations of this thread succeed before one fails; none fails when
-// it is negative.
-thread_local int left = -1;
-
-void* allocate(std::size_t size) {
-    if (left >= 0 && left-- == 0) throw std::bad_alloc();
-    void* const piece = std::malloc(size);
-    if (piece == nullptr) throw std::bad_alloc();
-    return piece;
-}
-
-}  // namespace
-
-void* operator new(std::size_t size) { return allocate(size); }
-void* operator new[](std::size_t size) { return allocate(size); }
-// Inlined, the compiler takes it for a mistake.
-[[gnu::noinline]] void operator delete(void* piece) noexcept { std::free(piece); }
-[[gnu::noinline]] void operator delete[](void* piece) noexcept { std::free(piece); }
-[[gnu::noinline]] void operator delete(void* piece, std::size_t) noexcept { std::free(piece); }
-[[gnu::noinline]] void operator delete[](void* piece, std::size_t) noexcept { std::free(piece); }
 
 using namespace RuvoService;
 using TestSupport::kNoon;
@@ -59,14 +33,13 @@ std::size_t waiting() { return RuvoTSTimeKeeper::getInstance().waiting(); }
 // Does something with its n-th allocation failing: true when that came to pass.
 bool doWithFailure(int n, const std::function<void()>& something, bool* threw = nullptr) {
     bool caught = false;
-    left = n;
+    FailingMemory::begin(n);
     try {
         something();
     } catch (const std::exception&) {
         caught = true;
     }
-    const bool failed = left < 0;
-    left = -1;
+    const bool failed = FailingMemory::end();
     if (threw != nullptr) *threw = caught;
     return failed;
 }

@@ -593,6 +593,25 @@ TEST(VornThreadMarkedForDeath, IsFreedWhenItCouldNotStart) {
     EXPECT_EQ(ledger.entries.back(), "freed");
 }
 
+TEST(VornThreadMarkedForDeath, IsFreedWhenItCouldNeitherStartNorSayWhy) {
+    const int before = settledLiveCount();
+    const LogCapture log;
+    Marked::Ledger ledger;
+    {
+        const auto thread = makeCounted<Marked>(ledger);
+        bool started = false;
+        {
+            const AllocationFailure noMemory(threadName());
+            started = thread->start();
+        }
+        EXPECT_EQ(started, !NativeProbe::replacesAllocationEverywhere());
+        ASSERT_TRUE(VornThread::waitForLiveCount(before, 60'000));
+        EXPECT_TRUE(thread->wait(0));
+        EXPECT_EQ(thread->refCount(), 1u);
+    }
+    EXPECT_EQ(ledger.entries.back(), "freed");
+}
+
 // A mark that comes after the start concerns the next one: nothing was held.
 TEST(VornThreadMarkedForDeath, TakesNoNoticeOfALateMark) {
     std::atomic<bool> freed{false};
