@@ -330,13 +330,15 @@ TEST_F(RuvoctlLock, TellsThatTheDaemonHasGoneAndKeepsTheStatus) {
 }
 
 TEST_F(RuvoctlLock, TellsThatTheDaemonDoesNotAnswerAndKeepsTheStatus) {
-    const Script script = [](ScriptedPeer& peer) {
+    const Script steps = [](ScriptedPeer& peer) {
         peer.open();
         peer.serve(lockRequest("a", 0), i32(5));
         peer.expect(u16(1) + unlockRequest(5));
-        peer.awaitClose();
     };
-    EXPECT_EQ(run(script, locking({"--timeout", "0.3"}, exitingWith(0))), 0);
+    const int status = runIntoSilence(steps, [&](const Script& script, const std::string& seconds) {
+        return run(script, locking({"--timeout", seconds}, exitingWith(0)));
+    });
+    EXPECT_EQ(status, 0);
     EXPECT_TRUE(has(err(), "ruvoctl: the command ended with status 0, but the lock of \"a\" could "
                            "not be given back: the daemon at tcp:127.0.0.1:"))
         << err();
@@ -347,12 +349,14 @@ TEST_F(RuvoctlLock, TellsThatTheDaemonDoesNotAnswerAndKeepsTheStatus) {
 }
 
 TEST_F(RuvoctlLock, TellsASilentDaemonFromALockThatIsHeld) {
-    const Script script = [](ScriptedPeer& peer) {
+    const Script steps = [](ScriptedPeer& peer) {
         peer.open();
         peer.expect(u16(1) + lockRequest("a", 0));
-        peer.awaitClose();
     };
-    EXPECT_EQ(run(script, {"--timeout", "0.3", "lock", "a"}), 3);
+    const int status = runIntoSilence(steps, [&](const Script& script, const std::string& seconds) {
+        return run(script, {"--timeout", seconds, "lock", "a"});
+    });
+    EXPECT_EQ(status, 3);
     EXPECT_TRUE(has(err(), "does not answer")) << err();
 }
 

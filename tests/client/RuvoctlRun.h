@@ -2,6 +2,9 @@
 
 #include "client/ruvoctl/EndRequests.h"
 #include "client/ruvoctl/Ruvoctl.h"
+#include "tests/client/ScriptedDaemon.h"
+
+#include <gtest/gtest.h>
 
 #include <atomic>
 #include <chrono>
@@ -10,6 +13,7 @@
 #include <mutex>
 #include <ostream>
 #include <sstream>
+#include <stdexcept>
 #include <streambuf>
 #include <string>
 #include <vector>
@@ -88,5 +92,30 @@ struct RuvoctlRun {
     std::atomic<int> idleLooks{0};
     std::chrono::milliseconds signOfLife{10000};
 };
+
+// Has `run` run a client against a daemon that goes through these steps and is silent
+// from then on, with a time-out of this many seconds. A short one may be over before
+// the steps are, on a busy machine: then once more, with a longer one.
+inline int runIntoSilence(
+    const ScriptedDaemon::Script& steps,
+    const std::function<int(const ScriptedDaemon::Script&, const std::string& seconds)>& run) {
+    int status = -1;
+    std::atomic<bool> silent{false};
+    const ScriptedDaemon::Script script = [&](ScriptedPeer& peer) {
+        try {
+            steps(peer);
+        } catch (const std::runtime_error&) {
+            return;
+        }
+        silent = true;
+        peer.awaitClose();
+    };
+    for (const char* const seconds : {"0.3", "2", "10"}) {
+        status = run(script, seconds);
+        if (silent) return status;
+    }
+    ADD_FAILURE() << "the client does not come so far";
+    return status;
+}
 
 }  // namespace ClientTest

@@ -75,19 +75,21 @@ Daemon* Arbiter::daemon_ = nullptr;
 
 // ---- locks ---------------------------------------------------------------------
 
-TEST_F(Arbiter, LocksOnceAtATime) {
-    auto one = opened();
-    auto other = opened();
-    const auto handle = lockOver(one, "once:a");
-    EXPECT_GT(handle, 0);
+// On a daemon of its own, where nobody else takes a number.
+TEST(ArbiterNumbers, AreGivenInTurnOneLockAtATime) {
+    Daemon own;
+    auto one = own.client();
+    auto other = own.client();
+    EXPECT_EQ(lockOver(one, "once:a"), 1);
     EXPECT_EQ(lockOver(other, "once:a"), 0);
     EXPECT_EQ(lockOver(other, "once,a"), 0);
     EXPECT_EQ(lockOver(one, "once:a"), 0) << "nor its holder a second time";
-    EXPECT_EQ(lockOver(other, "once"), handle + 1);
-    EXPECT_EQ(lockOver(other, "once:a:b"), handle + 2);
-    EXPECT_EQ(unlockOver(other, handle), 0) << "whoever has its handle";
-    EXPECT_EQ(lockOver(other, "once:a"), handle + 3);
-    for (int i = 1; i <= 3; ++i) EXPECT_EQ(unlockOver(one, handle + i), 0);
+    EXPECT_EQ(lockOver(other, "once"), 2);
+    EXPECT_EQ(lockOver(other, "once:a:b"), 3);
+    EXPECT_EQ(unlockOver(other, 1), 0) << "whoever has its handle";
+    EXPECT_EQ(lockOver(other, "once:a"), 4);
+    for (int handle = 2; handle <= 4; ++handle) EXPECT_EQ(unlockOver(one, handle), 0);
+    EXPECT_EQ(lockOver(one, "once:a"), 5);
 }
 
 TEST_F(Arbiter, AnswersEveryUnlockAlike) {
@@ -113,8 +115,9 @@ TEST_F(Arbiter, KeepsALockBeyondItsConnection) {
     auto client = opened();
     EXPECT_EQ(lockOver(client, "beyond", 1), 0);
     EXPECT_EQ(unlockOver(client, handle), 0);
-    EXPECT_EQ(lockOver(client, "beyond"), handle + 1);
-    unlockOver(client, handle + 1);
+    const auto next = lockOver(client, "beyond");
+    EXPECT_GT(next, handle);
+    unlockOver(client, next);
 }
 
 TEST_F(Arbiter, WaitsUntilTheTimeIsUp) {
@@ -137,7 +140,7 @@ TEST_F(Arbiter, GivesALockToWhoWaits) {
         EXPECT_FALSE(waiter.hasInput(kWrongly)) << waitMs;
         unlockOver(holder, handle);
         const auto next = waiter.readNumber();
-        EXPECT_EQ(next, handle + 1) << waitMs;
+        EXPECT_GT(next, handle) << waitMs;
         EXPECT_EQ(lockOver(holder, "wait"), 0);
         unlockOver(waiter, next);
     }
@@ -166,10 +169,12 @@ TEST_F(Arbiter, LetsOneOfManyWaitersHaveIt) {
     EXPECT_THAT(handles, Each(Gt(0)));
 }
 
-TEST_F(Arbiter, HoldsNoEarlierAnswerBackWhileARequestWaits) {
-    auto holder = opened();
+// On a daemon of its own: the batch names a number that it is to be given.
+TEST(ArbiterNumbers, AreNotHeldBackWhileALaterRequestWaits) {
+    Daemon own;
+    auto holder = own.client();
     const auto handle = lockOver(holder, "batch");
-    auto client = opened();
+    auto client = own.client();
     client.send(WireText()
                     .shortNumber(3)
                     .bytes(lockRequest("batch:other", 0).text())
@@ -201,8 +206,9 @@ TEST_F(Arbiter, TakesEveryPath) {
     }
     for (const char* same : {":", ",", ":,:"}) EXPECT_EQ(lockOver(client, same), 0);
     for (const auto handle : handles) EXPECT_EQ(unlockOver(client, handle), 0);
-    EXPECT_GT(lockOver(client, ":"), 0);
-    unlockOver(client, handles.back() + 1);
+    const auto root = lockOver(client, ":");
+    EXPECT_GT(root, 0);
+    unlockOver(client, root);
 }
 
 TEST_F(Arbiter, EndsTheConversationAtAPathThatIsTooLong) {
@@ -245,6 +251,24 @@ TEST_F(Arbiter, KeepsNothingForAClientThatGoesWithItsRequest) {
         EXPECT_EQ(client.readRest(), WireText().number(0).text());
         expectFree("with");
     }
+}
+
+// Not only after a while: of several tries one is over within five seconds, on a
+// machine that is busy as well.
+TEST_F(Arbiter, GivesBackSoonWhatAClientThatHasGoneWasGiven) {
+    auto holder = opened();
+    bool isSoon = false;
+    for (int i = 0; i < 4 && !isSoon; ++i) {
+        auto handle = lockAmongWaiters(holder, "soon");
+        auto client = waiting("soon");
+        end(client, kEnds[i % 3]);
+        unlockOver(holder, handle);
+        handle = lockOver(holder, "soon", 5000);
+        isSoon = handle > 0;
+        if (!isSoon) handle = lockAmongWaiters(holder, "soon");
+        unlockOver(holder, handle);
+    }
+    EXPECT_TRUE(isSoon);
 }
 
 // What is behind the lock in the batch has an answer of its own.
@@ -479,8 +503,9 @@ TEST_F(Arbiter, ServesDatagrams) {
     other.send(lockRequest("udp", kForever));
     one.send(unlockRequest(handle));
     EXPECT_EQ(one.answer(), 0);
-    EXPECT_EQ(other.answer(), handle + 1);
-    other.send(unlockRequest(handle + 1));
+    const auto next = other.answer();
+    EXPECT_GT(next, handle);
+    other.send(unlockRequest(next));
     EXPECT_EQ(other.answer(), 0);
 }
 
@@ -499,27 +524,29 @@ TEST_F(Arbiter, KeepsNothingForADatagramClientThatClosesWhileItWaits) {
 
 // ---- stopping ------------------------------------------------------------------
 
+// The daemon leaves behind, and says so, what has not ended after some seconds. On a
+// busy machine that may come to pass, but not each time.
 TEST(ArbiterStop, EndsHundredsOfWaits) {
     constexpr int kWaits = 500;
-    Daemon daemon({.properties = "ruvod.limits.clients=1000\n"});
-    auto holder = daemon.client();
-    lockOver(holder, "stop");
-    std::vector<WireClient> waiters;
-    for (int i = 0; i < kWaits; ++i) {
-        waiters.push_back(daemon.client());
-        waiters.back().send(
-            WireText()
-                .shortNumber(2)
-                .bytes(unlockRequest(0).text())
-                .bytes(lockRequest("stop", i % 2 == 0 ? kForever : std::numeric_limits<int>::max())
-                           .text()));
-        ASSERT_EQ(waiters.back().readNumber(), 0);
-    }
-    const auto begun = Clock::now();
-    EXPECT_EQ(daemon.stop(), 0) << daemon.process().errors();
-    const auto took = std::chrono::duration_cast<milliseconds>(Clock::now() - begun);
-    EXPECT_LT(took, milliseconds(5'000));
-    for (auto& waiter : waiters) EXPECT_EQ(waiter.readRest(), "") << "no answer is made up";
+    const auto endsAll = [] {
+        Daemon daemon({.properties = "ruvod.limits.clients=1000\n"});
+        auto holder = daemon.client();
+        lockOver(holder, "stop");
+        std::vector<WireClient> waiters;
+        for (int i = 0; i < kWaits; ++i) {
+            const int waitMs = i % 2 == 0 ? kForever : std::numeric_limits<int>::max();
+            waiters.push_back(daemon.client());
+            waiters.back().send(WireText()
+                                    .shortNumber(2)
+                                    .bytes(unlockRequest(0).text())
+                                    .bytes(lockRequest("stop", waitMs).text()));
+            EXPECT_EQ(waiters.back().readNumber(), 0);
+        }
+        EXPECT_EQ(daemon.stop(), 0) << daemon.process().errors();
+        for (auto& waiter : waiters) EXPECT_EQ(waiter.readRest(), "") << "no answer is made up";
+        return daemon.log().find("threads still running") == std::string::npos;
+    };
+    EXPECT_TRUE(waitUntil(endsAll));
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 
 #include "runtime/support/VornThread.h"
 #include "scheduler/RuvoTSRuns.h"
+#include "scheduler/RuvoTSTaskThread.h"
 #include "scheduler/RuvoTSTime.h"
 #include "scheduler/RuvoTSTimeKeeper.h"
 #include "tests/scheduler/SchedulerTestTools.h"
@@ -10,7 +11,7 @@
 
 #include <gtest/gtest.h>
 
-#include <chrono>
+#include <atomic>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -23,8 +24,6 @@ using TestSupport::OpenScheduler;
 using TestSupport::waitUntil;
 
 namespace {
-
-using Clock = std::chrono::steady_clock;
 
 class RuvoTSStopTest : public testing::Test {
 protected:
@@ -56,9 +55,8 @@ TEST_F(RuvoTSStopTest, LetsTheCommandRunOn) {
     EXPECT_EQ(task("waits")->getState(), RuvoTSTask::Running);
 
     const TestSupport::LogCapture log(3);
-    const auto begin = Clock::now();
     scheduler_.stop();
-    EXPECT_LT(Clock::now() - begin, std::chrono::seconds(4));
+    // Let go of, not waited for in vain and left behind.
     EXPECT_EQ(RuvoTSRuns::getInstance().count(), 0);
     EXPECT_EQ(RuvoTSTimeKeeper::getInstance().waiting(), 0u);
     EXPECT_TRUE(log.has(3, "RuvoTSExecTask::runtaskonsystem: the service stops, the command of "
@@ -124,29 +122,47 @@ TEST_F(RuvoTSStopTest, KeepsATaskWhoseRunDidNotEnd) {
 }
 
 TEST_F(RuvoTSStopTest, DoesNotWaitForPauses) {
+    const TestSupport::LogCapture log(9);
     for (int i = 0; i < 50; ++i) {
         OpenScheduler::schedule(std::to_string(i), "exit", "0", kNoon + 10, 0);
     }
     clock_.advance(10);
-    ASSERT_TRUE(waitUntil([] { return RuvoTSRuns::getInstance().count() > 0; }));
+    ASSERT_TRUE(waitUntil([&] { return !log.beginning("RuvoTSExecTask::performTask").empty(); }));
     scheduler_.stop();
     EXPECT_EQ(RuvoTSRuns::getInstance().count(), 0);
     EXPECT_EQ(folder_.lines().size(), 50u);
     EXPECT_TRUE(waitUntil([] { return VornSupport::VornThread::liveCount() == 1; }));
 }
 
-// A daily task that ends while the service stops is not armed again.
+// What a run does when it is about to begin.
+std::atomic<bool> isAboutToRun{false};
+std::atomic<bool> isHeld{false};
+
+void untilTheServiceStops(RuvoTSTask&) {
+    isAboutToRun = true;
+    if (!isHeld) return;
+    EXPECT_TRUE(waitUntil([] { return !RuvoTSRuns::getInstance().begin(); }));
+}
+
+// A daily task that ends while the service stops is not armed again: whether the
+// stop comes when the task is due, when its run begins, or before its end.
 TEST_F(RuvoTSStopTest, ArmsNothingAfterwards) {
-    for (int life = 0; life < 10; ++life) {
+    RuvoTSTaskThread::setBeforeRunForTest(untilTheServiceStops);
+    for (int life = 0; life < 12; ++life) {
+        isAboutToRun = false;
+        isHeld = life % 3 == 2;
         OpenScheduler::scheduleBlob("daily" + std::to_string(life), "", currentTime() + 10, 0);
         clock_.advance(10);
-        ASSERT_TRUE(waitUntil([] { return RuvoTSRuns::getInstance().count() > 0; })) << life;
+        if (life % 3 != 0) {
+            ASSERT_TRUE(waitUntil([] { return isAboutToRun.load(); })) << life;
+        }
         scheduler_.stop();
         EXPECT_EQ(RuvoTSTimeKeeper::getInstance().waiting(), 0u);
         clock_.advance(86400);
         EXPECT_EQ(RuvoTSRuns::getInstance().count(), 0);
         scheduler_.start();
     }
+    RuvoTSTaskThread::setBeforeRunForTest(nullptr);
 }
 
 }  // namespace

@@ -7,11 +7,14 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cstdint>
 #include <functional>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <stdexcept>
 #include <string>
+#include <thread>
 #include <vector>
 
 using namespace RuvoService;
@@ -50,15 +53,24 @@ public:
         const auto& told = dynamic_cast<const RuvoTSTaskNotification&>(notification);
         const std::lock_guard lock(mutex_);
         seen_.push_back(told.getState() * 1000 + told.getStatus());
+        inOrder_.emplace(told.getChange(), seen_.back());
     }
     std::vector<int> seen() const {
         const std::lock_guard lock(mutex_);
         return seen_;
     }
+    // As the changes were made. Two threads may tell theirs the other way round.
+    std::vector<int> inOrder() const {
+        const std::lock_guard lock(mutex_);
+        std::vector<int> states;
+        for (const auto& [change, state] : inOrder_) states.push_back(state);
+        return states;
+    }
 
 private:
     mutable std::mutex mutex_;
     std::vector<int> seen_;
+    std::multimap<std::uint64_t, int> inOrder_;
 };
 
 class RuvoTSTaskThreadTest : public testing::Test {
@@ -165,10 +177,13 @@ TEST_F(RuvoTSTaskThreadTest, RunsWhatItSaysItRuns) {
     for (const auto& one : all) EXPECT_TRUE(one->task->finish());
     for (const auto& one : all) {
         EXPECT_TRUE(one->thread->wait(kPatienceMs));
+        const std::vector<int> didNotRun{-1000};
         const std::vector<int> ran{0, -1000};
         const std::vector<int> ranBefore{0, 1000, -1000};
-        const auto seen = one->states.seen();
-        EXPECT_EQ(one->worked, seen == ran || seen == ranBefore);
+        const auto told = one->states.inOrder();
+        EXPECT_EQ(one->worked, told != didNotRun) << testing::PrintToString(told);
+        EXPECT_TRUE(told == didNotRun || told == ran || told == ranBefore)
+            << testing::PrintToString(told);
         one->task->removeDependent(one->states);
     }
 }
@@ -259,6 +274,21 @@ TEST(RuvoTSRuns, StopsPausesAndBeginnings) {
     runs.open();
     EXPECT_TRUE(runs.begin());
     EXPECT_TRUE(runs.pause(0));
+}
+
+TEST(RuvoTSRuns, StopsAPauseThatIsUnderWay) {
+    RuvoTSRuns& runs = RuvoTSRuns::getInstance();
+    runs.open();
+    std::atomic<bool> begun{false};
+    std::thread run([&] {
+        const auto token = runs.begin();
+        begun = true;
+        EXPECT_FALSE(runs.pause(30 * kPatienceMs));
+    });
+    EXPECT_TRUE(TestSupport::waitUntil([&] { return begun.load(); }));
+    EXPECT_TRUE(runs.stop(kPatienceMs));
+    run.join();
+    runs.open();
 }
 
 }  // namespace

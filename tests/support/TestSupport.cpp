@@ -27,6 +27,17 @@ bool waitUntil(const std::function<bool()>& condition, std::chrono::milliseconds
     return true;
 }
 
+std::chrono::steady_clock::duration timeOf(const std::function<void()>& work) {
+    const auto begun = std::chrono::steady_clock::now();
+    work();
+    return std::chrono::steady_clock::now() - begun;
+}
+
+bool oneTakesLessThan(std::chrono::milliseconds bound,
+                      const std::function<std::chrono::steady_clock::duration()>& attempt) {
+    return waitUntil([&] { return attempt() < bound; });
+}
+
 std::filesystem::path toPath(std::string_view text) {
     return std::u8string(text.begin(), text.end());
 }

@@ -15,6 +15,14 @@ inline constexpr std::chrono::milliseconds kPatience{20'000};
 // often at first and every 20 ms later; no test sleeps anywhere else.
 bool waitUntil(const std::function<bool()>& condition, std::chrono::milliseconds bound = kPatience);
 
+// Whether one of several tries takes less than `bound`, for what must not wait so long
+// for something: a busy machine holds up one or the other try, and who does wait is
+// never quicker. `attempt` returns how long it took.
+bool oneTakesLessThan(std::chrono::milliseconds bound,
+                      const std::function<std::chrono::steady_clock::duration()>& attempt);
+// How long that takes.
+std::chrono::steady_clock::duration timeOf(const std::function<void()>& work);
+
 // Text of a path and back, UTF-8.
 std::filesystem::path toPath(std::string_view text);
 std::string toText(const std::filesystem::path& path);
