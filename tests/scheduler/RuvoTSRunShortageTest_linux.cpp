@@ -58,7 +58,7 @@ protected:
     TestSupport::StoreFolder folder_;
     TestSupport::TestClock clock_;
     TestSupport::OpenTaskSet open_;
-    const LogCapture log_{2};
+    const LogCapture log_{9};  // what is logged takes memory
 };
 
 // For want of memory too: the first thing that is then missing is the memory to say so.
