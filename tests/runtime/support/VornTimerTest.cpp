@@ -535,9 +535,6 @@ TEST(VornTimer, GoesOnTickingWithoutMemory) {
 }
 
 TEST(VornTimer, FiresLateRatherThanNeverWhenThereIsNoMemory) {
-    // Threads that are idle take receivers without memory: there must be none, and none
-    // that become so.
-    endIdleTimerThreads();
     Gate gate;
     std::vector<std::unique_ptr<TestTimer>> timers;
     for (int i = 0; i < 500; ++i) {
@@ -546,7 +543,8 @@ TEST(VornTimer, FiresLateRatherThanNeverWhenThereIsNoMemory) {
     TestTimer tick;
     tick.start(1, false);
     ASSERT_TRUE(tick.hasFired());
-    // Those that are left of other tests would serve all of them as they are.
+    // Threads that are idle take receivers without memory: there must be none, and none
+    // that become so.
     endIdleTimerThreads();
     {
         const AllocationFailure noMemory("VornTimers");
