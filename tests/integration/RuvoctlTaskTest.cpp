@@ -5,14 +5,14 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include <chrono>
 #include <string>
 
 namespace IntegrationTests {
 namespace {
 
 TEST_F(RuvoctlTasks, EndWithTheStatusOfTheirCommand) {
-    done({"schedule", "fails", "--at", "+2s", "--shell", "--", "exit 42"});
-    EXPECT_EQ(run({"wait", "fails", "--for", "60"}).status, 42);
+    EXPECT_EQ(waitFor(soon("fails", {"--shell", "--", "exit 42"})).status, 42);
 }
 
 TEST_F(RuvoctlTasks, AreShownAndCancelled) {
@@ -29,11 +29,14 @@ TEST_F(RuvoctlTasks, AreShownAndCancelled) {
 
     ClientProcess watcher(ruvoctlLine(line({"watch", "nightly"})));
     ASSERT_TRUE(watcher.complains("watching task nightly")) << watcher.errors();
+    // Both follow it, so what they end with is the cancel and not that it is gone.
     ClientProcess waiter(ruvoctlLine(line({"wait", "nightly", "--for", "60"})));
+    ASSERT_TRUE(waitUntil([&] { return followers() == 2; })) << waiter.errors();
     done({"cancel", "nightly"});
     EXPECT_EQ(watcher.waitForExit(), 0) << watcher.errors();
     EXPECT_EQ(watcher.output(), "nightly: finished\n");
-    EXPECT_EQ(waiter.waitForExit(), 1) << waiter.errors();
+    EXPECT_EQ(waiter.waitForExit(), 1);
+    EXPECT_EQ(waiter.errors(), "ruvoctl: the task was cancelled\n");
     EXPECT_EQ(done({"list"}), "");
     EXPECT_EQ(run({"cancel", "nightly"}).status, 1);
 }
@@ -64,10 +67,8 @@ TEST_F(RuvoctlTasks, AreListedWithNamesAsLongAsTheyMayBe) {
 }
 
 TEST_F(RuvoctlTasks, EndWithTheStatusOfATaskThatIsGone) {
-    const auto scheduled = nlohmann::json::parse(
-        done({"schedule", "over", "--json", "--at", "+2s", "--shell", "--", "exit 9"}));
-    const std::string handle = scheduled["handle"].dump();
-    EXPECT_EQ(run({"wait", "over", "--for", "60"}).status, 9);
+    const std::string handle = soon("over", {"--shell", "--", "exit 9"});
+    EXPECT_EQ(waitFor(handle).status, 9);
     ASSERT_TRUE(waitUntil([&] { return run({"state", "over"}).status == 1; }));
     EXPECT_EQ(run({"wait", "--handle", handle}).status, 9);
 }

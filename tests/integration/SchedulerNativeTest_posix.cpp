@@ -11,8 +11,8 @@ namespace IntegrationTests {
 TEST_F(Scheduler, LeavesTheLineToTheShell) {
     const std::string log = file("log");
     const std::int32_t task =
-        schedule("echo", "echo hello;", "exit 7", now() + 1, kDaily, '"' + log + '"');
-    ASSERT_TRUE(waitUntil([&] { return exitCode(task) == 7; }));
+        schedule("echo", "echo hello;", "exit 7", now() + 2, kDaily, '"' + log + '"');
+    ASSERT_TRUE(waitUntil([&] { return exitCode(task) == 7; }, kRunPatience));
     EXPECT_EQ(readFile(log), "");  // the redirection is that of "exit" alone
 }
 
@@ -21,9 +21,9 @@ TEST_F(Scheduler, LetsACommandRunOnWhenItStops) {
     const std::string done = file("done");
     const std::int32_t task = schedule(
         "long", "while [ ! -e '" + go + "' ]; do sleep 0.05; done; echo x >'" + done + "'", "",
-        now() + 1, kOnce);
+        now() + 2, kOnce);
     ASSERT_GE(task, 0);
-    ASSERT_TRUE(waitUntil([&] { return state(task) == 0; }));
+    ASSERT_TRUE(waitUntil([&] { return state(task) == 0; }, kRunPatience));
     stop();
     EXPECT_FALSE(exists(done));
     writeFile(go, "");

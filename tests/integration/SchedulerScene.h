@@ -20,6 +20,10 @@ inline constexpr std::int32_t kOnce = 3;
 inline constexpr std::int32_t kDaily = 0;
 inline constexpr std::int64_t kIn2033 = 2'000'000'000;
 
+// For a run that is due in a second or two: what the daemon reads only after that,
+// on a machine that is busy, it runs two minutes later.
+inline constexpr std::chrono::seconds kRunPatience{200};
+
 inline std::int64_t now() {
     return std::chrono::system_clock::to_time_t(std::chrono::system_clock::now());
 }

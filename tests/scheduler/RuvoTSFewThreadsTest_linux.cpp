@@ -43,7 +43,8 @@ constexpr int kTasks = 60;
 constexpr rlim_t kLeft = 40;  // threads and processes that there may be besides
 constexpr int kSpare = 4;  // more descriptors than a run needs
 constexpr uid_t kUsers = 100'000;
-constexpr auto kPatience = std::chrono::seconds(100);
+// More than the two minutes that a task waits which is made when its time is past.
+constexpr auto kPatience = std::chrono::seconds(200);
 
 std::vector<std::string> linesOf(const std::string& file) {
     std::istringstream text(TestSupport::readFile(file));
@@ -157,7 +158,7 @@ int serveWithFewDescriptors(const std::string& folder) {
         std::optional<Descriptors> held(spare);
         const std::string name = "t" + std::to_string(spare);
         const auto task =
-            set.schedule(name, [&] { return taskOf(name, currentTime() + 1, folder); });
+            set.schedule(name, [&] { return taskOf(name, currentTime() + 2, folder); });
         // Its run has begun, and no run is under way: it waits for another try.
         const auto refused = [&] {
             return RuvoTSRuns::getInstance().count() == 0 &&
@@ -181,7 +182,7 @@ std::vector<std::string> runsOf(const std::string& mode, const std::string& fold
     VornPlatform::ProcessHandle service;
     EXPECT_FALSE(VornPlatform::startProcess(
         '"' + VornPlatform::executablePath() + "\" " + mode + " \"" + folder + '"', service));
-    EXPECT_TRUE(service.wait(120'000));
+    EXPECT_TRUE(service.wait(300'000));
     EXPECT_EQ(service.exitCode(), 0) << "1: not all came to their end";
     std::vector<std::string> ran = linesOf(folder + "/ran");
     std::sort(ran.begin(), ran.end());

@@ -264,10 +264,9 @@ TEST(VornEventMonitorManager, PassesOnWhatAMonitorThrows) {
     EXPECT_THROW(manager().handleClient("A", connection), OwnException);
     a.onClient = [](VornConnection&) { throw 17; };
     EXPECT_THROW(manager().handleClient("A", connection), int);
-    // Nobody is left inside after an exception.
-    const auto begin = std::chrono::steady_clock::now();
+    // Nobody is left inside after an exception, who would be broken off.
     a.retire();
-    EXPECT_LT(std::chrono::steady_clock::now() - begin, 2s);
+    EXPECT_FALSE(connection.isAborted());
 }
 
 TEST(VornEventMonitorManager, LetsAnyNumberOfClientsInAtOnce) {
