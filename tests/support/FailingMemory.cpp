@@ -43,6 +43,14 @@ bool FailingMemory::end() {
 
 void* operator new(std::size_t size) { return allocate(size); }
 void* operator new[](std::size_t size) { return allocate(size); }
+// As the library's own, which the address sanitizer puts another in place of.
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+    try {
+        return allocate(size);
+    } catch (const std::bad_alloc&) {
+        return nullptr;
+    }
+}
 // Inlined, the compiler takes it for a mistake.
 [[gnu::noinline]] void operator delete(void* piece) noexcept { std::free(piece); }
 [[gnu::noinline]] void operator delete[](void* piece) noexcept { std::free(piece); }
