@@ -6,6 +6,7 @@
 #include "runtime/support/VornShortText.h"
 
 #include <algorithm>
+#include <atomic>
 #include <exception>
 #include <string>
 
@@ -22,6 +23,8 @@ constexpr const char* kLocking = "sendLockNotification";
 constexpr const char* kUnlocking = "sendUnlockNotification";
 constexpr std::int32_t kFree = 0;  // also what the data of an event says
 constexpr std::int32_t kLocked = 1;
+
+std::atomic<void (*)()> whenUnheard{nullptr};
 
 // The last component of a path that does not end in a separator.
 std::string lastComponent(std::string_view path) {
@@ -79,12 +82,17 @@ RuvoRAEngine::RANode::State RuvoRAEngine::RANode::look() const {
 // ---- announcing ------------------------------------------------------------------
 
 RuvoRAEngine::RANode::Event RuvoRAEngine::RANode::makeEvent(std::int32_t state) const {
-    if (engine_.notifier_ == nullptr) return nullptr;
+    if (!engine_.isHeard()) {
+        if (const auto hook = whenUnheard.load(std::memory_order_relaxed)) hook();
+        return nullptr;
+    }
     const std::string name(getNodeName());
     return VornSupport::makeCounted<RuvoNNEventNotification>(
         "udp:127.0.0.1", "VornRAEvent:" + name, name, static_cast<std::int32_t>(sizeof state),
         reinterpret_cast<const char*>(&state));
 }
+
+void RuvoRAEngine::RANode::setWhenUnheardForTest(void (*hook)()) { whenUnheard = hook; }
 
 RuvoRAEngine::RANode::Event RuvoRAEngine::RANode::makeUnlockEvent() const noexcept {
     try {
@@ -144,7 +152,7 @@ bool RuvoRAEngine::RANode::lock(int waitMs, VornNet::VornConnection* client) {
 bool RuvoRAEngine::RANode::tryLock(int waitMs) {
     for (bool done = false; !done;) {
         // Made before the lock is taken: names may be long.
-        const bool free = !isLocked();
+        const bool free = !engine_.isHeard() || !isLocked();
         const Event event = free ? makeEvent(kLocked) : nullptr;
         VornCriticalSection section(engine_.lock_);
         if (locked_ != kFree) {
@@ -155,7 +163,8 @@ bool RuvoRAEngine::RANode::tryLock(int waitMs) {
             }
             return false;
         }
-        if (!free) continue;  // it was unlocked between the two looks
+        // Between the two looks it was unlocked, or the first listener came.
+        if (!event && engine_.isHeard()) continue;
         VORN_LOG(9, "RuvoRAEngine::RANode::lock(" << getNodeName() << "): locking node");
         announce(kLocking, event);
         locked_ = kLocked;
@@ -183,7 +192,7 @@ bool RuvoRAEngine::RANode::setFree(const Event& event) {
     locked_ = kFree;
     ++unlocks_;
     try {
-        announce(kUnlocking, event);
+        announce(kUnlocking, event ? event : makeUnlockEvent());  // the first listener just came
     } catch (const std::exception& e) {
         // As above.
         VORN_LOG(2, "RuvoRAEngine::RANode::unlock: exception: " << e.what());

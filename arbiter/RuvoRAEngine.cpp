@@ -77,6 +77,8 @@ void RuvoRAEngine::unlock(std::int32_t handle) {
     node->tellUnlocked();
 }
 
+bool RuvoRAEngine::isHeard() const { return notifier_ != nullptr && notifier_->isHeard(); }
+
 void RuvoRAEngine::waitForRoom(VornNet::VornConnection& connection) {
     if (notifier_ != nullptr) notifier_->waitForRoom(connection);
 }

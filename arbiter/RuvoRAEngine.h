@@ -25,13 +25,13 @@ class RuvoRAWakeUps;
 // work on one thing at once. A lock is granted under a handle and stays until
 // the handle is given back, by whichever client: it is not tied to a connection.
 // Each change of a lock is announced as an event through the notification
-// engine's queue.
+// engine's queue, while anybody listens to events.
 //
 // Any thread. One lock guards handles and nodes. It is held for a few
 // instructions, never while a request waits, while a connection is used, while an
-// event is made or while waiting requests are told. Events are queued under it, so
-// that the events of a node come in the order of its changes; the queue's locks
-// are taken after it.
+// event is made (but for the listener who comes in that moment) or while waiting
+// requests are told. Events are queued under it, so that the events of a node come
+// in the order of its changes; the queue's locks are taken after it.
 class VORN_EXPORT RuvoRAEngine : public RuvoEngineBase {
 public:
     // What a node tells the requests that wait for it. Each of them wakes, by way
@@ -86,6 +86,9 @@ public:
             std::uint16_t toldUnlocks;
         };
         State look() const;
+        // Called whenever an event is not made because nobody would hear of it; null:
+        // nothing.
+        static void setWhenUnheardForTest(void (*hook)());
 
         // The path by which the node was first requested, up to and with its own
         // component.
@@ -153,6 +156,7 @@ protected:
     bool cleanup() override;
 
 private:
+    bool isHeard() const;
     std::int32_t giveHandle(const Node& node) VORN_EXCLUDES(lock_);
 
     RuvoNNEngine* const notifier_;

@@ -90,6 +90,10 @@ void RuvoNNEngine::produce(Event event) {
     }
 }
 
+bool RuvoNNEngine::isHeard() const {
+    return VornProxyDependentContainer::getInstance().size() > 0 || VornSupport::VornLogging::isOn(9);
+}
+
 RuvoNNEngine::LateWake::LateWake(RuvoNNEngine* engine) : engine_(engine) {
     if (engine_ != nullptr) lateWake = this;
 }

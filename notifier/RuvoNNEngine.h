@@ -51,6 +51,11 @@ public:
     // waits for a delivery.
     void produce(Event event);
 
+    // False while nobody is registered for events and no trace is wanted of them:
+    // one that is made then need not be made. Once it has been true for a
+    // registration, it is true for all who know of that. Any thread.
+    bool isHeard() const;
+
     // Called by a command on its client's thread, no lock held, before it raises
     // an event: while more than "ruvod.limits.event-queue-bytes" of events wait,
     // sends the client its answers and waits, so that clients that raise faster

@@ -136,12 +136,9 @@ VornStreamConnection::Received VornSocketConnection::receiveSome(char* buffer, s
 
 // What others wait for is not to wait for a peer that does not read.
 IoResult VornSocketConnection::sendPart(std::string_view first, std::string_view second) {
-    if (VornPostponed::isPending()) return VornPlatform::sendNow(socket_.handle(), first, second);
-    if (!first.empty() && !second.empty()) {
-        return VornPlatform::send(socket_.handle(), first, second);
-    }
-    const std::string_view one = first.empty() ? second : first;
-    return VornPlatform::send(socket_.handle(), one.data(), one.size());
+    if (first.empty()) std::swap(first, second);
+    return VornPostponed::isPending() ? VornPlatform::sendNow(socket_.handle(), first, second)
+                                      : VornPlatform::send(socket_.handle(), first, second);
 }
 
 void VornSocketConnection::sendAll(std::string_view first, std::string_view second) {
