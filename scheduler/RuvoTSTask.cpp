@@ -26,7 +26,6 @@ using VornSupport::VornSmartPointer;
 namespace {
 
 constexpr int kMostDraws = 100;
-constexpr std::size_t kKeptRecord = 1024;
 
 }  // namespace
 
@@ -216,6 +215,7 @@ void RuvoTSTask::rescheduleTask() {
 void RuvoTSTask::startAgain(const char* word, RuvoTSSeconds next) {
     const std::int64_t now = RuvoTSClock::current().wallMs();
     const std::int32_t delta = secondsUntil(next, now);
+    const RuvoTSTaskSet::RecordChange change(*this);
     {
         // One step: a next run that is due at once must not begin before this one
         // has been left behind.
@@ -223,7 +223,6 @@ void RuvoTSTask::startAgain(const char* word, RuvoTSSeconds next) {
         // First what may fail: it is tried again then, with the same time.
         if (!finished_) timer_.startToTime(delta, now);
         nextTime_ = next;
-        std::string().swap(record_);
         if (!finished_) {
             bool told = false;
             const RuvoTSTaskNotification waits = changeLocked(Waiting, 0, told);
@@ -405,17 +404,8 @@ std::int32_t RuvoTSTask::getStatus() const {
 
 void RuvoTSTask::appendRecord(std::string& text) {
     VornCriticalSection lock(lock_);
-    if (!record_.empty()) {
-        text += record_;
-        return;
-    }
-    const std::string body = serialize();
     ++recordsBuilt_;
-    if (body.size() <= kKeptRecord) {
-        text += record_ = recordLine(body);
-    } else {
-        appendRecordLine(text, body);
-    }
+    appendRecordLine(text, serialize());
 }
 
 int RuvoTSTask::recordsBuiltForTest() const {

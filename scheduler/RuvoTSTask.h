@@ -120,8 +120,8 @@ public:
     State getState() const VORN_EXCLUDES(lock_);
     std::int32_t getStatus() const VORN_EXCLUDES(lock_);
 
-    // Appends the task's whole line of the store. A short one is built once and
-    // then kept until the task changes.
+    // Builds the task's whole line of the store and appends it. What changes the line
+    // is done within a RuvoTSTaskSet::RecordChange.
     void appendRecord(std::string& text) VORN_EXCLUDES(lock_);
     int recordsBuiltForTest() const VORN_EXCLUDES(lock_);
 
@@ -201,7 +201,6 @@ private:
     std::uint16_t recordsBuilt_ VORN_GUARDED_BY(lock_) = 0;
     bool finished_ VORN_GUARDED_BY(lock_) = false;
     bool launched_ = false;  // the timer's thread's
-    std::string record_ VORN_GUARDED_BY(lock_);  // empty: to be built, or long
     std::unique_ptr<Followers> followers_ VORN_GUARDED_BY(lock_);  // null: nobody
     RuvoTSTimer timer_{*this};  // started under lock_, when not finished_
 };

@@ -18,6 +18,8 @@ namespace {
 // Tasks that are taken over into a new store at once: who asks for one meanwhile
 // waits for no more than that.
 constexpr std::size_t kAtOnce = 512;
+// Longer lines are not kept.
+constexpr std::size_t kLongestKept = 1024;
 
 // What an index has for a task.
 RuvoTSTask* taskOf(const std::pair<const std::int32_t, RuvoTSTask*>& entry) { return entry.second; }
@@ -62,7 +64,9 @@ std::vector<RuvoTSTaskSet::Task> RuvoTSTaskSet::release() {
         byHandle_.clear();
         byName_.clear();
         removed_.clear();
-        tasks.swap(tasks_);
+        tasks.reserve(entries_.size());
+        for (Entry& entry : entries_) tasks.push_back(std::move(entry.task));
+        Entries().swap(entries_);
     }
     retry_.stop();  // waits for a receiver that may wait for the lock
     return tasks;
@@ -94,33 +98,33 @@ std::size_t RuvoTSTaskSet::insert(const Task& task, bool recorded) {
 }
 
 std::size_t RuvoTSTaskSet::insertLocked(const Task& task) {
-    const std::size_t before = tasks_.size();
+    const std::size_t before = entries_.size();
     task->order_ = nextPlace_++;
     try {
-        tasks_.push_back(task);
+        entries_.push_back({.task = task});
         byHandle_.emplace(task->getHandle(), task.get());
         byName_.insert(task.get());
     } catch (...) {
         eraseFrom(byHandle_, task->getHandle(), *task);
-        tasks_.resize(before);
+        if (entries_.size() > before) entries_.pop_back();
         task->retire();  // it is armed, and nobody would find it
         throw;
     }
     ++count_;
     VORN_LOG(9, "RuvoTSTaskSet::insert "
                     << " HANDLE=" << task->getHandle() << " COUNT=" << count_);
-    return tasks_.size() - 1;
+    return entries_.size() - 1;
 }
 
 void RuvoTSTaskSet::remove(std::int32_t handle) {
     Task removed;  // released after the lock
     VornCriticalSection lock(setLock_);
     if (RuvoTSTask* const task = firstOf(byHandle_, handle)) {
-        const auto found = tasks_.begin() + (placeLocked(task->order_) - tasks_.cbegin());
+        const auto found = placeLocked(task->order_);
         eraseFrom(byHandle_, handle, *task);
         eraseFrom(byName_, std::string_view(task->getName()), *task);
-        removed = std::move(*found);
-        tasks_.erase(found);
+        removed = std::move(found->task);
+        entries_.erase(found);
         rememberLocked({handle, removed->getStatus()});
     }
     // A run may end between release() and the retirement of its task.
@@ -133,10 +137,15 @@ void RuvoTSTaskSet::remove(std::int32_t handle) {
 }
 
 // Where the first task stands whose place is not before `place`.
-std::vector<RuvoTSTaskSet::Task>::const_iterator RuvoTSTaskSet::placeLocked(
-    std::uint64_t place) const {
-    return std::lower_bound(tasks_.begin(), tasks_.end(), place,
-                            [](const Task& t, std::uint64_t p) { return t->order_ < p; });
+RuvoTSTaskSet::Entries::iterator RuvoTSTaskSet::placeLocked(std::uint64_t place) {
+    return std::lower_bound(entries_.begin(), entries_.end(), place,
+                            [](const Entry& e, std::uint64_t p) { return e.task->order_ < p; });
+}
+
+// Null when the task is not in the set.
+RuvoTSTaskSet::Entry* RuvoTSTaskSet::entryLocked(const RuvoTSTask& task) {
+    const auto found = placeLocked(task.order_);
+    return found != entries_.end() && found->task.get() == &task ? &*found : nullptr;
 }
 
 void RuvoTSTaskSet::rememberLocked(const Removed& removed) {
@@ -180,9 +189,9 @@ std::string RuvoTSTaskSet::getTaskNames(std::string_view type) const {
     constexpr std::size_t kClosing = 3;  // "%00"
     std::string names;
     VornCriticalSection lock(setLock_);
-    for (const Task& task : tasks_) {
-        if (!task->isKind(type)) continue;
-        names += escapeText(task->getName());
+    for (const Entry& entry : entries_) {
+        if (!entry.task->isKind(type)) continue;
+        names += escapeText(entry.task->getName());
         names.resize(names.size() - kClosing);
         names += ' ';
     }
@@ -191,7 +200,7 @@ std::string RuvoTSTaskSet::getTaskNames(std::string_view type) const {
 
 std::size_t RuvoTSTaskSet::size() const {
     VornCriticalSection lock(setLock_);
-    return tasks_.size();
+    return entries_.size();
 }
 
 std::optional<std::int32_t> RuvoTSTaskSet::lastStatus(std::int32_t handle) const {
@@ -263,20 +272,16 @@ bool RuvoTSTaskSet::isBehindLocked() const {
 }
 
 bool RuvoTSTaskSet::writeStore() {
-    std::vector<Task> some;
-    some.reserve(kAtOnce);
     std::uint64_t end = 0;
     if (!beginStore(end) || !store_.begin()) return false;
     if (const auto hook = whileWriting.load()) hook();
     // A task that is removed meanwhile may be left out or not: who removed it
     // writes again before anybody is told.
-    for (std::uint64_t place = 0; takeSome(place, end, some);) {
-        for (const Task& task : some) {
-            task->appendRecord(store_.buffer());
-            store_.settle();
-            VORN_LOG(9, "RuvoTSTaskSet::recordTask "
-                            << "TASK=" << task->getName());
-        }
+    Unbuilt unbuilt;
+    for (std::uint64_t place = 0; appendSome(place, end, unbuilt);) {
+        if (unbuilt.task) build(unbuilt);
+        unbuilt.task = nullptr;
+        store_.settle();
     }
     return store_.finish();
 }
@@ -290,18 +295,59 @@ bool RuvoTSTaskSet::beginStore(std::uint64_t& end) {
     return true;
 }
 
-// The next ones from `place` on, which moves behind them; false when there are
-// no more before `end`.
-bool RuvoTSTaskSet::takeSome(std::uint64_t& place, std::uint64_t end,
-                             std::vector<Task>& some) const {
-    some.clear();  // before the lock: it may be the end of a task
+// Appends lines from `place` on, which moves behind them, up to one that is to be
+// built; false when there are no more before `end`.
+bool RuvoTSTaskSet::appendSome(std::uint64_t& place, std::uint64_t end, Unbuilt& unbuilt) {
     VornCriticalSection lock(setLock_);
-    for (auto next = placeLocked(place); next != tasks_.end() && some.size() < kAtOnce; ++next) {
-        if ((*next)->order_ >= end) break;
-        some.push_back(*next);
-        place = (*next)->order_ + 1;
+    const auto last = placeLocked(end);
+    std::size_t left = kAtOnce;
+    for (auto next = placeLocked(place); next != last; ++next) {
+        if (left-- == 0) {
+            place = next->task->order_;
+            return true;
+        }
+        VORN_LOG(9, "RuvoTSTaskSet::recordTask "
+                        << "TASK=" << next->task->getName());
+        if (!next->line) {
+            unbuilt = {next->task, next->version};
+            place = next->task->order_ + 1;
+            return true;
+        }
+        store_.buffer().append(next->line.get(), next->lineSize);
     }
-    return !some.empty();
+    place = end;
+    return left != kAtOnce;
+}
+
+void RuvoTSTaskSet::build(const Unbuilt& unbuilt) {
+    std::string& buffer = store_.buffer();
+    const std::size_t begin = buffer.size();
+    unbuilt.task->appendRecord(buffer);
+    const std::size_t size = buffer.size() - begin;
+    if (size > kLongestKept) return;
+    auto line = std::make_unique_for_overwrite<char[]>(size);
+    std::copy_n(buffer.data() + begin, size, line.get());
+    VornCriticalSection lock(setLock_);
+    Entry* const entry = entryLocked(*unbuilt.task);
+    if (entry == nullptr || entry->changing || entry->version != unbuilt.version) return;
+    entry->line = std::move(line);
+    entry->lineSize = static_cast<std::uint32_t>(size);
+}
+
+// ---- records that change ---------------------------------------------------------
+
+RuvoTSTaskSet::RecordChange::RecordChange(const RuvoTSTask& task) : task_(task) {
+    getInstance().setChanging(task_, true);
+}
+RuvoTSTaskSet::RecordChange::~RecordChange() { getInstance().setChanging(task_, false); }
+
+void RuvoTSTaskSet::setChanging(const RuvoTSTask& task, bool changing) {
+    VornCriticalSection lock(setLock_);
+    Entry* const entry = entryLocked(task);
+    if (entry == nullptr) return;
+    entry->line.reset();
+    ++entry->version;
+    entry->changing = changing;
 }
 
 }  // namespace RuvoService

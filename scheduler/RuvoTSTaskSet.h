@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <deque>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -75,6 +76,20 @@ public:
     // Writes the store; RuvoTSStore says what becomes of failures.
     void recordTaskSet() VORN_EXCLUDES(setLock_, fileLock_);
 
+    // While a task's record changes: what a store takes from the task from the
+    // beginning on is built anew, and what is built before the end is not kept. Its
+    // thread holds no lock of the set or the task at either end.
+    class VORN_EXPORT RecordChange final {
+    public:
+        explicit RecordChange(const RuvoTSTask& task);
+        ~RecordChange();
+        RecordChange(const RecordChange&) = delete;
+        RecordChange& operator=(const RecordChange&) = delete;
+
+    private:
+        const RuvoTSTask& task_;
+    };
+
     // Between two attempts at a store that could not be written.
     static constexpr long kRetryMs = 5000;
     static void setRetryMsForTest(long ms);
@@ -84,9 +99,26 @@ public:
 private:
     RuvoTSTaskSet() = default;
 
+    // A task with its line of the store, which is short; none: it is to be built, or
+    // long.
+    struct Entry {
+        Task task;
+        std::unique_ptr<char[]> line = nullptr;
+        std::uint32_t lineSize = 0;
+        std::uint16_t version = 0;  // of the record; grows
+        bool changing = false;
+    };
+    using Entries = std::vector<Entry>;
+    // A task whose line is to be built.
+    struct Unbuilt {
+        Task task;
+        std::uint16_t version = 0;
+    };
+
     std::size_t insertLocked(const Task& task) VORN_REQUIRES(setLock_);
-    std::vector<Task>::const_iterator placeLocked(std::uint64_t place) const
-        VORN_REQUIRES(setLock_);
+    Entries::iterator placeLocked(std::uint64_t place) VORN_REQUIRES(setLock_);
+    Entry* entryLocked(const RuvoTSTask& task) VORN_REQUIRES(setLock_);
+    void setChanging(const RuvoTSTask& task, bool changing) VORN_EXCLUDES(setLock_);
     // Returns when the store holds the changes_ up to `change`.
     void record(std::uint64_t change) VORN_EXCLUDES(setLock_, fileLock_);
     bool attempt() VORN_REQUIRES(fileLock_) VORN_EXCLUDES(setLock_);
@@ -94,8 +126,9 @@ private:
     bool isBehindLocked() const VORN_REQUIRES(fileLock_, setLock_);
     bool writeStore() VORN_REQUIRES(fileLock_) VORN_EXCLUDES(setLock_);
     bool beginStore(std::uint64_t& end) VORN_REQUIRES(fileLock_) VORN_EXCLUDES(setLock_);
-    bool takeSome(std::uint64_t& place, std::uint64_t end, std::vector<Task>& some) const
-        VORN_EXCLUDES(setLock_);
+    bool appendSome(std::uint64_t& place, std::uint64_t end, Unbuilt& unbuilt)
+        VORN_REQUIRES(fileLock_) VORN_EXCLUDES(setLock_);
+    void build(const Unbuilt& unbuilt) VORN_REQUIRES(fileLock_) VORN_EXCLUDES(setLock_);
     template <class Index, class Key>
     static RuvoTSTask* firstOf(const Index& index, const Key& key);
     template <class Index, class Key>
@@ -120,7 +153,7 @@ private:
     };
 
     mutable VornSupport::VornCriticalSectionObject setLock_;
-    std::vector<Task> tasks_ VORN_GUARDED_BY(setLock_);  // by order_, which grows
+    Entries entries_ VORN_GUARDED_BY(setLock_);  // by order_, which grows
     // Several tasks may have one key: a store can be edited.
     std::unordered_multimap<std::int32_t, RuvoTSTask*> byHandle_ VORN_GUARDED_BY(setLock_);
     std::unordered_multiset<RuvoTSTask*, NameHash, NameEqual> byName_ VORN_GUARDED_BY(setLock_);
