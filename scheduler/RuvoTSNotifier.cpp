@@ -19,7 +19,7 @@ void RuvoTSNotifier::connect(RuvoNNEngine* engine) {
 
 void RuvoTSNotifier::raise(std::int32_t handle, std::int32_t state) {
     VornSupport::VornReadLock lock(mutex_);
-    if (engine_ == nullptr) return;
+    if (engine_ == nullptr || !engine_->isHeard()) return;
     const std::string number = std::to_string(handle);
     engine_->produce(VornSupport::makeCounted<RuvoNNEventNotification>(
         "udp:127.0.0.1", "VornTSEvent:" + number, number, static_cast<std::int32_t>(sizeof state),

@@ -19,7 +19,8 @@ public:
     // way into the engine that was connected.
     void connect(RuvoNNEngine* engine) VORN_EXCLUDES(mutex_);
     // Raises "VornTSEvent:" and the handle, the handle as message and the state,
-    // in the machine's byte order, as data. Nothing while nothing is connected.
+    // in the machine's byte order, as data. Nothing while nothing is connected or
+    // nobody hears of events.
     void raise(std::int32_t handle, std::int32_t state) VORN_EXCLUDES(mutex_);
 
 private:
