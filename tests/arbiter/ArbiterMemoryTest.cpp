@@ -91,6 +91,33 @@ TEST_F(ArbiterMemory, LocksAKnownNameOrLeavesNothingLocked) {
     expectEventsInTurn();
 }
 
+// The queue takes memory for many events at a time: only now and then does an event
+// find none. One event fewer, and it is the unlock's turn.
+TEST_F(ArbiterMemory, LocksNothingAndUnlocksAllTheSameWhenTheEventCannotBeQueued) {
+    constexpr int kAllocations = 20;  // more than a lock makes
+    constexpr int kRounds = 100;
+    const std::string path = pathOf(0);
+    for (int lost = 0; lost < 2; ++lost) {
+        int thrown = 0;
+        for (int n = 0; n < kAllocations; ++n) {
+            for (int round = 0; round < kRounds; ++round) {
+                lockWithFailure(path, n, thrown);
+                const std::int32_t handle = engine_.lock(path);
+                ASSERT_GT(handle, 0);
+                FailingMemory::begin(n);
+                EXPECT_NO_THROW(engine_.unlock(handle));
+                FailingMemory::end();
+                ASSERT_FALSE(engine_.isLocked(path)) << n;
+            }
+        }
+        EXPECT_GT(thrown, 0);
+        const std::int32_t handle = engine_.lock(path);
+        FailingMemory::begin(0, FailingMemory::kAll);
+        engine_.unlock(handle);
+        EXPECT_TRUE(FailingMemory::end());
+    }
+}
+
 // Nobody could give back what is lost here.
 TEST_F(ArbiterMemory, UnlocksWhateverFails) {
     const std::string path = pathOf(0);
