@@ -374,11 +374,10 @@ TEST_F(RuvoRACommands, TraceALockThatIsGivenBackOnceThoughTheAnswerIsLostToo) {
     client.gone = true;
     client.failWritesAfter(0);
     EXPECT_TRUE(serve(client).empty());
-    EXPECT_EQ(own(log),
-              (Texts{"RUVO_RA_LOCK::handleClient: enter",
-                     "RUVO_RA_LOCK::handleClient: lock a wait 0ms for the lock",
-                     "RuvoRAEngine::lock: lock handle 1", kCommunicationError, kTree[0],
-                     kTree[1]}));
+    EXPECT_EQ(own(log), (Texts{"RUVO_RA_LOCK::handleClient: enter",
+                               "RUVO_RA_LOCK::handleClient: lock a wait 0ms for the lock",
+                               "RuvoRAEngine::lock: lock handle 1", kCommunicationError, kTree[0],
+                               kTree[1]}));
     EXPECT_FALSE(engine_.isLocked("a"));
 }
 
@@ -390,11 +389,10 @@ TEST_F(RuvoRACommands, TraceARefusalThatCannotBeWritten) {
     request(client, "a", 0);
     client.failWritesAfter(0);
     EXPECT_TRUE(serve(client).empty());
-    EXPECT_EQ(own(log),
-              (Texts{"RUVO_RA_LOCK::handleClient: enter",
-                     "RUVO_RA_LOCK::handleClient: lock a wait 0ms for the lock",
-                     "RuvoRAEngine::lock: lock handle 0", kCommunicationError, kTree[0],
-                     kTree[1]}));
+    EXPECT_EQ(own(log), (Texts{"RUVO_RA_LOCK::handleClient: enter",
+                               "RUVO_RA_LOCK::handleClient: lock a wait 0ms for the lock",
+                               "RuvoRAEngine::lock: lock handle 0", kCommunicationError, kTree[0],
+                               kTree[1]}));
     EXPECT_TRUE(engine_.isLocked("a"));
 }
 
@@ -404,9 +402,8 @@ TEST_F(RuvoRACommands, TraceALockThatIsGivenBack) {
     request(client, "a", -1);
     client.gone = true;
     serve(client);
-    EXPECT_EQ(own(log),
-              (Texts{"RUVO_RA_LOCK::handleClient: enter",
-                     "RUVO_RA_LOCK::handleClient: lock a wait -1ms for the lock",
-                     "RuvoRAEngine::lock: lock handle 1",
-                     kCommunicationError, kTree[0], kTree[1]}));
+    EXPECT_EQ(own(log), (Texts{"RUVO_RA_LOCK::handleClient: enter",
+                               "RUVO_RA_LOCK::handleClient: lock a wait -1ms for the lock",
+                               "RuvoRAEngine::lock: lock handle 1", kCommunicationError, kTree[0],
+                               kTree[1]}));
 }
