@@ -47,8 +47,8 @@ bool tellHandle(VornConnection& connection, RuvoRAEngine& arbiter, std::int32_t 
 
 void RUVO_RA_LOCK::handleClient(VornConnection& connection, RuvoEngineBase& engine) {
     auto& arbiter = as<RuvoRAEngine>(engine);
-    arbiter.waitForRoom(connection);
     VORN_LOG(9, "RUVO_RA_LOCK::handleClient: enter");
+    arbiter.waitForRoom(connection);
     std::string path;
     connection.readString(path);
     const int wait = connection.readInt();

@@ -3,6 +3,7 @@
 #include "arbiter/RuvoRACommands.h"
 #include "notifier/RuvoNNEngine.h"
 #include "runtime/support/VornLogging.h"
+#include "runtime/support/VornPostponed.h"
 
 namespace RuvoService {
 
@@ -83,7 +84,11 @@ void RuvoRAEngine::waitForRoom(VornNet::VornConnection& connection) {
     if (notifier_ != nullptr) notifier_->waitForRoom(connection);
 }
 
-void RuvoRAEngine::printTree() const { root_.print(0); }
+void RuvoRAEngine::printTree() const {
+    // Who listens is not to wait for a million lines.
+    if (VornSupport::VornLogging::isOn(9)) VornSupport::VornPostponed::perform();
+    root_.print(0);
+}
 
 std::size_t RuvoRAEngine::heldHandlesForTest() const {
     VornCriticalSection section(lock_);

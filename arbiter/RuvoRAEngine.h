@@ -145,7 +145,8 @@ public:
     // RuvoNNEngine::waitForRoom.
     void waitForRoom(VornNet::VornConnection& connection);
     RuvoNNEngine* notifier() const { return notifier_; }
-    // Writes the tree to the log at level 9.
+    // Writes the tree to the log at level 9; before that it does what the thread has
+    // put off.
     void printTree() const;
 
     // Handles that are given out at this moment.

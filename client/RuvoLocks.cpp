@@ -49,11 +49,11 @@ std::optional<std::int32_t> RuvoLocks::lock(std::string_view path, milliseconds 
     bool isAnswered = false;
     try {
         isAnswered = awaitGrant(wait, goesOn);
-    } catch (const RuvoClientError&) {
-        throw;  // the conversation is over
     } catch (...) {
+        // The conversation's own failure has ended it. `goesOn` may throw the same
+        // kind of error, about another one.
         try {
-            giveUp();
+            if (client_.isOpen()) giveUp();
         } catch (...) {
         }
         throw;

@@ -29,8 +29,8 @@ public:
     // For a command whose client waits for its answer: what the thread produces
     // while this lives is queued as ever, but the queue thread, if it sleeps, is
     // woken at the end only, so that it does not take the processor before the
-    // answer has been sent; or as soon as the sending has to wait. One a thread, on
-    // its stack.
+    // answer has been sent; or as soon as the sending has to wait, of datagrams before
+    // it. One a thread, on its stack.
     class VORN_EXPORT LateWake final : private VornSupport::VornPostponed {
     public:
         explicit LateWake(RuvoNNEngine* engine);  // null: does nothing

@@ -1,6 +1,7 @@
 #include "runtime/net/VornUDPConnection.h"
 
 #include "runtime/net/VornLocalAccess.h"
+#include "runtime/support/VornPostponed.h"
 
 #include <utility>
 
@@ -28,6 +29,9 @@ VornStreamConnection::Received VornUDPConnection::receiveSome(char* buffer, std:
 void VornUDPConnection::sendAll(std::string_view first, std::string_view second) {
     if (isAborted()) fail("the connection was aborted");
     hasSent_ = true;
+    // What others wait for is not to wait for room in the system, nor for another
+    // conversation of the endpoint that does; and inside its lock it cannot be done.
+    VornSupport::VornPostponed::perform();
     port_->send(*peer_, first, second);
 }
 

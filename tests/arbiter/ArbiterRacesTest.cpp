@@ -13,7 +13,10 @@ using namespace ArbiterTest;
 
 namespace {
 
-class ArbiterRaces : public Fixture {};
+class ArbiterRaces : public Fixture {
+protected:
+    using RANode = RuvoService::RuvoRAEngine::RANode;
+};
 
 }  // namespace
 
@@ -63,6 +66,76 @@ TEST_F(ArbiterRaces, GiveEveryLockAHandleOfItsOwn) {
     EXPECT_EQ(all.size(), static_cast<std::size_t>(kThreads * kLocks));
     EXPECT_EQ(*all.begin(), 1);
     EXPECT_EQ(*all.rbegin(), kThreads * kLocks);
+}
+
+// Between an unlock's two looks at its handle: somebody else gives it back, and the
+// lock is taken anew, under another one.
+TEST_F(ArbiterRaces, FreeNothingForWhoGivesBackAHandleTooLate) {
+    static Engine* engine = nullptr;
+    static std::int32_t anew = 0;
+    engine = &engine_;
+    recorder_.remove();
+    const std::int32_t handle = engine_.lock("a");
+    ASSERT_GT(handle, 0);
+    RANode::setWhenUnheardForTest([] {
+        RANode::setWhenUnheardForTest(nullptr);
+        engine->unlock(1);
+        anew = engine->lock("a");
+    });
+    engine_.unlock(handle);
+    RANode::setWhenUnheardForTest(nullptr);
+    EXPECT_EQ(handle, 1);
+    EXPECT_EQ(anew, 2);
+    EXPECT_TRUE(engine_.isLocked("a"));
+    EXPECT_EQ(engine_.heldHandlesForTest(), 1u);
+}
+
+// The same, as it comes about.
+TEST_F(ArbiterRaces, FreeOneLockWhenTwoGiveBackItsHandleAtOnce) {
+    constexpr int kRounds = 20'000;
+    recorder_.remove();
+    RANode::setWhenUnheardForTest([] { std::this_thread::yield(); });  // between the looks
+    std::int32_t handle = 0;
+    std::atomic<std::int32_t> others{0};  // what the other thread was granted
+    std::atomic<int> arrivals{0};
+    std::atomic<int> ends{0};
+    std::atomic<bool> goesOn{true};
+    const auto meet = [&](std::atomic<int>& count, int all) {
+        ++count;
+        while (count < all) std::this_thread::yield();
+    };
+    const auto unlockAndTry = [&] {
+        engine_.unlock(handle);
+        return engine_.lock("a");
+    };
+    std::jthread other([&] {
+        for (int round = 1;; ++round) {
+            meet(arrivals, 2 * round);
+            if (!goesOn) return;
+            others = unlockAndTry();
+            meet(ends, 2 * round);
+        }
+    });
+    const auto until = Clock::now() + milliseconds(1000);
+    int rounds = 0;
+    int twice = 0;
+    while (rounds < kRounds && Clock::now() < until) {
+        handle = engine_.lock("a");
+        if (handle <= 0) break;
+        ++rounds;
+        meet(arrivals, 2 * rounds);
+        const std::int32_t ours = unlockAndTry();
+        meet(ends, 2 * rounds);
+        if (ours > 0 && others > 0) ++twice;
+        engine_.unlock(ours);
+        engine_.unlock(others);
+    }
+    goesOn = false;
+    meet(arrivals, 2 * rounds + 2);
+    other.join();
+    RANode::setWhenUnheardForTest(nullptr);
+    EXPECT_GT(handle, 0) << "somebody's lock was not given back in round " << rounds;
+    EXPECT_EQ(twice, 0) << "of " << rounds << " rounds";
 }
 
 // One who gives up at the moment of the unlock is either told or has let go.

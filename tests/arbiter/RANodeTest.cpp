@@ -1,6 +1,8 @@
 #include "tests/arbiter/ArbiterFixture.h"
 #include "tests/support/LogCapture.h"
 
+#include "arbiter/RuvoRATimedUnlock.h"
+#include "runtime/support/VornEvent.h"
 #include "runtime/support/VornException.h"
 
 #include <limits>
@@ -198,6 +200,42 @@ TEST_F(RANode, LetsItsWaitersRace) {
     EXPECT_EQ(handles.size(), static_cast<std::size_t>(kWaiters));
     EXPECT_EQ(*handles.begin(), 1);
     EXPECT_EQ(*handles.rbegin(), kWaiters);
+}
+
+// Else the first one that wakes has its answer before the others are told.
+TEST_F(RANode, WakesNobodyBeforeAllHaveBeenTold) {
+    class WithEvent : public Client {
+    public:
+        void setAbortEvent(VornSupport::VornEvent* event) override {
+            Client::setAbortEvent(event);
+            wakeUp = event;
+        }
+        VornSupport::VornEvent* wakeUp = nullptr;
+    };
+    class Looking : public VornSupport::VornDependent {
+    public:
+        explicit Looking(const WithEvent& first) : first_(first) {}
+        int told = 0;
+        int woken = 0;
+
+    private:
+        void handleNotification(VornSupport::VornCollaborator&,
+                                const VornSupport::VornNotification&) override {
+            ++told;
+            if (first_.wakeUp->wait(0)) ++woken;
+        }
+        const WithEvent& first_;
+    };
+    node_->lock(0);
+    WithEvent first;
+    RuvoService::RuvoRATimedUnlock waiting(*node_, &first);
+    Looking last(first);
+    node_->addDependent(last);
+    node_->unlock();
+    EXPECT_EQ(last.told, 1);
+    EXPECT_EQ(last.woken, 0);
+    EXPECT_TRUE(first.wakeUp->wait(0)) << "afterwards";
+    node_->removeDependent(last);
 }
 
 TEST_F(RANode, HoldsNoLockWhileARequestWaits) {

@@ -2,6 +2,8 @@
 
 #include "runtime/net/VornNetLimits.h"
 #include "runtime/support/VornException.h"
+#include "runtime/support/VornLogging.h"
+#include "runtime/support/VornPostponed.h"
 #include "tests/arbiter/ArbiterFixture.h"
 #include "tests/support/LogCapture.h"
 
@@ -220,11 +222,81 @@ TEST_F(RuvoRACommands, WaitForRoomInTheQueueOfEvents) {
     std::jthread unlocking([&] { serve(client); });
     EXPECT_TRUE(TestSupport::waitUntil([&] { return client.flushes() == 1; }));
     EXPECT_TRUE(engine_.isLocked("a"));
+    const LogCapture log(9);
+    Client another;
+    request(another, "c", 0);
+    std::jthread locking([&] { serve(another); });
+    EXPECT_TRUE(TestSupport::waitUntil([&] { return another.flushes() == 1; }));
+    EXPECT_EQ(log.beginning("RUVO_RA_LOCK"), Texts{"RUVO_RA_LOCK::handleClient: enter"});
+    EXPECT_FALSE(engine_.isLocked("c"));
     held = false;
     unlocking.join();
+    locking.join();
     EXPECT_FALSE(engine_.isLocked("a"));
+    EXPECT_TRUE(engine_.isLocked("c"));
     notifier_.cleanup();
     limit = before;
+}
+
+namespace {
+
+// Notes at the answer whether the event still waits for it.
+class WithLateEvent : public Client {
+public:
+    void writeInt(int value) override {
+        late = VornSupport::VornPostponed::isPending();
+        Client::writeInt(value);
+    }
+    bool late = false;
+};
+
+}  // namespace
+
+TEST_F(RuvoRACommands, AnswerBeforeTheyWakeWhoTellsTheListeners) {
+    WithLateEvent locking;
+    request(locking, "a", 0);
+    serve(locking);
+    EXPECT_TRUE(locking.late);
+    WithLateEvent unlocking;
+    unlocking.sendString("RUVO_RA_UNLOCK").sendInt(1);
+    serve(unlocking);
+    EXPECT_TRUE(unlocking.late);
+    EXPECT_FALSE(VornSupport::VornPostponed::isPending());
+}
+
+namespace {
+
+int treeLines = 0;
+int treeLinesBeforeTheWake = 0;
+
+void countTreeLine(VornPlatform::SystemLogSeverity, const std::string& text) {
+    if (text.find("RANode::print") == std::string::npos) return;
+    ++treeLines;
+    if (VornSupport::VornPostponed::isPending()) ++treeLinesBeforeTheWake;
+}
+
+}  // namespace
+
+// It may be long, and listeners wait for what has happened.
+TEST_F(RuvoRACommands, WakeWhoTellsTheListenersBeforeTheyPrintTheTree) {
+    treeLines = treeLinesBeforeTheWake = 0;
+    const LogCapture log(9);
+    auto& logging = VornSupport::VornLogging::getInstance();
+    logging.setSystemWriterForTest(&countTreeLine);
+    logging.setTarget(static_cast<int>(VornSupport::VornLogTarget::System));
+    WithLateEvent locking;
+    request(locking, "a", 0);
+    serve(locking);
+    EXPECT_TRUE(locking.late);
+    unlock(1);
+    Client gone;
+    request(gone, "a", 0);
+    gone.gone = true;
+    serve(gone);
+    logging.setTarget(static_cast<int>(VornSupport::VornLogTarget::None));
+    logging.setSystemWriterForTest(nullptr);
+    EXPECT_EQ(treeLines, 6);
+    EXPECT_EQ(treeLinesBeforeTheWake, 0);
 }
 
 // ---- traces ------------------------------------------------------------------------
@@ -242,6 +314,8 @@ std::vector<std::string> own(const LogCapture& log) {
 
 const std::vector<std::string> kTree{"RANode::print: Node Name = root",
                                      "  RANode::print: Node Name = a"};
+constexpr const char* kCommunicationError =
+    "RUVO_RA_LOCK::handleClient: client communication error.  Unlocking the acquired resource.";
 
 }  // namespace
 
@@ -293,17 +367,43 @@ TEST_F(RuvoRACommands, AnswerInTheirOrder) {
     EXPECT_EQ(unlocking.atAnswer, kTree[1]);
 }
 
+TEST_F(RuvoRACommands, TraceALockThatIsGivenBackOnceThoughTheAnswerIsLostToo) {
+    const LogCapture log(9);
+    Client client;
+    request(client, "a", 0);
+    client.gone = true;
+    client.failWritesAfter(0);
+    EXPECT_TRUE(serve(client).empty());
+    EXPECT_EQ(own(log), (Texts{"RUVO_RA_LOCK::handleClient: enter",
+                               "RUVO_RA_LOCK::handleClient: lock a wait 0ms for the lock",
+                               "RuvoRAEngine::lock: lock handle 1", kCommunicationError, kTree[0],
+                               kTree[1]}));
+    EXPECT_FALSE(engine_.isLocked("a"));
+}
+
+// It says that it unlocks, though there is nothing to be unlocked.
+TEST_F(RuvoRACommands, TraceARefusalThatCannotBeWritten) {
+    lock("a");
+    const LogCapture log(9);
+    Client client;
+    request(client, "a", 0);
+    client.failWritesAfter(0);
+    EXPECT_TRUE(serve(client).empty());
+    EXPECT_EQ(own(log), (Texts{"RUVO_RA_LOCK::handleClient: enter",
+                               "RUVO_RA_LOCK::handleClient: lock a wait 0ms for the lock",
+                               "RuvoRAEngine::lock: lock handle 0", kCommunicationError, kTree[0],
+                               kTree[1]}));
+    EXPECT_TRUE(engine_.isLocked("a"));
+}
+
 TEST_F(RuvoRACommands, TraceALockThatIsGivenBack) {
     const LogCapture log(9);
     Client client;
     request(client, "a", -1);
     client.gone = true;
     serve(client);
-    EXPECT_EQ(own(log),
-              (Texts{"RUVO_RA_LOCK::handleClient: enter",
-                     "RUVO_RA_LOCK::handleClient: lock a wait -1ms for the lock",
-                     "RuvoRAEngine::lock: lock handle 1",
-                     "RUVO_RA_LOCK::handleClient: client communication error.  Unlocking the "
-                     "acquired resource.",
-                     kTree[0], kTree[1]}));
+    EXPECT_EQ(own(log), (Texts{"RUVO_RA_LOCK::handleClient: enter",
+                               "RUVO_RA_LOCK::handleClient: lock a wait -1ms for the lock",
+                               "RuvoRAEngine::lock: lock handle 1", kCommunicationError, kTree[0],
+                               kTree[1]}));
 }

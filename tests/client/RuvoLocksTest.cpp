@@ -167,6 +167,20 @@ TEST(RuvoLocks, LeavesNothingLockedWhenTheQuestionThrows) {
     EXPECT_FALSE(client.isOpen());
 }
 
+// As a question does that another conversation is to answer.
+TEST(RuvoLocks, LeavesNothingLockedWhenTheQuestionThrowsAnErrorOfAConversation) {
+    ScriptedDaemon daemon(
+        std::vector{answerTooLate(lockRequest("a", 5000), i32(7)), takeUnlock(7)});
+    RuvoClient client(daemon.options());
+    const auto fail = []() -> bool { throw RuvoClientError(RuvoProblem::Closed, "another's", 5); };
+    const RuvoClientError error =
+        thrownBy([&] { RuvoLocks(client).lock("a", milliseconds(5000), fail); });
+    EXPECT_EQ(error.problem(), RuvoProblem::Closed);
+    EXPECT_STREQ(error.what(), "another's");
+    EXPECT_EQ(error.code(), 5);
+    EXPECT_FALSE(client.isOpen());
+}
+
 TEST(RuvoLocks, TellsWhichLockItCouldNotUndo) {
     ScriptedDaemon daemon(std::vector<ScriptedDaemon::Script>{
         answerTooLate(lockRequest("a", 5000), i32(7)), [](ScriptedPeer& peer) {

@@ -2,6 +2,7 @@
 
 #include "runtime/net/VornNetLimits.h"
 #include "runtime/net/WireCodec.h"
+#include "runtime/support/VornPostponed.h"
 #include "tests/runtime/net/NetTest.h"
 #include "tests/runtime/platform/NativeProbe.h"
 
@@ -183,6 +184,41 @@ TEST(VornUDPServerSocket, PacksHeldBytesAndALargeWriteTogether) {
     connection->write(large.data(), 20'000, count);
     EXPECT_EQ(receiveDatagram(client), std::string("\0\0\0\7", 4) + std::string(96, 'L'));
     EXPECT_EQ(receiveDatagram(client), std::string(100, 'L'));
+}
+
+namespace {
+
+class Postponed final : public VornSupport::VornPostponed {
+public:
+    using VornPostponed::postpone;
+    int runs = 0;
+
+private:
+    void run() noexcept override { ++runs; }
+};
+
+}  // namespace
+
+// Sending may wait for the system, and for others who do.
+TEST(VornUDPServerSocket, DoesWhatIsPostponedBeforeItSends) {
+    Listening listening;
+    const Socket client = udpTo(listening.server.getPort());
+    sendBytes(client, "x");
+    const ConnectionPointer connection = listening.next();
+    ASSERT_TRUE(connection);
+    Postponed postponed;
+    postponed.postpone();
+    connection->writeInt(1);
+    EXPECT_EQ(postponed.runs, 0) << "what is written is held, and waits for nobody";
+    connection->flush();
+    EXPECT_EQ(postponed.runs, 1);
+    EXPECT_EQ(receiveDatagram(client).size(), 4U);
+
+    listening.stop();
+    postponed.postpone();
+    connection->writeInt(2);
+    EXPECT_THROW(connection->flush(), VornException);
+    EXPECT_EQ(postponed.runs, 2) << "whatever becomes of the sending";
 }
 
 TEST(VornUDPServerSocket, KeepsPeersApart) {
