@@ -77,6 +77,21 @@ TEST_F(RuvoTSEngineTest, MeasuresTheZone) {
     setUtcOffset(4711);
     OpenScheduler scheduler;
     EXPECT_EQ(utcOffsetForTest(), utcOffsetMinutes());
+    // Once: a stop and a start do not measure it again.
+    setUtcOffset(4711);
+    scheduler.stop();
+    scheduler.start();
+    EXPECT_EQ(utcOffsetForTest(), 4711);
+    setUtcOffset(utcOffsetMinutes());
+}
+
+TEST_F(RuvoTSEngineTest, RaisesNoEventsWhileItIsStopped) {
+    OpenScheduler scheduler;
+    scheduler.stop();
+    RuvoTSNotifier::getInstance().raise(77, 2);
+    scheduler.start();
+    RuvoTSNotifier::getInstance().raise(77, 1);
+    EXPECT_TRUE(scheduler.events().awaitStates(77, {1}));
 }
 
 // ---- restarts --------------------------------------------------------------------
