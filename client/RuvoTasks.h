@@ -20,8 +20,10 @@ enum class RuvoFrequency : std::int32_t {
 };
 
 // UTC. The daemon carries what is out of range: month 13 is January. It keeps 32
-// bits of seconds: what is beyond 2038-01-19 03:14:07 becomes a time that is
-// past. All zero where the daemon tells of a time before 1970.
+// bits of seconds, from 1901-12-13 20:45:52 to 2038-01-19 03:14:07; a time beyond
+// these becomes one within, 2^32 seconds (136 years) or a multiple of them away: of
+// June 2040 comes April 1904, which is past, of June 2170 comes April 2034, which may
+// be yet to come. All zero where the daemon tells of a time before 1970.
 struct RuvoTaskTime {
     std::int32_t year = 0;
     std::int32_t month = 0;

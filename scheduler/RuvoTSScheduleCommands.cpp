@@ -34,6 +34,12 @@ struct When {
     RuvoTSSeconds time() const { return makeTime(year, month, day, hour, minute, second); }
 };
 
+VornSupport::VornLogging& operator<<(VornSupport::VornLogging& log, const When& when) {
+    return log << " FREQ=" << when.frequency << " MONTH=" << when.month << " DAY=" << when.day
+               << " YR=" << when.year << " HR=" << when.hour << " MIN=" << when.minute
+               << " SEC=" << when.second;
+}
+
 }  // namespace
 
 void RUVO_TS_SCHEDULE::handleClient(VornConnection& connection, RuvoEngineBase& engine) {
@@ -52,10 +58,7 @@ void RUVO_TS_SCHEDULE::handleClient(VornConnection& connection, RuvoEngineBase& 
     connection.readString(logFile);
     VORN_LOG(9, "RUVO_TS_SCHEDULE::handleClient: "
                     << " TASKNAME=" << name << " APPNAME=" << appName << " PATH=" << path
-                    << " PARAMS=" << params << " FREQ=" << when.frequency
-                    << " MONTH=" << when.month << " DAY=" << when.day << " YR=" << when.year
-                    << " HR=" << when.hour << " MIN=" << when.minute << " SEC=" << when.second
-                    << " LOGFILE=" << logFile);
+                    << " PARAMS=" << params << when << " LOGFILE=" << logFile);
 
     const auto task = RuvoTSTaskSet::getInstance().schedule(name, [&] {
         return RuvoTSTask::make<RuvoTSExecTask>(name, when.time(), when.frequency, appName, path,
@@ -83,6 +86,8 @@ void RUVO_TS_SCHEDULE_BLOB::handleClient(VornConnection& connection, RuvoEngineB
     const std::int32_t length = connection.readInt();
     std::string blob = VornNet::readBlock(connection, length, "RUVO_TS_SCHEDULE_BLOB");
     const When when = When::read([&] { return connection.readUnsigned(); });
+    VORN_LOG(9, "RUVO_TS_SCHEDULE_BLOB::handleClient: "
+                    << " TASKNAME=" << name << when);
     // What arrives is what was declared, or the read has thrown.
     VORN_LOG(9, "RUVO_TS_SCHEDULE_BLOB::handleClient: ScheduleBlob2"
                     << " NLENBLOB=" << length << " NLENRECVD=" << blob.size()

@@ -20,10 +20,14 @@ namespace {
 constexpr std::size_t kGather = 256 * 1024;       // bytes that are written at once
 constexpr std::size_t kKeptCapacity = 1024 * 1024;  // of the buffer between two stores
 
-// Puts lines together from pieces of a file.
+// Puts lines together from pieces of a file. Of those that are too long it keeps
+// nothing.
 class LineCutter {
 public:
     explicit LineCutter(const std::function<void(std::string_view)>& visit) : visit_(visit) {}
+
+    std::size_t longest() const { return longest_; }
+    bool hasLeftOut() const { return hasLeftOut_; }
 
     void add(std::string_view piece) {
         for (;;) {
@@ -42,7 +46,7 @@ public:
 private:
     void append(std::string_view piece) {
         if (tooLong_ || line_.size() + piece.size() > longest_) {
-            tooLong_ = true;
+            tooLong_ = hasLeftOut_ = true;
             std::string().swap(line_);
         } else {
             line_ += piece;
@@ -58,6 +62,7 @@ private:
     const std::size_t longest_ = RuvoTSStore::longestLine();
     std::string line_;
     bool tooLong_ = false;
+    bool hasLeftOut_ = false;
 };
 
 const char* textOf(OwnFile::Trust trust) {
@@ -185,7 +190,10 @@ bool RuvoTSStore::read(const std::string& file,
         lines.add(std::string_view(piece).substr(0, count));
     }
     lines.finish();
-    return true;
+    if (!lines.hasLeftOut()) return true;
+    reason = "a line is longer than " + std::to_string(lines.longest()) +
+             " bytes, the most that a task takes with these ruvod.limits";
+    return false;
 }
 
 }  // namespace RuvoService

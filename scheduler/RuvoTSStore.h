@@ -50,8 +50,9 @@ public:
 
     // Gives each line of a store to `visit`, without its "\n". False, with the
     // reason, when there is a file that cannot be read to its end, or that others
-    // may have written (VornPlatform::OwnFile); a missing one is an empty one. Lines
-    // of more than longestLine() bytes are left out.
+    // may have written (VornPlatform::OwnFile); a missing one is an empty one. False
+    // as well, after all other lines, when one of more than longestLine() bytes was
+    // left out: who then wrote the store anew would lose it.
     static bool read(const std::string& file, const std::function<void(std::string_view)>& visit,
                      std::string& reason);
     // What the longest task that "ruvod.limits" lets in takes; never less than

@@ -69,6 +69,9 @@ Ruvo::RuvoTaskPlan planOf(const TaskOptions& options) {
                                          : RuvoFrequency::Once;
     const std::int64_t now = nowSeconds();
     if (options.at.empty() && !options.isSoon) throw UsageError("--at TIME is needed, or --soon");
+    if (!options.at.empty() && options.isSoon) {
+        throw UsageError("--soon is a time itself, 121 seconds from now: leave out it or --at");
+    }
     const std::int64_t first =
         options.at.empty() ? now + kSoonSeconds : momentOf(options.at, now);
     if (first < kFirstMoment || first > kLastMoment) {
@@ -157,14 +160,25 @@ void addPlan(CLI::App* command, const Options& options) {
     how->add_flag("--daily", options->isDaily, "Every 24 hours");
     how->add_flag("--weekly", options->isWeekly, "Every 7 days");
     how->add_flag("--monthly", options->isMonthly, "Every 28 days");
-    how->add_flag("--soon", options->isSoon, "One run, in about two minutes");
+    how->add_flag("--soon", options->isSoon, "One run, in about two minutes; without --at");
     command->add_option("--at", options->at,
                         "The first run: 2026-11-22T02:30, 02:30 or +15m; local time, or UTC with "
                         "a Z behind it");
 }
 
+// What the daemon has made of the plan. Of a task that is gone already, because its
+// run is over or somebody cancelled it, the plan as it was sent: it was scheduled.
+Ruvo::RuvoTaskPlan scheduledPlan(const Work& work, std::int32_t task) {
+    try {
+        return work.tasks.nextRun(task);
+    } catch (const Ruvo::RuvoClientError& error) {
+        if (error.problem() != Ruvo::RuvoProblem::Declined) throw;
+        return work.options.plan;
+    }
+}
+
 void showScheduled(const Work& work, std::int32_t task) {
-    const Ruvo::RuvoTaskPlan plan = work.tasks.nextRun(task);
+    const Ruvo::RuvoTaskPlan plan = scheduledPlan(work, task);
     const auto next = keptMoment(plan.time);
     const Json json = {{"name", work.options.task}, {"handle", task}, {"nextRun", timeJson(next)},
                        {"frequency", frequencyText(plan.frequency)}};
@@ -251,20 +265,24 @@ void addList(CLI::App& task, Session& session, const char* name, const char* abo
     });
 }
 
-// Null when the task keeps bytes: it has no last run and no exit status.
+// Null when the task keeps bytes: it has no last run and no exit status. The answer is
+// the same of a task that is gone, so what is there has to be asked once more; where a
+// command is, the -9 was its status.
 struct LastRun {
     std::optional<std::int64_t> moment;  // empty: it never ran
     std::int32_t status = RuvoTasks::kNeverRun;
 };
 std::optional<LastRun> lastRun(RuvoTasks& tasks, std::int32_t task) {
+    std::optional<LastRun> last;
     try {
-        LastRun last{.moment = lastRunOf(tasks.lastRun(task))};
-        last.status = tasks.exitCode(task);
-        return last;
+        last = {.moment = lastRunOf(tasks.lastRun(task))};
+        last->status = tasks.exitCode(task);
     } catch (const Ruvo::RuvoClientError& error) {
         if (error.problem() != Ruvo::RuvoProblem::Declined) throw;
-        return std::nullopt;
+        (void)tasks.state(task);  // throws the same when it is gone
+        if (last) last->status = error.code();
     }
+    return last;
 }
 
 void showTask(const Work& work, std::int32_t task) {

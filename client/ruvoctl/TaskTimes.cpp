@@ -69,14 +69,17 @@ public:
         time.second = second.value_or(60);
         return time.hour < 24 && time.minute < 60 && time.second < 60;
     }
-    // "Z", "+01:00", "+0100": seconds ahead of UTC.
+    // "Z", "+01:00", "+0100", "+01": seconds ahead of UTC.
     std::optional<std::int64_t> zone() {
         if (take("Zz")) return 0;
         const bool west = !rest_.empty() && rest_.front() == '-';
         if (!take("+-")) return std::nullopt;
         const auto hours = number(2);
-        take(":");
-        const auto minutes = number(2);
+        std::optional<std::int32_t> minutes = 0;
+        if (!isAtEnd()) {
+            take(":");
+            minutes = number(2);
+        }
         if (!hours || !minutes || *hours > 18 || *minutes > 59) return std::nullopt;
         const std::int64_t seconds = (*hours * 60 + *minutes) * 60;
         return west ? -seconds : seconds;

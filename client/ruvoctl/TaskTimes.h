@@ -12,7 +12,7 @@ namespace Ruvoctl {
 
 // What a person means by a time, `now` being the current moment:
 //   2026-11-22T02:30, with or without seconds, a blank for the T; of this
-//   machine's zone, or with Z, +01:00 or -0530 behind it
+//   machine's zone, or with Z, +01:00, -0530 or +01 behind it
 //   02:30, with or without seconds or Z: the next time the clock shows that
 //   +90s, +15m, +2h, +3d: so long from now
 // Throws UsageError for anything else, and for dates that no calendar has.

@@ -18,7 +18,7 @@
 namespace IntegrationTests {
 namespace {
 
-constexpr int kKills = 100;
+constexpr int kKills = 200;
 constexpr std::size_t kMostTasks = 24;
 
 // What belongs to a name: found again, it is whole.

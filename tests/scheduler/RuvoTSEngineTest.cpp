@@ -3,6 +3,8 @@
 #include "runtime/monitor/VornEventMonitorManager.h"
 #include "scheduler/RuvoTSBlobTask.h"
 #include "scheduler/RuvoTSExecTask.h"
+#include "scheduler/RuvoTSNotifier.h"
+#include "scheduler/RuvoTSStore.h"
 #include "scheduler/RuvoTSTime.h"
 #include "scheduler/RuvoTSTimeKeeper.h"
 #include "tests/scheduler/SchedulerTestTools.h"
@@ -11,6 +13,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <fstream>
 #include <iterator>
 #include <random>
 #include <set>
@@ -74,6 +77,21 @@ TEST_F(RuvoTSEngineTest, MeasuresTheZone) {
     setUtcOffset(4711);
     OpenScheduler scheduler;
     EXPECT_EQ(utcOffsetForTest(), utcOffsetMinutes());
+    // Once: a stop and a start do not measure it again.
+    setUtcOffset(4711);
+    scheduler.stop();
+    scheduler.start();
+    EXPECT_EQ(utcOffsetForTest(), 4711);
+    setUtcOffset(utcOffsetMinutes());
+}
+
+TEST_F(RuvoTSEngineTest, RaisesNoEventsWhileItIsStopped) {
+    OpenScheduler scheduler;
+    scheduler.stop();
+    RuvoTSNotifier::getInstance().raise(77, 2);
+    scheduler.start();
+    RuvoTSNotifier::getInstance().raise(77, 1);
+    EXPECT_TRUE(scheduler.events().awaitStates(77, {1}));
 }
 
 // ---- restarts --------------------------------------------------------------------
@@ -330,6 +348,31 @@ TEST_F(RuvoTSEngineTest, LeavesAStoreAloneThatItCannotRead) {
     scheduler.start();
     OpenScheduler::schedule("b", "p", "", kNoon + 60, 0);
     EXPECT_EQ(folder_.lines().size(), 1u);
+}
+
+TEST_F(RuvoTSEngineTest, LeavesAStoreAloneOfWhichItLeftOutALine) {
+    const auto line = [](const std::string& name) {
+        return "78563412 exec " + name + "%00 2024 06 15 13 00 00 3 prog%00 %00 %00 %00\n";
+    };
+    const auto path = TestSupport::toPath(folder_.store());
+    TestSupport::writeFile(folder_.store(), line("first") + "78563412 exec long");
+    std::filesystem::resize_file(path, std::filesystem::file_size(path) +
+                                           RuvoTSStore::longestLine());
+    std::ofstream(path, std::ios::binary | std::ios::app) << '\n' << line("last");
+    const auto size = std::filesystem::file_size(path);
+    const LogCapture log(2);
+    {
+        OpenScheduler scheduler;
+        EXPECT_EQ(set().size(), 2u);  // the others run
+        EXPECT_TRUE(set().find("last"));
+        EXPECT_GE(OpenScheduler::schedule("new", "p", "", kNoon + 60, 0), 0);
+    }
+    EXPECT_EQ(std::filesystem::file_size(path), size);
+    EXPECT_FALSE(TestSupport::exists(folder_.previous()));
+    EXPECT_FALSE(TestSupport::exists(folder_.fresh()));
+    ASSERT_EQ(log.texts(2).size(), 1u);
+    EXPECT_TRUE(log.texts(2)[0].starts_with("RuvoTSEngine::recover: "));
+    EXPECT_NE(log.texts(2)[0].find(": a line is longer than "), std::string::npos);
 }
 
 // ---- the other monitor -----------------------------------------------------------

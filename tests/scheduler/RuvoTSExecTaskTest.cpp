@@ -12,6 +12,7 @@
 #include <chrono>
 #include <filesystem>
 #include <string>
+#include <thread>
 #include <vector>
 
 using namespace RuvoService;
@@ -135,6 +136,35 @@ TEST_F(RuvoTSExecTaskTest, GivesTheStatusOfTheCommand) {
     EXPECT_EQ(run({.appName = "exit", .params = "7"}), 7);
     EXPECT_EQ(run({.appName = "exit", .params = "255"}), 255);
     EXPECT_NE(run({.appName = "no-such-program-anywhere"}), 0);
+    EXPECT_EQ(batchFiles(), std::vector<std::string>{});
+}
+
+// While the command runs its file is there, with these bytes.
+TEST_F(RuvoTSExecTaskTest, RunsAFileOfThoseBytes) {
+    const TestSupport::TemporaryDirectory work;
+    const std::string end = work.file("end");
+    const Command command{
+        .appName = TestSupport::childCommand("until " + TestSupport::inQuotes(end)),
+        .params = "-x",
+        .path = work.text(),
+        .logFile = "out.txt"};
+    const LogCapture log(9);
+    std::int32_t status = -1;
+    std::thread runs([&] { status = run(command); });
+    // Logged when the file has been written.
+    EXPECT_TRUE(waitUntil([&] {
+        return log.beginning("RuvoTSTaskThread::runtaskonsystem script ").size() == 1;
+    }));
+    const auto files = batchFiles();
+    EXPECT_EQ(files.size(), 1u);
+    if (!files.empty()) {
+        EXPECT_EQ(readFile(folder_.file(files[0])),
+                  "cd /d " + work.text() + end_ + command.appName + " -x >out.txt 2>&1 \r" +
+                      end_ + end_);
+    }
+    TestSupport::writeFile(end, "");
+    runs.join();
+    EXPECT_EQ(status, 0);
     EXPECT_EQ(batchFiles(), std::vector<std::string>{});
 }
 

@@ -260,6 +260,8 @@ TEST_F(RuvoTSScheduleCommandsTest, LogsItsSteps) {
     const std::int32_t blob = OpenScheduler::scheduleBlob("b", "12345", kNoon + 60, 3);
     EXPECT_EQ(log.beginning("RUVO_TS_SCHEDULE_BLOB"),
               (Texts{"RUVO_TS_SCHEDULE_BLOB::handleClient: enter",
+                     "RUVO_TS_SCHEDULE_BLOB::handleClient:  TASKNAME=b FREQ=3 MONTH=6 DAY=15 "
+                     "YR=2024 HR=12 MIN=1 SEC=0",
                      "RUVO_TS_SCHEDULE_BLOB::handleClient: ScheduleBlob2 NLENBLOB=5 NLENRECVD=5 "
                      "ERRORCODE=0",
                      "RUVO_TS_SCHEDULE_BLOB::handleClient: SCHEDULE DONE handle returned HANDLE=" +

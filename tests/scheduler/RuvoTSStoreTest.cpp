@@ -212,8 +212,7 @@ TEST_F(RuvoTSStoreTest, ReadsAnyBytes) {
     EXPECT_EQ(together, bytes);
 }
 
-// No task that could be let in takes so much; what does is not gathered.
-TEST_F(RuvoTSStoreTest, LeavesOutLinesThatNoTaskHas) {
+TEST_F(RuvoTSStoreTest, KnowsTheLongestLineOfATask) {
     auto& limits = VornNet::VornNetLimits::getInstance();
     const std::size_t usual = RuvoTSStore::longestLine();
     EXPECT_GT(usual, 2 * std::size_t{limits.blockBytes} + 3 * std::size_t{limits.stringBytes});
@@ -224,12 +223,37 @@ TEST_F(RuvoTSStoreTest, LeavesOutLinesThatNoTaskHas) {
     limits.blockBytes = 10;
     EXPECT_EQ(RuvoTSStore::longestLine(), usual);  // what was let in comes back
     limits.blockBytes = before;
+}
 
-    writeFile(folder_.store(), "first\n");
-    std::filesystem::resize_file(TestSupport::toPath(folder_.store()), usual + 100);
-    std::ofstream(TestSupport::toPath(folder_.store()), std::ios::binary | std::ios::app)
-        << "\nlast\n";
-    EXPECT_EQ(read(folder_.store()), (Lines{"first", "last"}));
+// No task that could be let in takes so much; what does is not gathered, but said,
+// so that nobody writes a store without it.
+TEST_F(RuvoTSStoreTest, LeavesOutLinesThatNoTaskHas) {
+    const std::size_t longest = RuvoTSStore::longestLine();
+    using Lengths = std::vector<std::size_t>;
+    struct Case {
+        std::size_t length;
+        std::string rest;
+        Lengths lengths;  // of the lines that are given out
+    };
+    for (const Case& one : {Case{longest, "\nlast\n", {5, longest, 4}},
+                            Case{longest + 1, "\nlast\n", {5, 4}},
+                            Case{longest + 3'000'000, "", {5}}}) {
+        writeFile(folder_.store(), "first\n");
+        const auto path = TestSupport::toPath(folder_.store());
+        std::filesystem::resize_file(path, 6 + one.length);
+        std::ofstream(path, std::ios::binary | std::ios::app) << one.rest;
+        Lengths lengths;
+        std::string reason;
+        EXPECT_EQ(RuvoTSStore::read(
+                      folder_.store(),
+                      [&](std::string_view line) { lengths.push_back(line.size()); }, reason),
+                  one.length <= longest);
+        EXPECT_EQ(lengths, one.lengths);
+        EXPECT_EQ(reason.starts_with("a line is longer than " + std::to_string(longest) +
+                                     " bytes"),
+                  one.length > longest)
+            << reason;
+    }
 }
 
 TEST_F(RuvoTSStoreTest, SaysWhatItCannotRead) {

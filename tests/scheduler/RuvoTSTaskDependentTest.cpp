@@ -260,6 +260,24 @@ TEST_F(RuvoTSTaskDependentTest, IgnoresNotificationsOfOtherKinds) {
     task_->removeMyProxyDependents();
 }
 
+// The way to what only a delivery calls.
+struct Content : VornNet::VornProxyDependent {
+    static constexpr auto kAdd = &Content::addContent;
+};
+
+// Marker and state go as numbers of the second kind, the handle of the first.
+TEST_F(RuvoTSTaskDependentTest, WritesEachNumberInItsKind) {
+    const auto follower =
+        VornSupport::makeCounted<RuvoTSTaskDependent>("nobody:1", 77, *task_);
+    TestSupport::FakeConnection connection;
+    (follower.get()->*Content::kAdd)(connection, RuvoTSTaskNotification(4711, 1, 42, 1));
+    EXPECT_EQ(connection.written(),
+              (std::vector<std::string>{"int2 12345", "int2 1", "int 4711"}));
+    EXPECT_ANY_THROW(
+        (follower.get()->*Content::kAdd)(connection, VornSupport::VornNotification()));
+    EXPECT_EQ(connection.written().size(), 3u);
+}
+
 TEST_F(RuvoTSTaskDependentTest, LogsWhatItDoes) {
     const LogCapture log(9);
     const Follower follower = follow(listener_.remoteName());
@@ -270,6 +288,12 @@ TEST_F(RuvoTSTaskDependentTest, LogsWhatItDoes) {
     EXPECT_EQ(log.beginning("RuvoTSTaskDependent::handleNotification enter REFSOURCE=0x").size(),
               1u);
     EXPECT_TRUE(log.has(9, "RuvoTSTaskDependent::handleNotification status2 STATE=1 STATUS=7"));
+    const VornSupport::VornNotification other;
+    VornSupport::VornCollaborator& source = *task_;
+    follower->handleNotification(source, other);
+    EXPECT_TRUE(log.has(9, "RuvoTSTaskDependent::handleNotification enter REFSOURCE=" +
+                               TestSupport::addressText(&source) +
+                               " REFNOTIF=" + TestSupport::addressText(&other)));
     EXPECT_TRUE(
         log.has(9, "RuvoTSTaskDependent::addContent sent  HANDLE=" + handle + " STATE=1"));
     EXPECT_TRUE(log.has(4, "RuvoTSTask::removeMy... remove dependent TASK HANDLE=" + handle +

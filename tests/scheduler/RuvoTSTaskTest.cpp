@@ -100,14 +100,18 @@ TEST_F(RuvoTSTaskTest, BeginsWaiting) {
 }
 
 TEST_F(RuvoTSTaskTest, RunsAtItsTime) {
-    const auto task = make(kNoon + 10, RuvoTSTask::Daily);
-    clock_.advance(9);
-    EXPECT_EQ(RuvoTSTimeKeeper::getInstance().waiting(), 1u);
-    clock_.advance(1);
-    EXPECT_TRUE(awaitRun(*task, kNoon + 10));
-    EXPECT_TRUE(awaitState(*task, RuvoTSTask::Waiting));
-    EXPECT_EQ(task->getStatus(), 0);
-    EXPECT_EQ(task->getNextTime(), kNoon + 10 + kDay);
+    for (const std::int32_t ahead : {10, 1}) {  // a second is enough
+        const std::int32_t time = currentTime() + ahead;
+        const auto task = make(time, RuvoTSTask::Daily);
+        clock_.advance(ahead - 1);
+        EXPECT_EQ(RuvoTSTimeKeeper::getInstance().waiting(), 1u);
+        clock_.advance(1);
+        EXPECT_TRUE(awaitRun(*task, time)) << ahead;
+        EXPECT_TRUE(awaitState(*task, RuvoTSTask::Waiting));
+        EXPECT_EQ(task->getStatus(), 0);
+        EXPECT_EQ(task->getNextTime(), time + kDay);
+        task->finish();
+    }
 }
 
 // What is past, or less than a second ahead, waits as long as "soon" does.

@@ -113,6 +113,28 @@ TEST_F(RuvoTSTaskThreadTest, PassesThroughTheStates) {
     EXPECT_EQ(task_->getStatus(), 42);
 }
 
+class Ends : public VornSupport::VornDependent {
+public:
+    void handleNotification(VornSupport::VornCollaborator&,
+                            const VornSupport::VornNotification& notification) override {
+        const auto& done = dynamic_cast<const RuvoTSThreadDone&>(notification);
+        tasks.push_back(&done.getTask());
+        statuses.push_back(done.getExitStatus());
+    }
+    std::vector<const RuvoTSTask*> tasks;
+    std::vector<std::int32_t> statuses;
+};
+
+TEST_F(RuvoTSTaskThreadTest, TellsWhoseRunIsOverAndHow) {
+    Ends ends;
+    const auto thread = VornSupport::makeCounted<RuvoTSTaskThread>();
+    thread->addDependent(ends);
+    EXPECT_EQ(run([] { return 42; }, thread), 42);
+    thread->removeDependent(ends);
+    EXPECT_EQ(ends.tasks, std::vector<const RuvoTSTask*>{task_.get()});
+    EXPECT_EQ(ends.statuses, std::vector<std::int32_t>{42});
+}
+
 TEST_F(RuvoTSTaskThreadTest, IsNamedAfterTheTask) {
     EXPECT_EQ(RuvoTSTaskThread().getName(), "RuvoTSTaskThread");
     EXPECT_EQ(RuvoTSTaskThread("nightly").getName(), "nightly");
