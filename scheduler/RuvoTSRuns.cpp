@@ -19,6 +19,9 @@ constexpr int kShortageMs = 100;
 // what that starts.
 constexpr int kMeansOfARun = 4;
 constexpr int kMostAtOnce = 1 << 20;  // a number that does not overflow
+// So often as many as may be on their way at once have got what they need, and nobody
+// waited: the shortage is over.
+constexpr int kCalmRounds = 2;
 
 struct Reason {
     VornPlatform::OsError error;
@@ -70,6 +73,7 @@ void RuvoTSRuns::leavePlace(RuvoTSTask& task, bool got) noexcept {
     bool over = false;
     {
         VornMutexLock lock(mutex_);
+        const int taken = places_;
         const bool had = std::exchange(task.place_.taken, false);
         if (had) --places_;
         if (limit_ == 0) return;
@@ -77,12 +81,23 @@ void RuvoTSRuns::leavePlace(RuvoTSTask& task, bool got) noexcept {
             // The next one would be refused as well.
             over = endShortageLocked();
         } else if (had && ++fulfilled_ >= limit_) {
-            limit_ = std::min(2 * limit_, kMostAtOnce);
-            fulfilled_ = 0;
+            over = endRoundLocked(taken);
         }
     }
     if (got) callNext();
     if (over) reportEnd();
+}
+
+// With runs that overlap somebody is always on the way, so that the shortage would go
+// on by itself, and a limit that grew with every run would soon hold nobody back.
+bool RuvoTSRuns::endRoundLocked(int taken) noexcept {
+    fulfilled_ = 0;
+    const bool isAwaited = !line_.empty() || called_ != 0;
+    if (isAwaited || taken >= limit_ / 2) limit_ = std::min(2 * limit_, kMostAtOnce);
+    calmRounds_ = isAwaited ? 0 : calmRounds_ + 1;
+    if (calmRounds_ < kCalmRounds) return false;
+    limit_ = 0;
+    return true;
 }
 
 // Has the first in line that still waits try now. Asks tasks, and lets go of them,
@@ -121,12 +136,13 @@ void RuvoTSRuns::noteShortage(RuvoTSTask& task, VornPlatform::OsError reason) no
         if (begins) {
             limit_ = std::max(1, places_ / kMeansOfARun);
         } else if (task.place_.epoch == epoch_) {
-            limit_ = std::max(1, limit_ / 2);
+            limit_ = std::max(1, std::min(limit_, places_) / 2);
         } else {
             return;  // it began before the limit was set
         }
         ++epoch_;
         fulfilled_ = 0;
+        calmRounds_ = 0;
         limit = limit_;
     }
     if (!begins) return;
@@ -174,6 +190,7 @@ bool RuvoTSRuns::isCrowded() const {
 
 void RuvoTSRuns::standInLineLocked(RuvoTSTask& task) noexcept {
     noteComesLocked(task);
+    calmRounds_ = 0;
     if (task.place_.inLine || !open_) return;
     try {
         line_.emplace_back(&task);

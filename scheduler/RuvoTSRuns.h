@@ -40,11 +40,12 @@ private:
 // system is short of threads, processes or descriptors. Nobody knows that
 // beforehand, and runs that take the last threads for their pauses leave none to run
 // with: so when one is refused, a quarter of those on their way may go on from there,
-// half as many at each further refusal, and twice as many each time that as many have
-// got what they need. Others stand in line, without a thread, and are tried when a
-// command has begun and lived for a moment, or a run has ended, after a second at the
-// latest. Commands that work, however long, keep nobody from beginning. The shortage
-// is over when nobody is on the way and nobody waits.
+// half of those on their way at each further refusal, and twice as many each time that
+// as many have got what they need, as long as others wait or half of the places are
+// taken. Others stand in line, without a thread, and are tried when a command has begun
+// and lived for a moment, or a run has ended, after a second at the latest. Commands that
+// work, however long, keep nobody from beginning. The shortage is over when nobody waits,
+// and nobody is on the way or, twice in a row, as many as may be have got what they need.
 //
 // Any thread.
 class VORN_EXPORT RuvoTSRuns {
@@ -124,6 +125,9 @@ private:
     void noteComesLocked(RuvoTSTask& task) noexcept VORN_REQUIRES(mutex_);
     // True when the shortage was to be ended: reportEnd() then, without the lock.
     bool endShortageLocked() noexcept VORN_REQUIRES(mutex_);
+    // As many as may be on their way have got what they need; `taken`: the places before
+    // the last of them left. Likewise true when that ended the shortage.
+    bool endRoundLocked(int taken) noexcept VORN_REQUIRES(mutex_);
     void callNext() noexcept VORN_EXCLUDES(mutex_);
     static void reportEnd() noexcept;
 
@@ -134,7 +138,8 @@ private:
     int count_ VORN_GUARDED_BY(mutex_) = 0;
     int places_ VORN_GUARDED_BY(mutex_) = 0;      // that are taken
     int limit_ VORN_GUARDED_BY(mutex_) = 0;       // of places; 0: there is no shortage
-    int fulfilled_ VORN_GUARDED_BY(mutex_) = 0;   // runs since the limit was raised
+    int fulfilled_ VORN_GUARDED_BY(mutex_) = 0;   // runs in this round: up to the limit
+    int calmRounds_ VORN_GUARDED_BY(mutex_) = 0;  // of these, in a row, with nobody waiting
     std::uint32_t epoch_ VORN_GUARDED_BY(mutex_) = 0;  // of the limit; not while it grows
     int called_ VORN_GUARDED_BY(mutex_) = 0;      // out of the line, and not come yet
     std::deque<Task> line_ VORN_GUARDED_BY(mutex_);

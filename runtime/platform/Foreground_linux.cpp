@@ -21,16 +21,25 @@ constexpr const char* kShell = "/bin/sh";
 class SpawnAttributes {
 public:
     SpawnAttributes() {
-        ::posix_spawnattr_init(&attributes);
+        note(::posix_spawnattr_init(&attributes));
         const sigset_t mask = maskForChildren();
-        ::posix_spawnattr_setsigmask(&attributes, &mask);
-        ::posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK);
+        note(::posix_spawnattr_setsigmask(&attributes, &mask));
+        note(::posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK));
     }
     ~SpawnAttributes() { ::posix_spawnattr_destroy(&attributes); }
     SpawnAttributes(const SpawnAttributes&) = delete;
     SpawnAttributes& operator=(const SpawnAttributes&) = delete;
 
+    int failed() const { return failed_; }  // the first number of a failure, or 0
+
     posix_spawnattr_t attributes;
+
+private:
+    void note(int result) {
+        if (failed_ == 0) failed_ = result;
+    }
+
+    int failed_ = 0;
 };
 
 int spawn(const std::string& file, std::vector<std::string> words, pid_t& process) {
@@ -38,6 +47,7 @@ int spawn(const std::string& file, std::vector<std::string> words, pid_t& proces
     for (std::string& word : words) texts.push_back(word.data());
     texts.push_back(nullptr);
     const SpawnAttributes settings;
+    if (settings.failed() != 0) return settings.failed();
     return ::posix_spawn(&process, file.c_str(), nullptr, &settings.attributes, texts.data(),
                          environ);
 }
@@ -79,10 +89,7 @@ OsError startInForeground(const std::vector<std::string>& words, ProcessHandle& 
     for (const std::string& word : words) {
         if (word.find('\0') != std::string::npos) return OsError(EINVAL);
     }
-    struct sigaction standard {};
-    standard.sa_handler = SIG_DFL;
-    if (::sigaction(SIGCHLD, &standard, nullptr) != 0) return OsError::last();
-
+    if (const OsError error = keepEndsOfChildren()) return error;
     SpareDescriptor spare;
     if (spare.error()) return spare.error();
     pid_t id = 0;

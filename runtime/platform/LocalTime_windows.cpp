@@ -14,7 +14,8 @@ namespace {
 
 // The system counts steps of 100 ns from 1601-01-01.
 constexpr std::int64_t kStepsASecond = 10'000'000;
-constexpr std::int64_t kUnixEpoch = 11'644'473'600 * kStepsASecond;
+constexpr std::int64_t kUnixEpoch = 11'644'473'600;
+constexpr std::int64_t kLastSecond = std::numeric_limits<std::int64_t>::max() / kStepsASecond;
 
 std::int64_t stepsOf(const SYSTEMTIME& time) {
     FILETIME steps{};
@@ -22,17 +23,36 @@ std::int64_t stepsOf(const SYSTEMTIME& time) {
     return static_cast<std::int64_t>(steps.dwHighDateTime) << 32 | steps.dwLowDateTime;
 }
 
+// False for moments that the system does not know: before 1601, or too late.
+bool toSystemTime(std::int64_t seconds, SYSTEMTIME& utc) {
+    if (seconds < -kUnixEpoch || seconds > kLastSecond - kUnixEpoch) return false;
+    const std::int64_t steps = (seconds + kUnixEpoch) * kStepsASecond;
+    const FILETIME fileTime{static_cast<DWORD>(steps & 0xFFFFFFFF),
+                            static_cast<DWORD>(steps >> 32)};
+    return ::FileTimeToSystemTime(&fileTime, &utc) != 0;
+}
+
+LocalTime inUtc(std::int64_t seconds) {
+    const CalendarTime utc = toUtc(seconds);
+    LocalTime local;
+    local.year = utc.year;
+    local.month = utc.month;
+    local.day = utc.day;
+    local.hour = utc.hour;
+    local.minute = utc.minute;
+    local.second = utc.second;
+    return local;
+}
+
 }  // namespace
 
 LocalTime toLocalTime(std::int64_t seconds) {
-    const std::int64_t steps = seconds * kStepsASecond + kUnixEpoch;
-    const FILETIME fileTime{static_cast<DWORD>(steps & 0xFFFFFFFF),
-                            static_cast<DWORD>(steps >> 32)};
     SYSTEMTIME utc{};
-    ::FileTimeToSystemTime(&fileTime, &utc);
     SYSTEMTIME fields{};
-    if (!::SystemTimeToTzSpecificLocalTime(nullptr, &utc, &fields)) fields = utc;
-
+    if (!toSystemTime(seconds, utc) ||
+        !::SystemTimeToTzSpecificLocalTime(nullptr, &utc, &fields)) {
+        return inUtc(seconds);
+    }
     LocalTime local;
     local.year = fields.wYear;
     local.month = fields.wMonth;

@@ -32,7 +32,8 @@ private:
 };
 
 // True when what the handle stands for, a signal or the end of a process, is there
-// within `ms` milliseconds; negative waits for ever. Any thread.
+// within `ms` milliseconds; negative waits for ever. False not before they have passed,
+// also when the system fails to wait. Any thread.
 VORN_EXPORT bool awaitSignal(NativeSignal::Handle handle, int ms);
 
 }  // namespace VornPlatform

@@ -29,9 +29,13 @@ void NativeSignal::off() {
     if (on_) on_ = ::ResetEvent(native(handle_)) == 0;
 }
 
+// The time is taken even when the system fails to wait: who pauses between tries
+// must not try without a pause.
 bool awaitSignal(NativeSignal::Handle handle, int ms) {
-    return ::WaitForSingleObject(native(handle), ms < 0 ? INFINITE : static_cast<DWORD>(ms)) ==
-           WAIT_OBJECT_0;
+    const DWORD time = ms < 0 ? INFINITE : static_cast<DWORD>(ms);
+    const DWORD result = ::WaitForSingleObject(native(handle), time);
+    if (result == WAIT_FAILED && ms > 0) ::Sleep(time);
+    return result == WAIT_OBJECT_0;
 }
 
 }  // namespace VornPlatform

@@ -1,6 +1,7 @@
 #include "runtime/platform/Process.h"
 
 #include "runtime/platform/CommandLine_posix.h"
+#include "runtime/platform/NativeLock.h"
 #include "runtime/platform/NativeThread.h"
 #include "runtime/platform/SpareDescriptor_posix.h"
 
@@ -16,6 +17,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <mutex>
 #include <new>
 #include <utility>
 #include <vector>
@@ -50,12 +52,6 @@ struct Abandoned {
     pid_t process;
 };
 
-// Whether the child has ended; it is collected then.
-bool hasEnded(const pollfd& watched, pid_t process) {
-    if (watched.fd >= 0 && watched.revents == 0) return false;
-    return ::waitpid(process, nullptr, watched.fd >= 0 ? 0 : WNOHANG) != 0;
-}
-
 // Adds to `list` as soon as there is memory for that.
 template <class Entry>
 void add(std::vector<Entry>& list, const Entry& entry) noexcept {
@@ -74,40 +70,54 @@ void add(std::vector<Entry>& list, const Entry& entry) noexcept {
 void reap(void* argument) {
     const int incoming = static_cast<int>(reinterpret_cast<std::intptr_t>(argument));
     std::vector<pollfd> watched;
-    std::vector<pid_t> processes;
+    std::vector<pid_t> processes;  // of those
+    std::vector<pid_t> others;     // without a descriptor: poll takes no more than there can be
     add(watched, {incoming, POLLIN, 0});
     add(processes, 0);
     for (;;) {
-        const bool looks = std::any_of(watched.begin(), watched.end(),
-                                       [](const pollfd& each) { return each.fd < 0; });
-        if (::poll(watched.data(), watched.size(), looks ? kReapLookMs : -1) < 0) continue;
+        const int ready = ::poll(watched.data(), watched.size(), others.empty() ? -1 : kReapLookMs);
+        if (ready < 0 && errno != EINTR) ::poll(nullptr, 0, kReapLookMs);
+        std::erase_if(others, [](pid_t each) { return ::waitpid(each, nullptr, WNOHANG) != 0; });
+        if (ready <= 0) continue;
         for (std::size_t i = watched.size(); --i > 0;) {
-            if (!hasEnded(watched[i], processes[i])) continue;
-            if (watched[i].fd >= 0) ::close(watched[i].fd);
+            if (watched[i].revents == 0) continue;
+            ::waitpid(processes[i], nullptr, 0);
+            ::close(watched[i].fd);
             watched.erase(watched.begin() + static_cast<std::ptrdiff_t>(i));
             processes.erase(processes.begin() + static_cast<std::ptrdiff_t>(i));
         }
         Abandoned added{};
-        if (watched[0].revents != 0 && ::read(incoming, &added, sizeof added) == sizeof added) {
+        if (watched[0].revents == 0 || ::read(incoming, &added, sizeof added) != sizeof added) {
+            continue;
+        }
+        if (added.descriptor < 0) {
+            add(others, added.process);
+        } else {
             add(watched, {added.descriptor, POLLIN, 0});
             add(processes, added.process);
         }
     }
 }
 
-// The pipe to the thread that reaps, which starts with the first use.
+int startReaper() {
+    int ends[2];
+    if (::pipe2(ends, O_CLOEXEC) != 0) return -1;
+    auto* const argument = reinterpret_cast<void*>(static_cast<std::intptr_t>(ends[0]));
+    if (!startThread({.name = "ProcessReaper", .stackBytes = 64 * 1024}, &reap, argument)) {
+        return ends[1];
+    }
+    ::close(ends[0]);
+    ::close(ends[1]);
+    return -1;
+}
+
+// The pipe to the thread that reaps, which starts with the first use; -1 when the
+// system has no means for it, which the next use finds out anew.
 int reaperPipe() {
-    static const int pipe = [] {
-        int ends[2];
-        if (::pipe2(ends, O_CLOEXEC) != 0) return -1;
-        auto* const argument = reinterpret_cast<void*>(static_cast<std::intptr_t>(ends[0]));
-        if (!startThread({.name = "ProcessReaper", .stackBytes = 64 * 1024}, &reap, argument)) {
-            return ends[1];
-        }
-        ::close(ends[0]);
-        ::close(ends[1]);
-        return -1;
-    }();
+    static NativeMutex mutex;
+    static int pipe = -1;
+    const std::scoped_lock lock(mutex);
+    if (pipe < 0) pipe = startReaper();
     return pipe;
 }
 
@@ -116,20 +126,20 @@ int reaperPipe() {
 class SpawnSettings {
 public:
     SpawnSettings() {
-        ::posix_spawnattr_init(&attributes);
-        ::posix_spawn_file_actions_init(&actions);
+        note(::posix_spawnattr_init(&attributes));
+        note(::posix_spawn_file_actions_init(&actions));
         sigset_t none;
         sigset_t all;
         ::sigemptyset(&none);
         ::sigfillset(&all);
-        ::posix_spawnattr_setsigmask(&attributes, &none);
-        ::posix_spawnattr_setsigdefault(&attributes, &all);
-        ::posix_spawnattr_setflags(
-            &attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSID);
-        ::posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-        ::posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
-        ::posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
-        ::posix_spawn_file_actions_addclosefrom_np(&actions, STDERR_FILENO + 1);
+        note(::posix_spawnattr_setsigmask(&attributes, &none));
+        note(::posix_spawnattr_setsigdefault(&attributes, &all));
+        note(::posix_spawnattr_setflags(
+            &attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSID));
+        addNull(STDIN_FILENO, O_RDONLY);
+        addNull(STDOUT_FILENO, O_WRONLY);
+        addNull(STDERR_FILENO, O_WRONLY);
+        note(::posix_spawn_file_actions_addclosefrom_np(&actions, STDERR_FILENO + 1));
     }
     ~SpawnSettings() {
         ::posix_spawn_file_actions_destroy(&actions);
@@ -138,8 +148,22 @@ public:
     SpawnSettings(const SpawnSettings&) = delete;
     SpawnSettings& operator=(const SpawnSettings&) = delete;
 
+    // The first failure. The settings lack something then, mostly for want of memory:
+    // what is started with them would have our streams and descriptors.
+    OsError error() const { return OsError(failed_); }
+
     posix_spawnattr_t attributes;
     posix_spawn_file_actions_t actions;
+
+private:
+    void note(int result) {
+        if (failed_ == 0) failed_ = result;
+    }
+    void addNull(int stream, int mode) {
+        note(::posix_spawn_file_actions_addopen(&actions, stream, "/dev/null", mode, 0));
+    }
+
+    int failed_ = 0;
 };
 
 bool isProgram(const std::string& path) {
@@ -153,6 +177,7 @@ OsError spawn(const std::string& program, std::vector<std::string>& arguments, p
     for (std::string& argument : arguments) texts.push_back(argument.data());
     texts.push_back(nullptr);
     const SpawnSettings settings;
+    if (settings.error()) return settings.error();
     return OsError(::posix_spawnp(&process, program.c_str(), &settings.actions,
                                   &settings.attributes, texts.data(), environ));
 }

@@ -31,7 +31,8 @@ struct SignalActions {
 // Turns requests from outside into calls of the actions for as long as the
 // process lives. POSIX: SIGTERM and SIGINT stop, SIGHUP reloads, and a write to
 // a pipe that nobody reads, or to a file beyond the largest size that is allowed,
-// fails instead of ending the process. With `end`, what the process ignores since
+// fails instead of ending the process; how a child ends can be learnt, even where our
+// starter ignores SIGCHLD. With `end`, what the process ignores since
 // its start goes on being ignored: SIGHUP as by nohup; SIGINT and SIGQUIT, which
 // shells have their background ignore, when they come from the terminal, but not
 // when somebody sends them. What the process catches when this is called it goes on

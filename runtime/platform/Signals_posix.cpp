@@ -159,9 +159,18 @@ OsError failInsteadOfEnding() {
 
 }  // namespace
 
+OsError keepEndsOfChildren() {
+    struct sigaction standard {};
+    standard.sa_handler = SIG_DFL;
+    return ::sigaction(SIGCHLD, &standard, nullptr) == 0 ? OsError{} : OsError::last();
+}
+
 OsError watchSignals(const SignalActions& actions) {
     actionsInForce = actions;
     if (const OsError error = failInsteadOfEnding()) return error;
+    if (actions.end == nullptr) {
+        if (const OsError error = keepEndsOfChildren()) return error;
+    }
     chooseSignals();
     if (::sem_init(&settledMore, 0, 0) != 0) return OsError::last();
     if (const int failed = ::pthread_sigmask(SIG_BLOCK, &watched, &maskBefore); failed != 0) {

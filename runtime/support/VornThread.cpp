@@ -108,15 +108,17 @@ bool VornThread::start() {
     const bool refusedBefore = lastWasRefused.exchange(static_cast<bool>(error));
     if (!error) return true;
 
-    {
-        VornMutexLock lock(state_->mutex);
-        state_->running = false;
-        state_->changed.notifyAll();
-    }
-    LiveThreads::getInstance().add(-1);
-    // Who tries again and again fills no log.
+    // Who tries again and again fills no log. From the moment the end is told an
+    // unmarked object may be gone.
     VORN_LOG(refusedBefore ? 4 : 2,
              "VornThread::start: no thread for " << name_ << ": " << error);
+    const std::shared_ptr<State> state = state_;
+    {
+        VornMutexLock lock(state->mutex);
+        state->running = false;
+        state->changed.notifyAll();
+    }
+    LiveThreads::getInstance().add(-1);
     if (marked) release();
     return false;
 }

@@ -131,7 +131,7 @@ void VornTimerService::giveToWorkerLocked(const StatePtr& state, TimerClock::tim
         ready_.push_back(state);
         if (ready_.size() == 1) {
             nextLook_ = workers_ < kEagerWorkers ? now : now + kPatience;
-            progress_ = false;
+            progress_ = 0;
         }
     }
     state->phase = VornTimer::State::Phase::Queued;
@@ -145,12 +145,14 @@ std::size_t VornTimerService::unservedLocked() const {
 // Counts the workers to be started now as started and returns their number.
 std::size_t VornTimerService::addWorkersLocked(TimerClock::time_point now) {
     if (unservedLocked() == 0 || now < nextLook_) return 0;
-    std::size_t count = progress_ ? 1 : workers_;
+    // About as many as got stuck: with quick receivers among those that pause, each new
+    // worker takes some of them before it is.
+    std::size_t count = workers_ > progress_ ? workers_ - progress_ : 1;
     if (workers_ < kEagerWorkers) count = kEagerWorkers - workers_;
     count = std::min(count, unservedLocked());
     idle_.reserve(workers_ + count);  // so that a worker needs no memory to wait
     nextLook_ = now + kPatience;
-    progress_ = false;
+    progress_ = 0;
     workers_ += count;
     starting_ += count;
     ++additions_;
@@ -236,26 +238,30 @@ void VornTimerService::work() noexcept {
     --workers_;
 }
 
-// Null when the worker is no longer needed.
+// Null when the worker is no longer needed. One that was dismissed looks once more: what
+// came due since then found no worker, and there may be no thread for another.
 VornTimerService::StatePtr VornTimerService::nextReceiverLocked(Worker& worker, bool isNew) {
-    if (!ready_.empty()) {
-        StatePtr state = std::move(ready_.front());
-        ready_.pop_front();
-        if (!isNew) progress_ = true;  // what a new one takes says nothing of the others
-        return state;
-    }
-    idle_.push_back(&worker);
-    const auto deadline = TimerClock::now() + kWorkerIdle;
-    while (!worker.work) {
+    while (ready_.empty()) {
         if (worker.dismissed) return nullptr;
-        if (worker.given.waitUntil(mutex_, deadline) || worker.work ||
-            worker.dismissed) {
-            continue;
-        }
-        idle_.erase(std::find(idle_.begin(), idle_.end(), &worker));
-        return nullptr;
+        idle_.push_back(&worker);
+        awaitWorkLocked(worker);
+        if (worker.work) return std::exchange(worker.work, nullptr);
     }
-    return std::exchange(worker.work, nullptr);
+    StatePtr state = std::move(ready_.front());
+    ready_.pop_front();
+    if (!isNew) ++progress_;  // what a new one takes says nothing of the others
+    return state;
+}
+
+// Until the worker is given work or dismissed, or nothing has come for long, which
+// dismisses it.
+void VornTimerService::awaitWorkLocked(Worker& worker) {
+    const auto deadline = TimerClock::now() + kWorkerIdle;
+    while (!worker.work && !worker.dismissed) {
+        if (worker.given.waitUntil(mutex_, deadline) || worker.work || worker.dismissed) continue;
+        idle_.erase(std::find(idle_.begin(), idle_.end(), &worker));
+        worker.dismissed = true;
+    }
 }
 
 void VornTimerService::endIdle() noexcept {

@@ -31,9 +31,10 @@ inline TimerClock::time_point nextOnRaster(TimerClock::time_point due, TimerCloc
 // a worker that found nothing to do for ten seconds ends.
 //
 // A receiver that comes due while all workers are busy waits for 2 ms, then
-// workers are added: one, when receivers are being finished meanwhile, else as
-// many as there are. So receivers that pause cannot hold up others, and
-// thousands of quick ones that come due together are served by a few threads.
+// workers are added: as many as there are, less one for each receiver that was
+// taken after another meanwhile, but one at least. So receivers that pause cannot
+// hold up others, and thousands of quick ones that come due together are served by
+// a few threads.
 class VornTimerService {
 public:
     static VornTimerService& getInstance();
@@ -63,6 +64,7 @@ private:
     std::size_t addWorkersLocked(TimerClock::time_point now) VORN_REQUIRES(mutex_);
     void waitForWorkLocked() VORN_REQUIRES(mutex_);
     StatePtr nextReceiverLocked(Worker& worker, bool isNew) VORN_REQUIRES(mutex_);
+    void awaitWorkLocked(Worker& worker) VORN_REQUIRES(mutex_);
     void startWorkers(std::size_t count) VORN_EXCLUDES(mutex_);
     void runReceiver(const StatePtr& state) VORN_EXCLUDES(mutex_);
     void dispatch();
@@ -85,8 +87,8 @@ private:
     std::size_t workers_ VORN_GUARDED_BY(mutex_) = 0;       // all of them
     std::size_t starting_ VORN_GUARDED_BY(mutex_) = 0;      // of these not yet at work
     bool refused_ VORN_GUARDED_BY(mutex_) = false;          // the last one that was started
-    // Since the last look one was taken by a worker that has finished another.
-    bool progress_ VORN_GUARDED_BY(mutex_) = false;
+    // Since the last look so many were taken by workers that had finished another.
+    std::size_t progress_ VORN_GUARDED_BY(mutex_) = 0;
     std::uint64_t additions_ VORN_GUARDED_BY(mutex_) = 0;  // times that workers were added
     TimerClock::time_point nextLook_ VORN_GUARDED_BY(mutex_);  // when to look for more workers
 };

@@ -15,6 +15,7 @@
 #include <cstddef>
 #include <string>
 #include <thread>
+#include <vector>
 
 using namespace RuvoService;
 using TestSupport::kNoon;
@@ -161,6 +162,82 @@ TEST_F(RuvoTSPlacesTest, TakesATaskThatHasAPlaceOutOfLine) {
     EXPECT_EQ(ends(), 1u);
     EXPECT_FALSE(runs_.isCalled(*first));
     first->finish();
+}
+
+// Somebody is always on the way, and all get what they need.
+TEST_F(RuvoTSPlacesTest, EndsTheShortageThoughRunsOverlap) {
+    const Task tasks[] = {make(), make()};
+    refuse(tasks[0]);
+    ASSERT_TRUE(runs_.takePlace(*tasks[0]));
+    EXPECT_FALSE(runs_.takePlace(*tasks[1]));
+    runs_.leavePlace(*tasks[0], true);
+    ASSERT_TRUE(runs_.takePlace(*tasks[1]));
+    int runs = 0;
+    for (; runs_.isShort() && runs < 100; ++runs) {
+        ASSERT_TRUE(runs_.takePlace(*tasks[runs % 2]));
+        EXPECT_EQ(runs_.placesForTest(), 2);
+        runs_.leavePlace(*tasks[(runs + 1) % 2], true);
+    }
+    EXPECT_GT(runs, 2) << "not by the first that was well";
+    EXPECT_LT(runs, 20);
+    EXPECT_EQ(runs_.placesForTest(), 1);
+    EXPECT_EQ(ends(), 1u);
+    for (const Task& task : tasks) {
+        runs_.leavePlace(*task, true);
+        task->finish();
+    }
+    EXPECT_EQ(ends(), 1u);
+}
+
+// Somebody waits: what they may need is not there yet for sure.
+TEST_F(RuvoTSPlacesTest, GoesOnWhileSomebodyWaitsHoweverManyGetWhatTheyNeed) {
+    const Task waiting = make();
+    const Task other = make();
+    refuse(waiting);
+    for (int i = 0; i < 1000; ++i) {
+        ASSERT_TRUE(runs_.takePlace(*other));
+        runs_.leavePlace(*other, true);
+    }
+    EXPECT_TRUE(runs_.isShort());
+    EXPECT_EQ(ends(), 0u);
+    waiting->finish();
+    EXPECT_EQ(ends(), 1u);
+    other->finish();
+}
+
+// Thousands have run since the last refusal, but never so many at once.
+TEST_F(RuvoTSPlacesTest, HoldsBackHalfOfThoseOnTheirWayHoweverManyRanBefore) {
+    constexpr std::size_t kMany = 300;
+    const Task waiting = make();
+    refuse(waiting);
+    const Task other = make();
+    for (int i = 0; i < 20'000; ++i) {
+        ASSERT_TRUE(runs_.takePlace(*other));
+        runs_.leavePlace(*other, true);
+    }
+    std::vector<Task> tasks;
+    for (std::size_t i = 0; i < kMany; ++i) {
+        tasks.push_back(make());
+        ASSERT_TRUE(runs_.takePlace(*tasks.back()));
+    }
+    std::vector<Task> begun = tasks;
+    for (std::size_t expected = kMany / 2; expected > 0; expected /= 2) {
+        for (const Task& task : begun) {
+            runs_.noteShortage(*task, {});
+            runs_.leavePlace(*task, false);
+        }
+        begun.clear();
+        for (const Task& task : tasks) {
+            if (runs_.takePlace(*task)) begun.push_back(task);
+        }
+        EXPECT_EQ(begun.size(), expected);
+    }
+    for (const Task& task : tasks) {
+        runs_.leavePlace(*task, false);
+        task->finish();
+    }
+    waiting->finish();
+    other->finish();
 }
 
 // ---- commands --------------------------------------------------------------------

@@ -38,6 +38,21 @@ bool oneTakesLessThan(std::chrono::milliseconds bound,
     return waitUntil([&] { return attempt() < bound; });
 }
 
+bool mostSucceed(const std::function<bool()>& attempt) {
+    constexpr int kNeeded = 3;
+    constexpr int kTries = 5;
+    int successes = 0;
+    for (int left = kTries; successes < kNeeded && left >= kNeeded - successes; --left) {
+        successes += attempt() ? 1 : 0;
+    }
+    return successes == kNeeded;
+}
+
+bool mostTakeLessThan(std::chrono::milliseconds bound,
+                      const std::function<std::chrono::steady_clock::duration()>& attempt) {
+    return mostSucceed([&] { return attempt() < bound; });
+}
+
 std::filesystem::path toPath(std::string_view text) {
     return std::u8string(text.begin(), text.end());
 }

@@ -15,10 +15,17 @@ inline constexpr std::chrono::milliseconds kPatience{20'000};
 // often at first and every 20 ms later; no test sleeps anywhere else.
 bool waitUntil(const std::function<bool()>& condition, std::chrono::milliseconds bound = kPatience);
 
-// Whether one of several tries takes less than `bound`, for what must not wait so long
-// for something: a busy machine holds up one or the other try, and who does wait is
-// never quicker. `attempt` returns how long it took.
+// Whether one of several tries takes less than `bound`, for what must never be so quick
+// when it is wrong: a busy machine holds up one or the other try. `attempt` returns how
+// long it took.
 bool oneTakesLessThan(std::chrono::milliseconds bound,
+                      const std::function<std::chrono::steady_clock::duration()>& attempt);
+// Whether three of the first five tries succeed, for what a busy machine may hold up
+// once or twice: where one of many would do, a fault that comes to pass every other time
+// would hardly ever be seen.
+bool mostSucceed(const std::function<bool()>& attempt);
+// Whether as many take less than `bound`: for wake-ups, which a fault loses now and then.
+bool mostTakeLessThan(std::chrono::milliseconds bound,
                       const std::function<std::chrono::steady_clock::duration()>& attempt);
 // How long that takes.
 std::chrono::steady_clock::duration timeOf(const std::function<void()>& work);

@@ -50,6 +50,22 @@ TEST(LocalTime, ShowsSecondsOfLaterYears) {
     }
 }
 
+// What the system itself knows ends earlier on both sides: that is shown in UTC.
+TEST(LocalTime, ShowsSecondsOfEveryYearThatIsWritten) {
+    for (const int each : {1, 1500, 1600, 1601, 1602, 30'827, 30'828, 30'900, 32'767}) {
+        const sys_seconds moment = sys_days(year(each) / 7 / 15) + hours(12);
+        const LocalTime local = toLocalTime(std::int64_t{moment.time_since_epoch().count()});
+        EXPECT_EQ(local.year, each);
+        EXPECT_EQ(local.month, 7) << each;
+        EXPECT_NEAR(local.day, 15, 1) << each;
+        // Offsets of the days before there were zones have seconds, which are left out.
+        const sys_seconds shown = sys_days(year(local.year) / local.month / local.day) +
+                                  hours(local.hour) + minutes(local.minute - local.offsetMinutes) +
+                                  seconds(local.second);
+        EXPECT_LT(abs(shown - moment), minutes(1)) << each;
+    }
+}
+
 TEST(LocalTime, CountsMonthsAndDaysFromOne) {
     const LocalTime local = toLocalTime(sys_days(year(2026) / 7 / 15) + hours(12));
     EXPECT_EQ(local.year, 2026);

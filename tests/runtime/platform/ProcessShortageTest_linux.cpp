@@ -1,5 +1,6 @@
-// A system that has no descriptor for a child that has begun: another thread has taken
-// the one that was kept for it.
+// A system that has no descriptor for a child that has begun, as another thread has
+// taken the one that was kept for it; no memory for what a child is to begin with; or
+// no pipe to the thread that collects those that nobody waits for.
 
 #include "runtime/platform/Foreground.h"
 #include "runtime/platform/NativeSignal.h"
@@ -10,20 +11,30 @@
 
 #include <dlfcn.h>
 #include <signal.h>
+#include <spawn.h>
+#include <sys/resource.h>
 #include <sys/syscall.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
 #include <climits>
 #include <cstdarg>
+#include <cstdlib>
 #include <string>
+#include <vector>
 
 namespace {
 
 std::atomic<int> toRefuse{0};  // requests for a descriptor of a process
 std::atomic<int> refused{0};
 std::atomic<void*> realCall{nullptr};  // no local static, whose guard calls us
+std::atomic<int> spawnStep{0};  // of the settings of a child, which one is refused; 0: none
+std::atomic<int> spawnSteps{0};  // so many have been made
+std::atomic<int> pipesToRefuse{0};
+
+bool isStepRefused() { return ++spawnSteps == spawnStep; }
 
 }  // namespace
 
@@ -46,6 +57,35 @@ extern "C" [[gnu::visibility("default")]] long syscall(long number, ...) noexcep
                                                    words[4], words[5]);
 }
 
+extern "C" [[gnu::visibility("default")]] int posix_spawn_file_actions_addopen(
+    posix_spawn_file_actions_t* actions, int descriptor, const char* path, int flags,
+    mode_t mode) noexcept {
+    if (isStepRefused()) return ENOMEM;
+    using Call = int (*)(posix_spawn_file_actions_t*, int, const char*, int, mode_t);
+    const auto call =
+        reinterpret_cast<Call>(::dlsym(RTLD_NEXT, "posix_spawn_file_actions_addopen"));
+    return call(actions, descriptor, path, flags, mode);
+}
+
+extern "C" [[gnu::visibility("default")]] int posix_spawn_file_actions_addclosefrom_np(
+    posix_spawn_file_actions_t* actions, int from) noexcept {
+    if (isStepRefused()) return ENOMEM;
+    using Call = int (*)(posix_spawn_file_actions_t*, int);
+    const auto call =
+        reinterpret_cast<Call>(::dlsym(RTLD_NEXT, "posix_spawn_file_actions_addclosefrom_np"));
+    return call(actions, from);
+}
+
+extern "C" [[gnu::visibility("default")]] int pipe2(int* ends, int flags) noexcept {
+    if (pipesToRefuse > 0) {
+        --pipesToRefuse;
+        errno = EMFILE;
+        return -1;
+    }
+    using Call = int (*)(int*, int);
+    return reinterpret_cast<Call>(::dlsym(RTLD_NEXT, "pipe2"))(ends, flags);
+}
+
 using namespace VornPlatform;
 
 namespace {
@@ -55,6 +95,55 @@ constexpr int kAll = INT_MAX;
 
 bool isGone(std::int64_t process) {
     return ::kill(static_cast<pid_t>(process), 0) != 0 && errno == ESRCH;
+}
+
+std::int64_t startAndLetGo(const std::string& line) {
+    ProcessHandle process;
+    EXPECT_FALSE(startProcess(line, process));
+    return process.processId();
+}
+
+bool isCollectedAfterAnotherHadNoPipe() {
+    const TestSupport::TemporaryDirectory folder;
+    const std::string go = folder.file("go");
+    const std::string line = "sh -c 'until test -e \"" + go + "\"; do sleep 0.02; done'";
+    pipesToRefuse = 1;
+    const std::int64_t first = startAndLetGo(line);
+    const bool wasRefused = pipesToRefuse == 0;
+    const std::int64_t second = startAndLetGo(line);
+    TestSupport::writeFile(go, "");
+    const bool isCollected = TestSupport::waitUntil([second] { return isGone(second); });
+    ::waitpid(static_cast<pid_t>(first), nullptr, 0);  // nobody else does
+    return wasRefused && isCollected;
+}
+
+// In a process of its own, where no child has been let go of yet.
+TEST(ProcessReaperDeathTest, IsTriedAgainWhenThereWasNoPipeForIt) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(std::_Exit(isCollectedAfterAnotherHadNoPipe() ? 0 : 1),
+                testing::ExitedWithCode(0), "");
+}
+
+// More than the system lets anybody wait for at once.
+TEST(ProcessReaperTest, CollectsAnyNumberForWhichThereIsNoDescriptor) {
+    const TestSupport::TemporaryDirectory folder;
+    const std::string go = folder.file("go");
+    rlimit before{};
+    ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &before), 0);
+    const rlimit low{40, before.rlim_max};
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &low), 0);
+    toRefuse = kAll;
+    std::vector<std::int64_t> children;
+    for (int i = 0; i < 50; ++i) {
+        children.push_back(
+            startAndLetGo("sh -c 'until test -e \"" + go + "\"; do sleep 0.1; done'"));
+    }
+    toRefuse = 0;
+    TestSupport::writeFile(go, "");
+    for (const std::int64_t child : children) {
+        EXPECT_TRUE(TestSupport::waitUntil([child] { return isGone(child); }));
+    }
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &before), 0);
 }
 
 // How many requests are refused: all, or only that at the start.
@@ -174,6 +263,28 @@ TEST_P(ProcessShortageTest, HoldsInTheForegroundToo) {
     ASSERT_TRUE(process_.wait(kPatienceMs));
     EXPECT_EQ(process_.exitCode(), 7);
     EXPECT_EQ(trace(), "begun\n");
+}
+
+// It would begin with our own streams, or with descriptors that are none of its.
+TEST(ProcessSettingsTest, StartsNothingThatLacksOneOfItsSettings) {
+    const TestSupport::TemporaryDirectory folder;
+    const std::string trace = folder.file("trace");
+    const std::string line = "sh -c 'echo begun >> \"" + trace + "\"'";
+    ProcessHandle process;
+    int refusals = 0;
+    for (; refusals < 100; ++refusals) {
+        spawnSteps = 0;
+        spawnStep = refusals + 1;
+        const OsError error = startProcess(line, process);
+        spawnStep = 0;
+        if (!error) break;
+        EXPECT_EQ(error.code(), ENOMEM);
+        EXPECT_FALSE(process.isOpen());
+    }
+    EXPECT_EQ(refusals, 4) << "three streams, and all other descriptors";
+    ASSERT_TRUE(process.wait(kPatienceMs));
+    EXPECT_EQ(process.exitCode(), 0);
+    EXPECT_EQ(TestSupport::readFile(trace), "begun\n") << "one has begun";
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 #include "runtime/platform/Signals.h"
 
 #include "runtime/platform/NativeThread.h"
+#include "runtime/platform/Process.h"
 #include "tests/support/TestSupport.h"
 
 #include <gtest/gtest.h>
@@ -23,7 +24,15 @@ std::atomic<int> reloads{0};
 
 // The process keeps what watchSignals() set up, so one case shows all of it.
 TEST(Signals, ReachTheActionsOnAThreadOfTheirOwnAndNobodyElse) {
+    // As whoever starts us may have left it.
+    ASSERT_NE(::signal(SIGCHLD, SIG_IGN), SIG_ERR);
     ASSERT_FALSE(watchSignals({.stop = [] { ++stops; }, .reload = [] { ++reloads; }}));
+
+    // How a child ends can be learnt.
+    ProcessHandle child;
+    ASSERT_FALSE(startProcess("sh -c 'exit 7'", child));
+    EXPECT_TRUE(child.wait(20'000));
+    EXPECT_EQ(child.exitCode(), 7);
 
     ::kill(::getpid(), SIGHUP);
     EXPECT_TRUE(waitUntil([] { return reloads == 1; }));

@@ -386,6 +386,32 @@ TEST(VornThread, SaysThatTheSystemHasNoThreadToGive) {
     EXPECT_EQ(runs, possible ? 2 : 1);
 }
 
+// Whoever waits for the end of an object that is not marked may destroy it then: its
+// name is not to be used any more.
+TEST(VornThread, IsUnderWayUntilItsRefusalHasBeenLogged) {
+    static VornThread* refused;
+    static int reports;
+    static int endsBefore;
+    reports = endsBefore = 0;
+    TestThread thread([] { return 0; }, "Refused");
+    refused = &thread;
+    thread.setStackSize(NativeProbe::impossibleStack());
+    const LogCapture settings(4);
+    auto& log = VornLogging::getInstance();
+    log.setSystemWriterForTest([](VornPlatform::SystemLogSeverity, const std::string& text) {
+        if (text.find("no thread for Refused") == std::string::npos) return;
+        ++reports;
+        if (refused->wait(0)) ++endsBefore;
+    });
+    log.setTarget(static_cast<int>(VornLogTarget::System));
+    const bool possible = thread.start();
+    thread.waitForThreadExit();
+    log.setTarget(static_cast<int>(VornLogTarget::None));
+    log.setSystemWriterForTest(nullptr);
+    EXPECT_EQ(reports, possible ? 0 : 1);
+    EXPECT_EQ(endsBefore, 0);
+}
+
 TEST(VornThread, HasTheStackOfAClientThread) {
     EXPECT_EQ(VornThread::kClientStack, 262'144u);
     std::size_t bytes = 0;

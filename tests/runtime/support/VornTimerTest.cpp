@@ -13,6 +13,7 @@
 #include <atomic>
 #include <chrono>
 #include <climits>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <stdexcept>
@@ -494,25 +495,42 @@ TEST(VornTimer, DelaysNoOtherByAReceiverThatPauses) {
     EXPECT_EQ(alone, 0);
 }
 
-// Each time as many as there are: a few steps. One at a time would be hundreds, and
-// half a second for a thousand receivers.
-TEST(VornTimer, HasThreadsForHundredsThatPauseInAFewSteps) {
-    constexpr int kTimers = 500;
-    std::atomic<int> inside{0};
+// How many times threads are added for hundreds of receivers, all due at one moment, of
+// which every one that `pauses` goes on only when all have begun.
+std::uint64_t additionsFor(int timerCount, const std::function<bool(int)>& pauses) {
+    std::atomic<int> begun{0};
     Gate gate;
     std::vector<std::unique_ptr<TestTimer>> timers;
-    for (int i = 0; i < kTimers; ++i) {
-        timers.push_back(std::make_unique<TestTimer>([&] {
-            ++inside;
-            gate.wait();
+    for (int i = 0; i < timerCount; ++i) {
+        timers.push_back(std::make_unique<TestTimer>([&begun, &gate, waits = pauses(i)] {
+            ++begun;
+            if (waits) gate.wait();
         }));
     }
     const auto before = VornTimer::additionsForTest();
-    for (auto& timer : timers) timer->start(1, true);
-    EXPECT_TRUE(TestSupport::waitUntil([&] { return inside == kTimers; }));
-    EXPECT_LE(VornTimer::additionsForTest(), before + 20);
+    // Far enough ahead to arm all before.
+    const auto due = std::chrono::steady_clock::now() + 500ms;
+    for (auto& timer : timers) {
+        const auto left = due - std::chrono::steady_clock::now();
+        timer->start(std::chrono::duration_cast<std::chrono::milliseconds>(left).count(), true);
+    }
+    EXPECT_TRUE(TestSupport::waitUntil([&] { return begun == timerCount; }));
+    const auto additions = VornTimer::additionsForTest() - before;
     gate.open();
     timers.clear();
+    return additions;
+}
+
+// Each time as many as there are: a few steps. One at a time would be hundreds, and
+// half a second for a thousand receivers.
+TEST(VornTimer, HasThreadsForHundredsThatPauseInAFewSteps) {
+    EXPECT_LE(additionsFor(500, [](int) { return true; }), 20u);
+}
+
+// Each new thread takes a quick one or two before it stands still.
+TEST(VornTimer, HasThreadsInAFewStepsThoughSomeOfTheReceiversAreQuick) {
+    EXPECT_LE(additionsFor(800, [](int i) { return i % 2 == 0; }), 25u);
+    EXPECT_LE(additionsFor(800, [](int i) { return i % 4 != 0; }), 25u);
 }
 
 TEST(VornTimer, ServesThousandsThatComeDueTogetherWithFewThreads) {
