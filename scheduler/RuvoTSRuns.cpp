@@ -71,6 +71,7 @@ bool RuvoTSRuns::takePlace(RuvoTSTask& task) {
 
 void RuvoTSRuns::leavePlace(RuvoTSTask& task, bool got) noexcept {
     bool over = false;
+    const bool comesAgain = !got && !task.isFinished();
     {
         VornMutexLock lock(mutex_);
         const int taken = places_;
@@ -78,8 +79,9 @@ void RuvoTSRuns::leavePlace(RuvoTSTask& task, bool got) noexcept {
         if (had) --places_;
         if (limit_ == 0) return;
         if (!got) {
-            // The next one would be refused as well.
-            over = endShortageLocked();
+            // The next one would be refused as well. One that comes again waits, even when
+            // the line had no memory for it.
+            over = !comesAgain && endShortageLocked();
         } else if (had && ++fulfilled_ >= limit_) {
             over = endRoundLocked(taken);
         }

@@ -83,6 +83,47 @@ TEST_F(RuvoTSRunShortageTest, PostponesARunThatIsRefusedMemory) {
     EXPECT_GE(log_.beginning(kNoText).size(), 1u);
 }
 
+// It comes again by its timer alone. Else the log would tell of the end, and of the
+// beginning, with each try.
+TEST_F(RuvoTSRunShortageTest, GoesOnWhileOneComesAgainThatTheLineHadNoMemoryFor) {
+    RuvoTSRuns& runs = RuvoTSRuns::getInstance();
+    const auto make = [] {
+        return RuvoTSTask::make<RuvoTSBlobTask>("blob", kNoon + 10, RuvoTSTask::Daily, "");
+    };
+    const auto task = make();
+    const auto other = make();
+    const auto refuse = [&](RuvoTSTask& each) {
+        runs.noteShortage(each, VornPlatform::OsError(ENOMEM));
+        runs.leavePlace(each, false);
+    };
+    const auto run = [&](RuvoTSTask& each) {
+        EXPECT_TRUE(runs.takePlace(each));
+        runs.leavePlace(each, true);
+    };
+    int missing = 0;
+    for (int i = 0; i < 300; ++i) {
+        ASSERT_TRUE(runs.takePlace(*task));
+        FailingMemory::begin(0, FailingMemory::kAll);
+        refuse(*task);
+        FailingMemory::end();
+        missing += runs.lineForTest() == 0 ? 1 : 0;
+        EXPECT_TRUE(runs.isShort());
+        run(*task);
+        EXPECT_FALSE(runs.isShort());
+        // The line needs memory when it has moved on far enough, which takes two.
+        ASSERT_TRUE(runs.takePlace(*task));
+        ASSERT_TRUE(runs.takePlace(*other));
+        refuse(*task);
+        refuse(*other);
+        run(*task);
+        run(*other);
+        EXPECT_FALSE(runs.isShort());
+    }
+    EXPECT_GE(missing, 1);
+    task->finish();
+    other->finish();
+}
+
 TEST_F(RuvoTSRunShortageTest, LeavesNoRunBehindWhoseThreadIsRefused) {
     RuvoTSRuns& runs = RuvoTSRuns::getInstance();
     const int threads = VornSupport::VornThread::liveCount();

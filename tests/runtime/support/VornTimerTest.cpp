@@ -10,12 +10,14 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <climits>
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <ratio>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -509,10 +511,11 @@ std::uint64_t additionsFor(int timerCount, const std::function<bool(int)>& pause
     }
     const auto before = VornTimer::additionsForTest();
     // Far enough ahead to arm all before.
+    using Ms = std::chrono::duration<long, std::milli>;
     const auto due = std::chrono::steady_clock::now() + 500ms;
     for (auto& timer : timers) {
-        const auto left = due - std::chrono::steady_clock::now();
-        timer->start(std::chrono::duration_cast<std::chrono::milliseconds>(left).count(), true);
+        const auto left = std::chrono::floor<Ms>(due - std::chrono::steady_clock::now());
+        timer->start(std::max(left.count(), 0L), true);
     }
     EXPECT_TRUE(TestSupport::waitUntil([&] { return begun == timerCount; }));
     const auto additions = VornTimer::additionsForTest() - before;
