@@ -39,6 +39,7 @@ RuvoTSTaskSet& RuvoTSTaskSet::getInstance() {
 void RuvoTSTaskSet::open(const std::function<bool()>& load) {
     VornCriticalSection writing(fileLock_);
     VornCriticalSection lock(setLock_);
+    count_ = 0;  // a run may have ended after release()
     writable_ = load();
     onDisk_ = written_ = changes_;
     open_ = true;
@@ -127,8 +128,7 @@ void RuvoTSTaskSet::remove(std::int32_t handle) {
         entries_.erase(found);
         rememberLocked({handle, removed->getStatus()});
     }
-    // A run may end between release() and the retirement of its task.
-    if (count_ > 0) --count_;
+    --count_;
     VORN_LOG(9, "RuvoTSTaskSet::remove "
                     << " HANDLE=" << handle << " COUNT=" << count_);
     const std::uint64_t change = ++changes_;

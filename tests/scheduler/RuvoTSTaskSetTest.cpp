@@ -254,13 +254,25 @@ TEST_F(RuvoTSTaskSetTest, BuildsLongLinesAnewEachTime) {
     EXPECT_EQ(folder_.lines(), lines);
 }
 
-// A run may end between the release of the set and the end of its task.
-TEST_F(RuvoTSTaskSetTest, CountsNoLessThanNothing) {
+TEST_F(RuvoTSTaskSetTest, CountsRemovalsOfWhatIsNotThere) {
     set_.insert(exec("a"), false);
-    for (const auto& task : set_.release()) task->retire();
     const LogCapture log(9);
     set_.remove(5);
     EXPECT_TRUE(log.has(9, "RuvoTSTaskSet::remove  HANDLE=5 COUNT=0"));
+    set_.remove(5);
+    EXPECT_TRUE(log.has(9, "RuvoTSTaskSet::remove  HANDLE=5 COUNT=4294967295"));
+}
+
+// A run may end between the release of the set and the end of its task.
+TEST_F(RuvoTSTaskSetTest, CountsFromNothingWhenItOpens) {
+    for (const auto& task : set_.release()) task->retire();
+    set_.remove(5);
+    set_.open([] { return true; });
+    const LogCapture log(9);
+    const auto task = exec("a");
+    set_.insert(task, false);
+    EXPECT_TRUE(log.has(9, "RuvoTSTaskSet::insert  HANDLE=" +
+                               std::to_string(task->getHandle()) + " COUNT=1"));
 }
 
 TEST_F(RuvoTSTaskSetTest, WritesNothingWhileItIsNotOpen) {
