@@ -16,11 +16,12 @@ using VornNet::VornConnection;
 constexpr int kDone = 0;
 
 // Gives back a lock whose handle could not be told.
-void withdraw(RuvoRAEngine& arbiter, std::int32_t handle) {
+void withdraw(VornConnection& connection, RuvoRAEngine& arbiter, std::int32_t handle) {
     VORN_LOG(9, "RUVO_RA_LOCK::handleClient: client communication error.  "
                 "Unlocking the acquired resource.");
     arbiter.unlock(handle);
-    arbiter.printTree();
+    // When the service stops, hundreds of waits may end so, and it waits for them.
+    if (!connection.isAborted()) arbiter.printTree();
 }
 
 // True when the system has taken the handle and the client was there to read
@@ -29,15 +30,15 @@ void withdraw(RuvoRAEngine& arbiter, std::int32_t handle) {
 // counts as gone too; it may go on reading, and what it reads is 0.
 bool tellHandle(VornConnection& connection, RuvoRAEngine& arbiter, std::int32_t handle) {
     const bool gone = handle != 0 && connection.isPeerGone();
-    if (gone) withdraw(arbiter, handle);
+    if (gone) withdraw(connection, arbiter, handle);
     try {
         connection.writeInt(gone ? 0 : handle);
         if (handle != 0) connection.flush();
     } catch (const VornSupport::VornException&) {
-        if (!gone) withdraw(arbiter, handle);
+        if (!gone) withdraw(connection, arbiter, handle);
         return false;
     } catch (...) {
-        if (!gone) withdraw(arbiter, handle);  // no memory, say
+        if (!gone) withdraw(connection, arbiter, handle);  // no memory, say
         throw;
     }
     return !gone;

@@ -70,7 +70,11 @@ void RuvoTSTask::begin() {
 
 // ---- states ----------------------------------------------------------------------
 
-void RuvoTSTask::setState(State state, std::int32_t status) { change(state, status); }
+void RuvoTSTask::setState(State state, std::int32_t status) {
+    if (change(state, status) || state != Ended) return;
+    // It was cancelled during the run, and the set has its status from before.
+    RuvoTSTaskSet::getInstance().noteLastStatus(handle_, status);
+}
 
 bool RuvoTSTask::change(State state, std::int32_t status) noexcept {
     VornCriticalSection lock(lock_);

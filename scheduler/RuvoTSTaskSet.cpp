@@ -212,6 +212,13 @@ std::optional<std::int32_t> RuvoTSTaskSet::lastStatus(std::int32_t handle) const
     return found->status;
 }
 
+void RuvoTSTaskSet::noteLastStatus(std::int32_t handle, std::int32_t status) {
+    VornCriticalSection lock(setLock_);
+    const auto found = std::find_if(removed_.rbegin(), removed_.rend(),
+                                    [&](const Removed& each) { return each.handle == handle; });
+    if (found != removed_.rend()) found->status = status;
+}
+
 // ---- the store -------------------------------------------------------------------
 
 void RuvoTSTaskSet::setWhileWritingForTest(void (*hook)()) { whileWriting = hook; }

@@ -72,6 +72,8 @@ public:
     // could ask for its status. Empty when the handle is unknown.
     std::optional<std::int32_t> lastStatus(std::int32_t handle) const VORN_EXCLUDES(setLock_);
     static constexpr std::size_t kRemembered = 1024;
+    // A run has ended after its task was removed.
+    void noteLastStatus(std::int32_t handle, std::int32_t status) VORN_EXCLUDES(setLock_);
 
     // Writes the store; RuvoTSStore says what becomes of failures.
     void recordTaskSet() VORN_EXCLUDES(setLock_, fileLock_);

@@ -29,8 +29,28 @@ int addWithin(int a, int b) {
                                                      std::numeric_limits<int>::max()));
 }
 
+// Adds minutes, and carries into hours, days and years what is more than an hour: no
+// minute of the largest is lost on the way to a zone.
+void addMinutes(CalendarTime& time, int minutes) {
+    constexpr int kYears = 400;
+    constexpr int kDaysOfThem = 146'097;
+    const std::int64_t minute = std::int64_t{time.minute} + minutes;
+    const std::int64_t hour = time.hour + minute / 60;
+    std::int64_t day = time.day + hour / 24;
+    if (day > std::numeric_limits<int>::max()) {
+        day -= kDaysOfThem;
+        time.year = addWithin(time.year, kYears);
+    } else if (day < std::numeric_limits<int>::min()) {
+        day += kDaysOfThem;
+        time.year = addWithin(time.year, -kYears);
+    }
+    time.minute = static_cast<int>(minute % 60);
+    time.hour = static_cast<int>(hour % 24);
+    time.day = static_cast<int>(day);
+}
+
 RuvoTSSeconds convert(CalendarTime utc) {
-    utc.minute = addWithin(utc.minute, utcOffset);
+    addMinutes(utc, utcOffset);
     return static_cast<RuvoTSSeconds>(VornPlatform::fromLocalStandardTime(utc));
 }
 

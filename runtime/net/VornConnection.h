@@ -86,6 +86,8 @@ public:
     // Breaks the channel from another thread: what is under way in read or
     // write fails with VornException, and so does everything after it.
     virtual void abort() = 0;
+    // Whether abort() has been called. Any thread.
+    virtual bool isAborted() const = 0;
     // For a wait on something else than the channel: from now on abort() sets the
     // event, at once when the channel is broken already; null: no more. On return
     // no abort() is at the event that was set before. Borrowed. A channel that

@@ -51,6 +51,7 @@ public:
     bool isPeerGone() override { return false; }
     // By a writer that could not finish: nothing of it is delivered.
     void abort() override { failed_ = true; }
+    bool isAborted() const override { return failed_; }
     std::string getPeerName() const override { return "delivery"; }
 
 private:

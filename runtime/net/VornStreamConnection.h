@@ -45,6 +45,7 @@ public:
     bool hasBufferedInput() const override;
     bool isPeerGone() override;
     void abort() override;
+    bool isAborted() const final { return aborted_.load(std::memory_order_acquire); }
     void setAbortEvent(VornSupport::VornEvent* event) override VORN_EXCLUDES(abortMutex_);
 
     // Bytes of memory that both buffers have at this moment.
@@ -77,7 +78,6 @@ protected:
     // Whether the peer may use the engines; asked once.
     virtual bool admitsPeer() = 0;
 
-    bool isAborted() const { return aborted_.load(std::memory_order_acquire); }
     // Whether isLocalConnection() has admitted the peer.
     bool isAdmitted() const { return local_ == Local::Yes; }
     [[noreturn]] void fail(const std::string& problem) const;

@@ -16,7 +16,7 @@ class VORN_EXPORT OwnFile {
 public:
     enum class Trust {
         Good,
-        NoFile,    // a folder, a pipe, a device
+        NoFile,    // a folder, a pipe, a device, a link to nothing
         Foreign,   // POSIX: it belongs to neither this process's user nor root
         Writable,  // POSIX: everybody may write to it
     };

@@ -23,10 +23,15 @@ OsError OwnFile::open(const std::string& path, Trust& trust) {
     // Without O_NONBLOCK a named pipe would hold us until somebody writes to it.
     const int descriptor =
         ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
-    if (descriptor < 0) return OsError::last();
+    struct stat status {};
+    if (descriptor < 0) {
+        const OsError error = OsError::last();
+        if (errno != ENOENT || ::lstat(path.c_str(), &status) != 0) return error;
+        trust = Trust::NoFile;
+        return {};
+    }
     handle_ = descriptor;
     // Of what is open: a name may be given to another file meanwhile.
-    struct stat status {};
     if (::fstat(descriptor, &status) != 0) {
         const OsError error = OsError::last();
         close();

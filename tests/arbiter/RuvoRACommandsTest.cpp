@@ -396,6 +396,19 @@ TEST_F(RuvoRACommands, TraceARefusalThatCannotBeWritten) {
     EXPECT_TRUE(engine_.isLocked("a"));
 }
 
+// The end of the service would wait for hundreds of trees.
+TEST_F(RuvoRACommands, PrintNoTreeForAConnectionThatIsBrokenOff) {
+    lock("a");
+    const LogCapture log(9);
+    Waiter waiter(engine_, "a", kForever);
+    ASSERT_TRUE(waiter.awaitWait());
+    waiter.client.abort();
+    ASSERT_TRUE(waiter.awaitEnd());
+    EXPECT_EQ(own(log), (Texts{"RUVO_RA_LOCK::handleClient: enter",
+                               "RUVO_RA_LOCK::handleClient: lock a wait -1ms for the lock",
+                               "RuvoRAEngine::lock: lock handle 0", kCommunicationError}));
+}
+
 TEST_F(RuvoRACommands, TraceALockThatIsGivenBack) {
     const LogCapture log(9);
     Client client;

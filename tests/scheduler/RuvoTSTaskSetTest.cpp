@@ -227,6 +227,19 @@ TEST_F(RuvoTSTaskSetTest, RemembersTheStatusOfTheLatestThatAreGone) {
     next->retire();
 }
 
+TEST_F(RuvoTSTaskSetTest, LearnsTheStatusOfARunThatEndsAfterItsTaskWasRemoved) {
+    const auto task = exec("a");
+    set_.insert(task, false);
+    task->setState(RuvoTSTask::Running, 0);
+    EXPECT_TRUE(task->finish());
+    set_.remove(task->getHandle());
+    EXPECT_EQ(set_.lastStatus(task->getHandle()), -999);
+    task->setState(RuvoTSTask::Ended, 5);
+    EXPECT_EQ(set_.lastStatus(task->getHandle()), 5);
+    set_.noteLastStatus(task->getHandle() + 1, 6);  // of nobody
+    EXPECT_EQ(set_.lastStatus(task->getHandle() + 1), std::nullopt);
+}
+
 TEST_F(RuvoTSTaskSetTest, BuildsLinesThatDidNotChangeOnceOnly) {
     const auto a = exec("a", RuvoTSTask::Daily);
     const auto b = exec("b");

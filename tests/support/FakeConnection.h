@@ -45,7 +45,6 @@ public:
     std::vector<std::string> reads() const;
     std::size_t unread() const;
     bool isClosed() const;
-    bool isAborted() const;
     bool isRaw() const;
     int flushes() const;
     // True while a read waits for more.
@@ -73,6 +72,7 @@ public:
     bool hasBufferedInput() const override;
     bool isPeerGone() override;
     void abort() override;
+    bool isAborted() const override;
     void setAbortEvent(VornSupport::VornEvent* event) override;
     std::string getPeerName() const override { return "fake:1"; }
 

@@ -50,6 +50,19 @@ TEST(OwnFile, TrustsNoFileOfAnotherUser) {
     EXPECT_EQ(trustIn("/etc/passwd"), Trust::Good);
 }
 
+// What it leads to may come back, a volume that is not mounted, say.
+TEST(OwnFile, TakesALinkToNothingForNoFile) {
+    TestSupport::TemporaryDirectory directory;
+    const std::string link = directory.file("a");
+    ASSERT_EQ(::symlink(directory.file("b").c_str(), link.c_str()), 0);
+    EXPECT_EQ(trustIn(link), Trust::NoFile);
+    TestSupport::writeFile(directory.file("b"), "x");
+    EXPECT_EQ(trustIn(link), Trust::Good);
+    OwnFile file;
+    Trust trust{};
+    EXPECT_EQ(file.open(directory.file("c"), trust).condition(), OsCondition::NotFound);
+}
+
 TEST(OwnFile, DoesNotWaitForTheWriterOfAPipe) {
     TestSupport::TemporaryDirectory directory;
     ASSERT_EQ(::mkfifo(directory.file("a").c_str(), 0600), 0);
