@@ -36,7 +36,7 @@ protected:
         ASSERT_EQ(::chmod(file(name).c_str(), mode), 0);
     }
 
-    int run(const Words& words) {
+    static int run(const Words& words) {
         ProcessHandle process;
         const OsError error = startInForeground(words, process);
         EXPECT_FALSE(error) << words[0] << ": " << error.text();
@@ -131,11 +131,12 @@ TEST_F(ForegroundPosixTest, StartsNothingThatItCouldNotWatch) {
     rlimit low = before;
     low.rlim_cur = 100;
     ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &low), 0);
+    const std::string missing = file("none");  // a sanitizer's look at `this` takes descriptors
     std::vector<int> taken;
     for (int each = ::dup(0); each >= 0; each = ::dup(0)) taken.push_back(each);
     ProcessHandle process;
     // Refused before anybody sees that there is no such program.
-    const OsError refused = startInForeground({file("none")}, process);
+    const OsError refused = startInForeground({missing}, process);
     ::close(taken.back());
     taken.pop_back();
     const int status = run({"/bin/sh", "-c", "exit 5"});
