@@ -4,6 +4,7 @@
 
 #include <sys/resource.h>
 
+#include <atomic>
 #include <chrono>
 #include <thread>
 
@@ -45,10 +46,18 @@ TEST(NativeSignalLinux, SeesTheSignalWhenTheSystemWaitsAgain) {
     ASSERT_FALSE(signal.open());
     for (const int ms : {20'000, -1}) {
         bool on = false;
-        std::thread waiter;
+        std::atomic<bool> begun{false};
+        std::atomic<bool> go{false};
+        // Begun before: a sanitizer's look at the thread takes descriptors.
+        std::thread waiter([&] {
+            begun = true;
+            while (!go) std::this_thread::yield();
+            on = awaitSignal(signal.handle(), ms);
+        });
+        while (!begun) std::this_thread::yield();
         {
             const NoWaiting none;
-            waiter = std::thread([&] { on = awaitSignal(signal.handle(), ms); });
+            go = true;
             signal.on();
         }
         waiter.join();
